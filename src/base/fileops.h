@@ -1,0 +1,53 @@
+// File-system operations. Paths are narrow strings in the system's code page (Windows) or UTF-8.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+
+namespace vx {
+
+// The separator that the service puts between directory and file names.
+#if defined(_WIN32)
+constexpr char kPathSeparator = '\\';
+#else
+constexpr char kPathSeparator = '/';
+#endif
+
+// Maximum path length of the service's path buffers.
+constexpr size_t kMaxPath = 260;
+
+bool FsExists(const char* path);
+bool FsIsDirectory(const char* path);
+// True when the directory exists and the process may read and write in it.
+bool FsIsDirectoryReadWrite(const char* path);
+// Creates one directory level; 0 also when it exists already.
+int FsMakeDirectory(const char* path);
+// Renames a file; fails (-1) when the target exists, as on Windows.
+int FsRename(const char* from, const char* to);
+// Renames a file over an existing target in one step (temporary file, then into place).
+int FsReplace(const char* from, const char* to);
+int FsRemove(const char* path);
+// Size in bytes, or -1 when the file cannot be examined.
+int64_t FsSize(const char* path);
+
+// Calls visit(context, name) for every entry of a directory except "." and "..";
+// stops early when visit returns nonzero. Returns 0, or -1 when the directory cannot be read.
+using DirVisitor = int (*)(void* context, const char* name);
+int FsListDirectory(const char* dir, DirVisitor visit, void* context);
+
+// fopen with the mode letters of the service ("a", "w", "w+c", "a+c"); the "c" (commit on
+// flush) is honoured where the system supports it and ignored elsewhere.
+FILE* FsOpenStream(const char* path, const char* mode);
+
+struct StreamCloser {
+    void operator()(FILE* f) const {
+        if (f != nullptr) fclose(f);
+    }
+};
+using StreamPtr = std::unique_ptr<FILE, StreamCloser>;
+
+// Appends the separator to a directory path unless it already ends in one (cut at cap).
+void AppendSeparator(char* path, size_t cap);
+
+}  // namespace vx

@@ -1,0 +1,60 @@
+#include "test_support.h"
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+namespace vxtest {
+
+namespace fs = std::filesystem;
+
+std::string UniqueName(const std::string& prefix) {
+    static std::atomic<int> counter{0};
+    std::random_device rd;
+    auto now = std::chrono::steady_clock::now().time_since_epoch().count();
+    std::ostringstream name;
+    name << prefix << std::hex << (rd() ^ static_cast<unsigned>(now)) << "_" << counter++;
+    return name.str();
+}
+
+ScratchDir::ScratchDir() {
+    fs::path dir = fs::temp_directory_path() / UniqueName("vorlix_test_");
+    fs::create_directories(dir);
+    path_ = dir.string();
+}
+
+ScratchDir::~ScratchDir() {
+    std::error_code ec;
+    fs::remove_all(path_, ec);
+}
+
+std::string ScratchDir::File(const std::string& name) const { return (fs::path(path_) / name).string(); }
+
+std::string ReadWholeFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return "";
+    std::ostringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+bool WriteWholeFile(const std::string& path, const std::string& content) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    if (!out) return false;
+    out << content;
+    return static_cast<bool>(out);
+}
+
+int CountOccurrences(const std::string& haystack, const std::string& needle) {
+    if (needle.empty()) return 0;
+    int count = 0;
+    for (size_t pos = haystack.find(needle); pos != std::string::npos;
+         pos = haystack.find(needle, pos + needle.size()))
+        ++count;
+    return count;
+}
+
+}  // namespace vxtest

@@ -1,0 +1,34 @@
+// Helpers shared by the unit tests: scratch directories, file contents, unique names.
+#pragma once
+
+#include <string>
+
+namespace vxtest {
+
+// A fresh directory under the system's temporary directory, removed with its contents at the end.
+class ScratchDir {
+public:
+    ScratchDir();
+    ~ScratchDir();
+    ScratchDir(const ScratchDir&) = delete;
+    ScratchDir& operator=(const ScratchDir&) = delete;
+
+    const std::string& Path() const { return path_; }
+    // Path of a name inside the directory.
+    std::string File(const std::string& name) const;
+
+private:
+    std::string path_;
+};
+
+// The whole content of a file, or "" when it cannot be read.
+std::string ReadWholeFile(const std::string& path);
+bool WriteWholeFile(const std::string& path, const std::string& content);
+
+// A name that no other test run uses (for registry keys and files).
+std::string UniqueName(const std::string& prefix);
+
+// Number of times needle occurs in haystack.
+int CountOccurrences(const std::string& haystack, const std::string& needle);
+
+}  // namespace vxtest
