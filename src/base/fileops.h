@@ -17,6 +17,15 @@ constexpr char kPathSeparator = '/';
 // Maximum path length of the service's path buffers.
 constexpr size_t kMaxPath = 260;
 
+// True for a character that separates path levels (Windows also accepts '/').
+constexpr bool IsPathSeparator(char c) {
+#if defined(_WIN32)
+    return c == '\\' || c == '/';
+#else
+    return c == '/';
+#endif
+}
+
 bool FsExists(const char* path);
 bool FsIsDirectory(const char* path);
 // True when the directory exists and the process may read and write in it.
@@ -48,6 +57,7 @@ struct StreamCloser {
 using StreamPtr = std::unique_ptr<FILE, StreamCloser>;
 
 // Appends the separator to a directory path unless it already ends in one (cut at cap).
+// An empty path stays empty: it names no directory, and a lone separator would be the root.
 void AppendSeparator(char* path, size_t cap);
 
 }  // namespace vx

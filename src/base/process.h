@@ -19,6 +19,9 @@ int GetBaseDirectory(char* out, size_t cap);
 // Reads an environment variable into out; -1 when it is not set.
 int GetEnvironmentText(const char* name, char* out, size_t cap);
 
+// Sets an environment variable of this process; a null or empty value removes it. 0 or -1.
+int SetEnvironmentText(const char* name, const char* value);
+
 struct OsInfo {
     uint32_t major;
     uint32_t minor;

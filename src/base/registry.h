@@ -3,7 +3,8 @@
 // $VORLIX_REGISTRY_DIR when set), safe against several processes reading and writing at once.
 //
 // Every call returns a Windows system error code: 0 success, 2 not found, 234 more data,
-// 5 access denied, 87 bad parameter. Key paths use backslashes on both targets.
+// 5 access denied, 6 invalid handle, 87 bad parameter. Key paths use backslashes on both targets;
+// key and value names compare without regard to case and keep the case they were created with.
 #pragma once
 
 #include <cstddef>
@@ -16,6 +17,7 @@ enum RegHive { kHiveLocalMachine = 0, kHiveCurrentUser = 1 };
 constexpr long kRegOk = 0;
 constexpr long kRegNotFound = 2;
 constexpr long kRegAccessDenied = 5;
+constexpr long kRegInvalidHandle = 6;
 constexpr long kRegBadParameter = 87;
 constexpr long kRegMoreData = 234;
 constexpr long kRegNoMoreItems = 259;
@@ -23,7 +25,8 @@ constexpr long kRegNoMoreItems = 259;
 // An open key. Opaque: HKEY on Windows.
 using RegHandle = void*;
 
-// The handle value that stands for a hive itself (as shown in the API trace).
+// The handle value that stands for a hive itself (as shown in the API trace); it can be used as
+// an open key for the hive's root and closing it does nothing.
 RegHandle RegHiveHandle(RegHive hive);
 const char* RegHiveName(RegHive hive);  // "HKEY_LOCAL_MACHINE" / "HKEY_CURRENT_USER"
 
@@ -35,14 +38,17 @@ long RegClose(RegHandle key);
 
 // Reads a text value. size: in, the buffer's size; out, the bytes the value holds (terminator
 // included). The buffer is always terminated, also when the stored text has no terminator.
-// kRegMoreData when the buffer is too small (the buffer then holds the cut text).
+// kRegMoreData when the buffer is too small, also when the text alone fills it and leaves no room
+// for the terminator (the buffer then holds the cut text). A null buf only reports the size.
 long RegQueryText(RegHandle key, const char* name, char* buf, uint32_t* size);
 // Writes a text value; len is the data length given to the system (the service passes the text
 // length without the terminator).
 long RegSetText(RegHandle key, const char* name, const char* text, uint32_t len);
 long RegRemoveValue(RegHandle key, const char* name);
-// Enumerates values by index: name and data as text, each cut to its buffer.
-// kRegNoMoreItems past the last value. Non-text values are shown as their decimal or hex text.
+// Enumerates values by index: name and data as text, each cut to its buffer ("" names the
+// unnamed value). kRegNoMoreItems past the last value. Non-text values are shown as their
+// decimal or hex text. The order is the system's: sorted by name under Wine, the order of the
+// lines in the hive file on Linux; callers must not rely on either.
 long RegEnumText(RegHandle key, uint32_t index, char* name, size_t nameCap, char* data,
                  size_t dataCap);
 

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <random>
 #include <sstream>
+#include <cstdlib>
 
 namespace vxtest {
 
@@ -46,6 +47,32 @@ bool WriteWholeFile(const std::string& path, const std::string& content) {
     if (!out) return false;
     out << content;
     return static_cast<bool>(out);
+}
+
+void SetEnv(const std::string& name, const std::string& value) {
+#if defined(_WIN32)
+    _putenv_s(name.c_str(), value.c_str());
+#else
+    if (value.empty())
+        unsetenv(name.c_str());
+    else
+        setenv(name.c_str(), value.c_str(), 1);
+#endif
+}
+
+void UseScratchEnvironment() {
+    // Lives for the whole test process; removed by the system's temp clean-up, not by us, because
+    // other static objects may still use it at exit.
+    static const std::string root = [] {
+        fs::path dir = fs::temp_directory_path() / UniqueName("vorlix_env_");
+        fs::create_directories(dir / "registry");
+        fs::create_directories(dir / "home");
+        return dir.string();
+    }();
+#if !defined(_WIN32)
+    SetEnv("VORLIX_REGISTRY_DIR", (fs::path(root) / "registry").string());
+#endif
+    SetEnv("VORLIX_HOME", (fs::path(root) / "home").string());
 }
 
 int CountOccurrences(const std::string& haystack, const std::string& needle) {

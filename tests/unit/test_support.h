@@ -28,6 +28,13 @@ bool WriteWholeFile(const std::string& path, const std::string& content);
 // A name that no other test run uses (for registry keys and files).
 std::string UniqueName(const std::string& prefix);
 
+// Points the settings hives (Linux) and the base directory at scratch directories of this test
+// process, once. Under Windows the registry of the Wine prefix is used as it is.
+void UseScratchEnvironment();
+
+// Sets an environment variable for this process (empty value: removes it).
+void SetEnv(const std::string& name, const std::string& value);
+
 // Number of times needle occurs in haystack.
 int CountOccurrences(const std::string& haystack, const std::string& needle);
 

@@ -1,0 +1,19 @@
+// The wording of the service's events, for system logs that carry plain text.
+#include "base/eventlog.h"
+
+#include "base/text.h"
+
+namespace vx {
+
+void EventMessageText(uint32_t eventId, const char* insert1, const char* insert2, char* out,
+                      size_t cap) {
+    const char* first = insert1 != nullptr ? insert1 : "";
+    const char* second = insert2 != nullptr ? insert2 : "";
+    if (eventId == kEventIdApiError) {
+        FormatText(out, cap, "Error in %s occurred: %s", first, second);
+    } else {
+        FormatText(out, cap, "%s: %s", first, second);
+    }
+}
+
+}  // namespace vx

@@ -1,0 +1,10 @@
+#include "printserver/process_locks.h"
+
+namespace vx {
+
+RecursiveLock& ProcessFileLock() {
+    static RecursiveLock lock;
+    return lock;
+}
+
+}  // namespace vx

@@ -1,0 +1,231 @@
+// Czelprsrv: the print-server object. The service makes exactly one, reached through g_prsrv by
+// every thread. It carries the trace logs ("vorlix.dbg", "vorlixwinapi.dbg") with their levels and
+// switching, the tracked allocator, and the settings store: registry values under the settings key,
+// per-printer overrides, two caches and the built-in defaults.
+//
+// Tracing rule: the shared line buffer and the log files are guarded by the trace lock. Trace(),
+// TraceError() and TraceApi() test the level, take the lock, format into the buffer and write, so a
+// caller cannot forget either. WriteTrace()/WriteApiTrace() are for callers that already hold the
+// lock (through TraceHold) and formatted into LineBuffer() themselves.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+
+#include "base/fileops.h"
+#include "base/registry.h"
+#include "base/sync.h"
+#include "base/text.h"
+#include "jobs/list_hooks.h"
+#include "jobs/swlistman.h"
+
+namespace vx {
+
+enum RunMode {
+    kRunModeTool = 1,
+    kRunModeService = 2,
+    kRunModeTessel = 3,
+    kRunModeConsole = 4,
+    kRunModeManager = 6,
+};
+
+// Trace levels used throughout the service.
+enum TraceLevel {
+    kTraceError = -1,
+    kTraceBanner = 0,
+    kTraceNormal = 1,
+    kTraceNotable = 5,
+    kTraceDetail = 9,
+    kTraceData = 10,
+};
+
+constexpr size_t kTraceLineSize = 1024;
+constexpr size_t kRegistryTextSize = 1024;
+
+constexpr const char* kDefaultSettingsKey = "Software\\Zel\\Zellpd\\ZELLPD";
+constexpr const char* kTesselSettingsKey = "Software\\Zel\\Nimbra Manager for Tessel";
+constexpr const char* kManagerSettingsKey = "Software\\Zel\\Nimbra Manager";
+constexpr const char* kPdfProductKey = "Software\\Zel\\Tolmapdf";
+
+// What the creator decides about the object.
+struct PrsrvConfig {
+    int runMode = kRunModeService;
+    RegHive hive = kHiveLocalMachine;
+    const char* settingsKey = nullptr;   // null: the default key of the run mode
+    const char* logDirectory = nullptr;  // null: "LogPath", else <base>/Logs/
+    const char* logBaseName = "vorlix";
+    const char* apiLogBaseName = "vorlixwinapi";
+    const char* suffix = nullptr;
+    const char* extension = ".dbg";
+    class Czelprsrv* parent = nullptr;  // share the parent's caches and list manager
+};
+
+// Settings caches: an integer and a string list in a list manager, with their entry counts.
+struct SettingsCaches {
+    ClistMan* lists = nullptr;
+    ListId intList = kInvalidListId;
+    ListId stringList = kInvalidListId;
+    int32_t intCount = 0;
+    int32_t stringCount = 0;
+};
+
+class Czelprsrv {
+public:
+    explicit Czelprsrv(const PrsrvConfig& config);
+    ~Czelprsrv();
+    Czelprsrv(const Czelprsrv&) = delete;
+    Czelprsrv& operator=(const Czelprsrv&) = delete;
+
+    // ---- trace log ----
+    bool TraceOn(int level) const { return Abs(level) <= logLevel_; }
+    void Trace(int level, const char* fmt, ...) VX_PRINTF(3, 4);
+    void TraceV(int level, const char* fmt, va_list args);
+    // "Error: " followed by the text, at level -1 (formatted in the error buffer).
+    void TraceError(const char* fmt, ...) VX_PRINTF(2, 3);
+    void TraceErrorV(const char* fmt, va_list args);
+    void TraceApi(const char* fmt, ...) VX_PRINTF(2, 3);
+
+    RecursiveLock& TraceLock() { return traceLock_; }
+    char* LineBuffer() { return line_; }
+    void WriteTrace(int level, const char* text);
+    void WriteApiTrace(const char* text);
+
+    // Name of the system call that failed; eventType 1 error, 2 warning.
+    void ReportLastError(const char* function, int eventType);
+    void* TrackedAlloc(size_t size, const char* file, int line, const char* tag, int always);
+    void TrackedFree(void* block, const char* file, int line, const char* tag, int always);
+    void ReportMemoryUsage(int jobCount, uint32_t listBytes);
+    // target 1: into the main log; 0: standard output.
+    void WriteEnvironmentReport(int target);
+    void ChangeTraceOption(const char* name, const char* value);
+    void RenameWithTimeStamp(const char* path);
+    void SwitchLogFile();
+
+    // ---- settings store ----
+    int32_t GetGlobalInt(const char* name, int32_t def);
+    int32_t GetPrinterInt(const char* printer, const char* name, int32_t def);
+    int32_t GetOptionValue(const char* printer, const char* name, int32_t def);
+    void GetGlobalString(const char* name, const char* def, char* buffer, size_t size);
+    void GetPrinterString(const char* printer, const char* name, const char* def, char* buffer,
+                          uint32_t* size);
+    void SetGlobalInt(const char* name, int32_t value);
+    void SetGlobalString(const char* name, const char* text);
+    int DeleteGlobalValue(const char* name);
+    int SetUserModeMark(int flag, const char* keyPath);
+    int32_t GetDefaultValue(const char* name) const;
+
+    // ---- what the object resolved ----
+    int GetRunMode() const { return runMode_; }
+    RegHive Hive() const { return hive_; }
+    const char* SettingsKey() const { return settingsKey_; }
+    const char* LogDirectory() const { return logDir_; }
+    const char* TempDirectory() const { return tempDir_; }
+    const char* OutputDirectory() const { return outputDir_; }
+    const char* MainLogPath() const { return mainLogPath_; }
+    const char* ApiLogPath() const { return apiLogPath_; }
+    bool MainLogOpen() const { return mainLog_ != nullptr; }
+    bool ApiLogOpen() const { return apiLog_ != nullptr; }
+    uint32_t LinesWritten() const { return linesWritten_; }
+
+    int32_t LogLevel() const { return logLevel_; }
+    int32_t EnableEudc() const { return enableEudc_; }
+    int32_t WinApiLog() const { return winApiLog_; }
+    int32_t MemoryLog() const { return memoryLog_; }
+    int32_t NoLogFileSwitch() const { return noLogFileSwitch_; }
+    int32_t MaxLogFileSize() const { return maxLogFileSize_; }
+    int32_t NoPrinterLogging() const { return noPrinterLogging_; }
+    int32_t PdfPacketSize() const { return pdfPacketSize_; }
+    int32_t PdfAsRaw() const { return pdfAsRaw_; }
+    bool DeleteLogsAtEnd() const { return deleteLogsAtEnd_; }
+
+    // The version texts shown in the banner ("" when the library is not installed).
+    void SetLibraryVersions(const char* zelwin, const char* tolmapdf);
+
+private:
+    static int32_t Abs(int32_t v) { return v < 0 ? -v : v; }
+
+    void ResolveSettingsKey(const PrsrvConfig& config);
+    void ResolveDirectories(const PrsrvConfig& config);
+    void ResolveDirectory(const char* given, const char* setting, const char* fallbackName,
+                          char* out);
+    void ReadTraceOptions();
+    void OpenLogFile(const char* baseName, const char* suffix, const char* extension, char* path,
+                     FILE** stream, bool switchAtOpen);
+    void EchoToConsole(const char* prefix, const char* text);
+    void CloseRegistryHandle(RegKey& key);
+    void WriteBanner(int target);
+    void ReportLine(int target, int level, const char* fmt, ...) VX_PRINTF(4, 5);
+
+    // settings caches
+    bool IntCacheLookup(const char* name, int32_t* value);
+    void IntCacheInsert(const char* name, int32_t value);
+    void IntCacheRemove(const char* name);
+    bool StringCacheLookup(const char* name, char* value, size_t cap);
+    void StringCacheInsert(const char* name, const char* value);
+    void StringCacheRemove(const char* name);
+    void EnsureCacheLists();
+    bool OpenReadHandle();
+    bool OpenWriteHandle();
+
+    static void* HookAlloc(void* context, size_t size, const char* file, int line,
+                           const char* label);
+    static void HookRelease(void* context, void* block, const char* file, int line,
+                            const char* label);
+    static void HookError(void* context, const char* text);
+    static void ApiSink(void* context, const char* line);
+
+    // trace
+    RecursiveLock traceLock_;
+    RecursiveLock libraryLock_;
+    FILE* mainLog_ = nullptr;
+    FILE* apiLog_ = nullptr;
+    char mainLogPath_[kMaxPath] = {};
+    char switchTarget_[kMaxPath] = {};
+    char apiLogPath_[kMaxPath] = {};
+    char error_[1044] = {};
+    char line_[kTraceLineSize] = {};
+    uint32_t linesWritten_ = 0;
+    bool switching_ = false;
+    int32_t maxLogFileSize_ = 10000000;
+    int32_t logLevel_ = 1;
+    int32_t enableEudc_ = 0;
+    int32_t winApiLog_ = 0;
+    int32_t memoryLog_ = 0;
+    int32_t noLogFileSwitch_ = 0;
+    bool deleteLogsAtEnd_ = true;
+    int32_t noPrinterLogging_ = 0;
+    int32_t pdfPacketSize_ = 100;
+    int32_t pdfAsRaw_ = 0;
+    int32_t pdfLibraryCompatible_ = 0;  // the PDF print library check: the default of "PDFasRAW"
+    int runMode_ = kRunModeService;
+    ListHooks hooks_ = {};
+    char zelwinVersion_[64] = {};
+    char tolmapdfVersion_[64] = {};
+
+    // settings
+    Czelprsrv* parent_ = nullptr;
+    SettingsCaches ownCaches_;
+    SettingsCaches* caches_ = &ownCaches_;
+    // The caches are used under the trace lock of their owner, so that the lock order is always
+    // trace lock, then list lock (a list that grows traces its allocation).
+    RecursiveLock* cacheLock_ = &traceLock_;
+    RegHive hive_ = kHiveLocalMachine;
+    RegKey readKey_;
+    RegKey writeKey_;
+    RegKey portKey_;
+    RegKey pdfKey_;
+    char settingsKey_[kMaxPath] = {};
+    char logDir_[kMaxPath] = {};
+    char tempDir_[kMaxPath] = {};
+    char outputDir_[kMaxPath] = {};
+};
+
+// The one print-server object of the process (null before InitVorlix and after ExitVorlix).
+extern Czelprsrv* g_prsrv;
+
+// Trace through g_prsrv; nothing happens while there is none.
+void Trace(int level, const char* fmt, ...) VX_PRINTF(2, 3);
+void TraceError(const char* fmt, ...) VX_PRINTF(1, 2);
+
+}  // namespace vx

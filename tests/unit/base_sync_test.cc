@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/api_trace.h"
+#include "base/sync.h"
+#include "base/text.h"
+#include "test_support.h"
+
+namespace {
+
+// Waits (polling, with a generous bound) until count reaches want; never asserts a duration.
+bool AwaitCount(const std::atomic<int>& count, int want) {
+    for (int i = 0; i < 1000 && count.load() < want; ++i) vx::SleepMs(10);
+    return count.load() >= want;
+}
+
+TEST(AutoResetEvent, OneSetReleasesOneWaitAndClears) {
+    vx::AutoEvent event(nullptr);
+    ASSERT_TRUE(event.Valid());
+    EXPECT_EQ(event.Wait(0), vx::kWaitTimeout);
+    EXPECT_EQ(event.Set(), 0);
+    EXPECT_EQ(event.Set(), 0);  // setting a set event does not count twice
+    EXPECT_EQ(event.Wait(0), vx::kWaitSignaled);
+    EXPECT_EQ(event.Wait(0), vx::kWaitTimeout);
+    EXPECT_EQ(event.Wait(50), vx::kWaitTimeout);
+}
+
+TEST(AutoResetEvent, EachSetWakesExactlyOneOfTwoWaiters) {
+    vx::AutoEvent event(nullptr);
+    ASSERT_TRUE(event.Valid());
+    std::atomic<int> woken{0};
+    std::atomic<int> failed{0};
+    auto waiter = [&] {
+        if (event.Wait(vx::kWaitInfinite) == vx::kWaitSignaled)
+            ++woken;
+        else
+            ++failed;
+    };
+    std::thread first(waiter);
+    std::thread second(waiter);
+    vx::SleepMs(50);  // let both block; a set before they wait is kept and changes nothing
+    EXPECT_EQ(event.Set(), 0);
+    ASSERT_TRUE(AwaitCount(woken, 1));
+    vx::SleepMs(100);
+    EXPECT_EQ(woken.load(), 1) << "one set must not release both waiters";
+    EXPECT_EQ(event.Set(), 0);
+    ASSERT_TRUE(AwaitCount(woken, 2));
+    first.join();
+    second.join();
+    EXPECT_EQ(failed.load(), 0);
+    EXPECT_EQ(event.Wait(0), vx::kWaitTimeout);
+}
+
+TEST(AutoResetEvent, NamedEventsAreSharedByName) {
+    std::string name = vxtest::UniqueName("vxev_");
+    std::string other = vxtest::UniqueName("vxev_");
+    {
+        vx::AutoEvent a(name.c_str());
+        vx::AutoEvent b(name.c_str());
+        vx::AutoEvent c(other.c_str());
+        ASSERT_TRUE(a.Valid() && b.Valid() && c.Valid());
+        EXPECT_EQ(a.Set(), 0);
+        EXPECT_EQ(c.Wait(0), vx::kWaitTimeout);
+        EXPECT_EQ(b.Wait(0), vx::kWaitSignaled);
+        EXPECT_EQ(a.Wait(0), vx::kWaitTimeout);
+        // Closing one handle keeps the event alive for the other.
+        a.Reset();
+        EXPECT_EQ(b.Set(), 0);
+        vx::AutoEvent again(name.c_str());
+        EXPECT_EQ(again.Wait(0), vx::kWaitSignaled);
+        b.Set();
+    }
+    // All handles closed: the name gives a fresh, clear event.
+    vx::AutoEvent fresh(name.c_str());
+    ASSERT_TRUE(fresh.Valid());
+    EXPECT_EQ(fresh.Wait(0), vx::kWaitTimeout);
+}
+
+TEST(AutoResetEvent, NullHandleFails) {
+    EXPECT_EQ(vx::EvWait(nullptr, 0), vx::kWaitFailed);
+    EXPECT_EQ(vx::EvSet(nullptr), -1);
+}
+
+void CollectLine(void* context, const char* line) {
+    static_cast<std::vector<std::string>*>(context)->push_back(line);
+}
+
+std::string Line(const char* fmt, const void* handle) {
+    char text[128];
+    vx::FormatText(text, sizeof text, fmt, handle);
+    return text;
+}
+
+TEST(AutoResetEvent, EveryCallIsEchoedToTheApiTrace) {
+    std::vector<std::string> lines;
+    vx::SetApiTraceSink(CollectLine, &lines);
+    std::string name = vxtest::UniqueName("vxev_");
+    vx::EventHandle unnamed = vx::EvCreate(nullptr);
+    vx::EventHandle named = vx::EvCreate(name.c_str());
+    vx::EvSet(unnamed);
+    vx::EvWait(unnamed, 0);
+    vx::EvClose(unnamed);
+    vx::EvClose(named);
+    vx::SetApiTraceSink(nullptr, nullptr);
+    vx::EventHandle untraced = vx::EvCreate(nullptr);
+    vx::EvClose(untraced);
+
+    char created[300];
+    vx::FormatText(created, sizeof created, "CreateEvent(..,%s) = %p\n", name.c_str(), named);
+    std::vector<std::string> expected = {
+        Line("CreateEvent(..,NULL) = %p\n", unnamed),
+        created,
+        Line("SetEvent(%p)\n", unnamed),
+        Line("WaitForSingleObject(%p)\n", unnamed),
+        Line("CloseHandle(%p)\n", unnamed),
+        Line("CloseHandle(%p)\n", named),
+    };
+    EXPECT_EQ(lines, expected);
+}
+
+TEST(Threads, IdsDifferBetweenThreads) {
+    uint32_t mine = vx::CurrentThreadId();
+    uint32_t theirs = 0;
+    std::thread other([&] { theirs = vx::CurrentThreadId(); });
+    other.join();
+    EXPECT_NE(mine, 0u);
+    EXPECT_NE(theirs, 0u);
+    EXPECT_NE(mine, theirs);
+    EXPECT_EQ(mine, vx::CurrentThreadId());
+}
+
+}  // namespace

@@ -1,0 +1,150 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "jobs/list_table.h"
+#include "jobs/swlistman.h"
+#include "list_test_hooks.h"
+
+namespace {
+
+using namespace vx;
+using Texts = std::vector<std::string>;
+
+int MatchInt(const void* key, const void* element, int, void*) {
+    return *static_cast<const int32_t*>(key) == *static_cast<const int32_t*>(element) ? 0 : 1;
+}
+
+int OrderInt(const void* a, const void* b, int, void*) {
+    int32_t x = *static_cast<const int32_t*>(a), y = *static_cast<const int32_t*>(b);
+    return (x > y) - (x < y);
+}
+
+TEST(ClistMan, ListsStartWith50NodesUncountedUnderTheObjectsLabels) {
+    vxtest::RecordingHooks hooks;
+    {
+        ClistMan man(24, &hooks.hooks);
+        const uint32_t before = ListMemoryInUse();
+        ListId id = kInvalidListId;
+        ASSERT_EQ(man.swlalInitList(0, &id), 0);
+        int32_t n = 0;
+        EXPECT_EQ(man.swlalGetNumberOfFreeElements(id, &n, 1), 0);
+        EXPECT_EQ(n, 50);
+        char element[24] = {};
+        for (int i = 0; i < 51; ++i) ASSERT_EQ(man.swlalAppendElement(id, element, 1), 0);
+        struct Expected {
+            const char* label;
+            size_t size;
+        };
+        const Expected expected[] = {{"PLISTHEADER", sizeof(ListHeader)},
+                                     {"PLISTHEADER (Start of Elements)", 50 * sizeof(ListElement)},
+                                     {"PLISTHEADER (Start of Data)", 50 * 24},
+                                     {"PLISTHEADER (Start of Elements)", 100 * sizeof(ListElement)},
+                                     {"PVOID", 50 * 24}};
+        ASSERT_EQ(hooks.allocations.size(), 5u);
+        for (int i = 0; i < 5; ++i) {
+            EXPECT_EQ(hooks.allocations[i].source, "swlistman");
+            EXPECT_EQ(hooks.allocations[i].label, expected[i].label);
+            EXPECT_EQ(hooks.allocations[i].size, expected[i].size);
+        }
+        EXPECT_EQ(ListMemoryInUse(), before);
+    }
+    EXPECT_EQ(hooks.live, 0);  // the object ends the lists left open
+}
+
+TEST(ClistMan, EachObjectHas1024SlotsOfItsOwn) {
+    vxtest::RecordingHooks hooks;
+    ClistMan full(8, &hooks.hooks), other(8, &hooks.hooks);
+    ListId id = kInvalidListId;
+    for (int i = 0; i < kClistManSlots; ++i) ASSERT_EQ(full.swlalInitList(0, &id), 0);
+    EXPECT_EQ(full.swlalInitList(0, &id), -1);
+    EXPECT_EQ(hooks.errors, Texts{"swlalInitList: Maximum number of lists 1024 reached\n"});
+    EXPECT_EQ(other.swlalInitList(0, &id), 0);
+    EXPECT_EQ(id, 0);
+    EXPECT_EQ(full.swlalExitList(3), 0);
+    EXPECT_EQ(full.swlalInitList(0, &id), 0);
+    EXPECT_EQ(id, 3);
+}
+
+TEST(ClistMan, FailedLookupsAreReported) {
+    vxtest::RecordingHooks hooks;
+    ClistMan man(sizeof(int32_t), &hooks.hooks);
+    ListId id = kInvalidListId;
+    ASSERT_EQ(man.swlalInitList(0, &id), 0);
+    const int32_t one = 1, two = 2;
+    man.swlalAppendElement(id, &one, 1);
+    man.swlalAppendElement(id, &two, 1);
+    void* data = nullptr;
+    auto reported = [&](const std::function<int()>& operation) {
+        hooks.Forget();
+        EXPECT_EQ(operation(), -1);
+        return hooks.errors;
+    };
+    EXPECT_EQ(reported([&] { return man.swlalGetElementByIndex(id + 1, 0, &data, 1); }),
+              Texts{"ClistMan::swlaliGetHeader: Wrong list handle\n"});
+    EXPECT_EQ(reported([&] { return man.swlalGetElementByIndex(id, 5, &data, 1); }),
+              (Texts{"ClistMan::swlaliGetElement: Wrong index\n",
+                     "ClistMan::swlalGetElementByIndex: No data available\n"}));
+    EXPECT_EQ(reported([&] { return man.swlalGetElementByIndex(id, 2, &data, 1); }),
+              Texts{"ClistMan::swlalGetElementByIndex: No data available\n"});
+    EXPECT_EQ(reported([&] { return man.swlalInsertElementAtIndex(id, 3, &one, 1); }),
+              Texts{"ClistMan::swlalInsertElementAtIndex: Wrong index\n"});
+    EXPECT_EQ(reported([&] { return man.swlalDeleteElementAtIndex(id, 2, 1); }),
+              Texts{"ClistMan::swlalDeleteElementAtIndex: No data available\n"});
+    EXPECT_EQ(reported([&] {
+                  man.swlalGetFirstElement(id, &data, 1);
+                  man.swlalClearList(id, 1);
+                  return man.swlalGetNextElement(id, &data, 1);
+              }),
+              Texts{"ClistMan::swlalGetNextElement: No data available\n"});
+}
+
+TEST(ClistMan, GrowthStopsAtTheDataBlockLimit) {
+    vxtest::RecordingHooks hooks;
+    ListTableConfig config = ClistManTableConfig();
+    config.maxDataBlocks = 3;  // two growths: 50, 100, 200 elements
+    ListTable* table = CreateListTable(config, &hooks.hooks);
+    ListId id = kInvalidListId;
+    ASSERT_EQ(TableInitList(table, kClistManInitialCount, sizeof(int32_t), &id, 0), 0);
+    for (int32_t v = 0; v < 200; ++v) ASSERT_EQ(TableAppendElement(table, id, &v, 1), 0);
+    EXPECT_EQ(TableAppendElement(table, id, &id, 1), -1);
+    EXPECT_EQ(hooks.errors, Texts{"swlaliAppendList: No more appends possible\n"});
+    DestroyListTable(table);
+    EXPECT_EQ(hooks.live, 0);
+}
+
+TEST(ClistMan, OperationsWorkOnTheObjectsLists) {
+    ClistMan man(sizeof(int32_t), nullptr);
+    ListId id = kInvalidListId;
+    ASSERT_EQ(man.swlalInitList(0, &id), 0);
+    for (int32_t v : {3, 1, 2}) man.swlalAppendElement(id, &v, 1);
+    ASSERT_EQ(man.swlalSortList(id, 1, OrderInt, 1), 0);
+    const int32_t two = 2, nine = 9, zero = 0;
+    int32_t index = 0, count = 0, value = 0;
+    EXPECT_EQ(man.swlalFindElement(id, MatchInt, &index, &two, &value, 1), 0);
+    EXPECT_EQ(index, 1);
+    EXPECT_EQ(man.swlalCountElements(id, MatchInt, &count, 0, &two, 1), 0);
+    EXPECT_EQ(count, 1);
+    EXPECT_EQ(man.swlalReplaceElement(id, MatchInt, &two, &nine, 1), 0);
+    EXPECT_EQ(man.swlalReplaceElementAtIndex(id, 0, &zero, 1), 0);
+    EXPECT_EQ(man.swlalInsertElementAtIndex(id, 0, &two, 1), 0);
+    EXPECT_EQ(man.swlalDeleteElement(id, MatchInt, &zero, 1), 0);
+    EXPECT_EQ(man.swlalDeleteFirstElement(id, 1), 0);
+    EXPECT_EQ(man.swlalLockList(id), 0);
+    void* data = nullptr;
+    std::vector<int32_t> values;
+    for (man.swlalGetFirstElement(id, &data, 0); data != nullptr;
+         man.swlalGetNextElement(id, &data, 0)) {
+        values.push_back(*static_cast<int32_t*>(data));
+    }
+    EXPECT_EQ(man.swlalUnlockList(id), 0);
+    EXPECT_EQ(values, (std::vector<int32_t>{9, 3}));
+    EXPECT_EQ(man.swlalGetNumberOfElements(id, &count, 1), 0);
+    EXPECT_EQ(count, 2);
+    EXPECT_EQ(man.swlalExitList(id), 0);
+    EXPECT_EQ(man.swlalExitList(id), -1);
+}
+
+}  // namespace

@@ -1,0 +1,181 @@
+// The settings store of the print-server object against a real hive (the registry under Wine,
+// a scratch ".reg" file on Linux): conversion, caching, per-printer fallback, writes.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "base/registry.h"
+#include "printserver/zelprsrv.h"
+#include "prsrv_fixture.h"
+#include "test_support.h"
+
+namespace {
+
+using vx::Czelprsrv;
+
+class SettingsStore : public vxtest::PrsrvFixture {
+protected:
+    void SetUp() override {
+        PrsrvFixture::SetUp();
+        Seed("WinAPILog", "1");  // every registry call shows in the API log
+        Seed("KeepFile", "1");
+    }
+
+    std::string ApiLog(Czelprsrv& p) { return vxtest::ReadWholeFile(p.ApiLogPath()); }
+};
+
+TEST_F(SettingsStore, IntegersReadAsHexadecimalOrLeadingDecimalDigits) {
+    Seed("HexLower", "0x1F");
+    Seed("HexUpper", "0X10");
+    Seed("Trailing", "12abc");
+    Seed("Empty", "");
+    Seed("Negative", "-3");
+    Seed("AllBits", "0xFFFFFFFF");
+    auto p = Make();
+    EXPECT_EQ(p->GetGlobalInt("HexLower", 5), 31);
+    EXPECT_EQ(p->GetGlobalInt("HexUpper", 5), 16);
+    EXPECT_EQ(p->GetGlobalInt("Trailing", 5), 12);
+    EXPECT_EQ(p->GetGlobalInt("Empty", 5), 0);
+    EXPECT_EQ(p->GetGlobalInt("Negative", 5), -3);
+    EXPECT_EQ(static_cast<uint32_t>(p->GetGlobalInt("AllBits", 5)), 0xFFFFFFFFu);
+    EXPECT_EQ(p->GetGlobalInt("NotThere", 5), 5);
+}
+
+TEST_F(SettingsStore, MissingValueIsAskedOnceAndItsDefaultKept) {
+    auto p = Make();
+    EXPECT_EQ(p->GetGlobalInt("LateValue", 7), 7);
+    Seed("LateValue", "42");  // written behind the service's back after the first read
+    EXPECT_EQ(p->GetGlobalInt("LateValue", 8), 7);
+    EXPECT_EQ(vxtest::CountOccurrences(ApiLog(*p), ", LateValue, ..) ="), 1);
+
+    char text[64];
+    p->GetGlobalString("LateText", "fallback", text, sizeof text);
+    EXPECT_STREQ(text, "fallback");
+    Seed("LateText", "real");
+    p->GetGlobalString("LateText", "other", text, sizeof text);
+    EXPECT_STREQ(text, "fallback");
+}
+
+TEST_F(SettingsStore, PrinterValueFallsBackToGlobalThenToDefault) {
+    Seed("Copies", "3");
+    Seed("Copies", "5", "LaserA");
+    Seed("Other", "1", "LaserB");  // LaserB's subkey exists but has no "Copies"
+    auto p = Make();
+    EXPECT_EQ(p->GetOptionValue("LaserA", "Copies", 1), 5);
+    EXPECT_EQ(p->GetOptionValue("LaserB", "Copies", 1), 3);
+    EXPECT_EQ(p->GetOptionValue("NoSuchPrinter", "Copies", 1), 3);
+    EXPECT_EQ(p->GetOptionValue(nullptr, "Copies", 1), 3);
+    EXPECT_EQ(p->GetOptionValue("LaserB", "Absent", 9), 9);
+    EXPECT_EQ(p->GetPrinterInt("LaserA", "Copies", 0), 5);
+    // A direct printer read falls back to its own default, not to the global value.
+    EXPECT_EQ(p->GetPrinterInt("LaserC", "Copies", 0), 0);
+    // What was looked up for a printer is cached under printer and name.
+    EXPECT_EQ(p->GetPrinterInt("LaserB", "Copies", 0), 3);
+}
+
+TEST_F(SettingsStore, PdfEmitPsIgnoresTheGlobalValue) {
+    Seed("PDFEmitPS", "1");
+    Seed("PDFEmitPS", "4", "WithValue");
+    Seed("Other", "1", "WithoutValue");
+    auto p = Make();
+    EXPECT_EQ(p->GetOptionValue("WithoutValue", "PDFEmitPS", 0), 0);
+    EXPECT_EQ(p->GetOptionValue(nullptr, "PDFEmitPS", 2), 2);
+    EXPECT_EQ(p->GetOptionValue("WithValue", "PDFEmitPS", 2), 4);
+    EXPECT_EQ(p->GetOptionValue("WithValue", "PDFEmitPS", 6), 6);  // the greater of the two
+}
+
+TEST_F(SettingsStore, WritesUpdateTheCacheAndTheRegistry) {
+    Seed("Level", "2");
+    auto p = Make();
+    // Before the first write there is no write handle, and a delete changes nothing.
+    EXPECT_EQ(p->DeleteGlobalValue("Level"), -1);
+    EXPECT_EQ(Stored("Level"), "2");
+    EXPECT_EQ(p->GetGlobalInt("Level", 0), 2);
+    p->SetGlobalInt("Level", -17);
+    EXPECT_EQ(Stored("Level"), "-17");
+    std::string before = ApiLog(*p);
+    EXPECT_EQ(p->GetGlobalInt("Level", 0), -17);
+    EXPECT_EQ(ApiLog(*p), before);  // answered from the cache
+
+    p->SetGlobalString("Path", "C:\\Temp\\x");
+    EXPECT_EQ(Stored("Path"), "C:\\Temp\\x");
+    char text[64];
+    p->GetGlobalString("Path", "", text, sizeof text);
+    EXPECT_STREQ(text, "C:\\Temp\\x");
+
+    // A delete reaches the registry, but the running object keeps what it has read.
+    EXPECT_EQ(p->DeleteGlobalValue("Level"), 0);
+    EXPECT_EQ(Stored("Level"), "<missing>");
+    EXPECT_EQ(p->GetGlobalInt("Level", 0), -17);
+    EXPECT_EQ(p->DeleteGlobalValue("Level"), -1);
+}
+
+TEST_F(SettingsStore, StringsAreCutToTheCallersBuffer) {
+    Seed("Long", "abcdefghijklmnopqrstuvwxyz");
+    Seed("Long", "0123456789", "P1");
+    auto p = Make();
+    char small[8];
+    p->GetGlobalString("Long", "", small, sizeof small);
+    EXPECT_STREQ(small, "abcdefg");
+
+    char buf[64];
+    uint32_t size = sizeof buf;
+    p->GetPrinterString("P1", "Long", "", buf, &size);
+    EXPECT_STREQ(buf, "0123456789");
+    size = sizeof buf;
+    p->GetPrinterString("P2", "Long", "", buf, &size);
+    EXPECT_STREQ(buf, "abcdefghijklmnopqrstuvwxyz");
+    // A printer value that does not fit the caller's size is not read: the global value stays.
+    uint32_t tiny = 5;
+    p->GetPrinterString("P1", "Long", "", small, &tiny);
+    EXPECT_STREQ(small, "abcd");
+}
+
+TEST_F(SettingsStore, UserModeMarkIsWrittenAndRemoved) {
+    auto p = Make();
+    EXPECT_EQ(p->SetUserModeMark(1, key_.c_str()), 1);
+    EXPECT_EQ(Stored("UserMode"), "1");
+    EXPECT_EQ(p->SetUserModeMark(0, key_.c_str()), 1);
+    EXPECT_EQ(Stored("UserMode"), "<missing>");
+}
+
+TEST_F(SettingsStore, ChildObjectSharesTheParentsCaches) {
+    Seed("Shared", "1");
+    auto parent = Make();
+    EXPECT_EQ(parent->GetGlobalInt("Shared", 0), 1);
+    Seed("Shared", "2");
+    auto child = Make(vx::kRunModeTool, parent.get());
+    EXPECT_EQ(child->GetGlobalInt("Shared", 0), 1);  // the parent's cached value
+    child->SetGlobalInt("FromChild", 9);
+    EXPECT_EQ(parent->GetGlobalInt("FromChild", 0), 9);
+}
+
+TEST_F(SettingsStore, BuiltInDefaults) {
+    auto p = Make();
+    EXPECT_EQ(p->GetDefaultValue("LogLevel"), 1);
+    EXPECT_EQ(p->GetDefaultValue("LPDPort"), 515);
+    EXPECT_EQ(p->GetDefaultValue("NiReadTimeout"), -1);
+    EXPECT_EQ(p->GetDefaultValue("MaxLogFileSize"), 10000000);
+    EXPECT_EQ(p->GetDefaultValue("s_packet_size"), 15000);
+    EXPECT_EQ(p->GetDefaultValue("loglevel"), 0);  // names match exactly
+    EXPECT_EQ(p->GetDefaultValue("Unknown"), 0);
+    EXPECT_EQ(p->GetDefaultValue("PDFasRAW"), 0);  // no compatible PDF library here
+}
+
+TEST_F(SettingsStore, RegistryCallsAreEchoedToTheApiLog) {
+    Seed("Traced", "1");
+    auto p = Make();
+    p->GetGlobalInt("Traced", 0);
+    p->GetPrinterInt("Prn", "Traced", 0);
+    p->SetGlobalInt("Written", 1);
+    std::string log = ApiLog(*p);
+    EXPECT_NE(log.find("RegQueryValueEx("), std::string::npos);
+    EXPECT_NE(log.find(", Traced, ..) = 0\n"), std::string::npos);
+    EXPECT_NE(log.find("for key " + key_ + "\\Prn\n"), std::string::npos);
+    EXPECT_NE(log.find("RegCreateKeyEx("), std::string::npos);
+    EXPECT_NE(log.find(", Written, ..) = 0\n"), std::string::npos);
+    EXPECT_NE(log.find("new listManager(..) = "), std::string::npos);
+}
+
+}  // namespace

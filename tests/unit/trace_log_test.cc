@@ -1,0 +1,266 @@
+// The trace logs of the print-server object: line form, levels, switching by size, clean-up,
+// run-time option changes, the memory trace and the environment report.
+#include <gtest/gtest.h>
+
+#include <ctime>
+#include <filesystem>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "base/syserror.h"
+#include "prsrv_fixture.h"
+#include "printserver/zelprsrv.h"
+#include "test_support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using vx::Czelprsrv;
+
+class TraceLog : public vxtest::PrsrvFixture {
+protected:
+    std::string MainLog(Czelprsrv& p) { return vxtest::ReadWholeFile(p.MainLogPath()); }
+
+    // Files in the log directory whose names begin with "vorlix.dbg.": logs moved aside.
+    std::vector<std::string> MovedLogs() {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(dir_.Path())) {
+            std::string name = entry.path().filename().string();
+            if (name.rfind("vorlix.dbg.", 0) == 0) names.push_back(name);
+        }
+        return names;
+    }
+
+    static std::string Line(int n) { return "line " + std::to_string(n) + std::string(90, '.') + "\n"; }
+};
+
+TEST_F(TraceLog, LinesCarryThreadDateAndTimeAndAreFilteredByLevel) {
+    auto p = Make();
+    ASSERT_TRUE(p->MainLogOpen());
+    p->Trace(vx::kTraceNormal, "normal %d\n", 1);
+    p->Trace(vx::kTraceDetail, "detail\n");
+    p->TraceError("broken %s\n", "thing");
+    p->Trace(-5, "negative five\n");
+    std::string log = MainLog(*p);
+    std::regex normal(R"(\nTh \d{5}: \(\d\d\.\d\d\.\d{4} \d\d:\d\d:\d\d\) normal 1\n)");
+    EXPECT_TRUE(std::regex_search(log, normal)) << log;
+    EXPECT_EQ(log.find("detail"), std::string::npos);
+    EXPECT_TRUE(std::regex_search(log, std::regex(R"(\d\d\) Error: broken thing\n)")));
+    EXPECT_EQ(log.find("negative five"), std::string::npos);  // |-5| is above level 1
+}
+
+TEST_F(TraceLog, LevelZeroMeansNoMainLogAtAll) {
+    Seed("LogLevel", "0");
+    auto p = Make();
+    EXPECT_FALSE(p->MainLogOpen());
+    p->TraceError("lost\n");
+    EXPECT_FALSE(vxtest::ReadWholeFile(dir_.File("vorlix.dbg")).size() > 0);
+    EXPECT_FALSE(fs::exists(dir_.File("vorlix.dbg")));
+}
+
+TEST_F(TraceLog, SwitchesWhenTheFileOutgrowsTheLimitAfterEnoughLines) {
+    Seed("MaxLogFileSize", "3000");
+    Seed("KeepFile", "1");
+    auto p = Make(vx::kRunModeService);
+    ASSERT_TRUE(p->MainLogOpen());
+    std::string path = p->MainLogPath();
+    int switchedAt = -1;
+    for (int i = 0; i < 100 && switchedAt < 0; ++i) {
+        p->Trace(vx::kTraceNormal, "%s", Line(i).c_str());
+        if (!MovedLogs().empty()) switchedAt = i;
+        // Until the switch, either too few lines were written or the file was not too long yet.
+        if (switchedAt < 0) {
+            EXPECT_TRUE(p->LinesWritten() <= 30 || fs::file_size(path) <= 3000u) << i;
+        }
+    }
+    ASSERT_GE(switchedAt, 0);
+    std::vector<std::string> moved = MovedLogs();
+    ASSERT_EQ(moved.size(), 1u);
+    EXPECT_TRUE(std::regex_match(moved[0], std::regex(R"(vorlix\.dbg\.\d\d_\d\d_\d{4}_\d\d_\d\d_\d\d)")));
+    std::string oldLog = vxtest::ReadWholeFile(dir_.File(moved[0]));
+    EXPECT_NE(oldLog.find(Line(switchedAt)), std::string::npos);  // the line that switched
+    std::string fresh = MainLog(*p);
+    EXPECT_NE(fresh.find("This is Vorlix Version"), std::string::npos);
+    EXPECT_EQ(fresh.find("line "), std::string::npos);
+}
+
+// Stamped names for the next few seconds, so that any switch in that time finds its target taken.
+static void OccupySwitchTargets(const std::string& logPath) {
+    std::time_t now = std::time(nullptr);
+    for (int s = 0; s < 4; ++s) {
+        std::time_t t = now + s;
+        std::tm local = *std::localtime(&t);
+        char stamp[32];
+        std::strftime(stamp, sizeof stamp, "%d_%m_%Y_%H_%M_%S", &local);
+        vxtest::WriteWholeFile(logPath + "." + stamp, "taken");
+    }
+}
+
+TEST_F(TraceLog, FailedRenameKeepsWritingToTheOldFile) {
+    Seed("MaxLogFileSize", "1000");
+    Seed("KeepFile", "1");
+    Seed("LogLevel", "5");
+    auto p = Make(vx::kRunModeService);
+    std::string path = p->MainLogPath();
+    OccupySwitchTargets(path);
+    for (int i = 0; i < 30; ++i) p->Trace(vx::kTraceNormal, "%s", Line(i).c_str());
+    std::string log = MainLog(*p);
+    EXPECT_NE(log.find("is not possible.\n"), std::string::npos);
+    EXPECT_NE(log.find("Rename from " + path + " to " + path + "."), std::string::npos);
+    // Nothing was lost: every line is still in the one file.
+    for (int i = 0; i < 30; ++i) EXPECT_NE(log.find(Line(i)), std::string::npos) << i;
+}
+
+TEST_F(TraceLog, NoLogFileSwitchDeletesTheOldLog) {
+    Seed("MaxLogFileSize", "1000");
+    Seed("NoLogFileSwitch", "1");
+    Seed("KeepFile", "1");
+    auto p = Make(vx::kRunModeService);
+    for (int i = 0; i < 40; ++i) p->Trace(vx::kTraceNormal, "%s", Line(i).c_str());
+    EXPECT_TRUE(MovedLogs().empty());
+    std::string log = MainLog(*p);
+    EXPECT_EQ(log.find(Line(0)), std::string::npos);
+    EXPECT_NE(log.find("This is Vorlix Version"), std::string::npos);
+}
+
+TEST_F(TraceLog, LogsAreDeletedAtTheEndUnlessKept) {
+    Seed("WinAPILog", "1");
+    std::string mainPath;
+    std::string apiPath;
+    {
+        auto p = Make(vx::kRunModeService);
+        mainPath = p->MainLogPath();
+        apiPath = p->ApiLogPath();
+        EXPECT_TRUE(fs::exists(mainPath));
+        EXPECT_TRUE(fs::exists(apiPath));
+    }
+    EXPECT_FALSE(fs::exists(mainPath));
+    EXPECT_FALSE(fs::exists(apiPath));
+
+    Seed("KeepFile", "1");
+    {
+        auto p = Make(vx::kRunModeService);
+        p->Trace(vx::kTraceNormal, "kept\n");
+    }
+    EXPECT_NE(vxtest::ReadWholeFile(mainPath).find("kept\n"), std::string::npos);
+    std::string api = vxtest::ReadWholeFile(apiPath);
+    EXPECT_NE(api.find("DeleteCriticalSection("), std::string::npos);
+    EXPECT_NE(api.find("delete listManager("), std::string::npos);
+}
+
+TEST_F(TraceLog, LogPathSettingGetsItsSeparator) {
+    std::string sub = dir_.File("custom");
+    Seed("LogPath", sub);
+    Seed("KeepFile", "1");
+    auto p = Make(vx::kRunModeService, nullptr, nullptr);
+    EXPECT_EQ(std::string(p->LogDirectory()), sub + std::string(1, vx::kPathSeparator));
+    EXPECT_EQ(std::string(p->MainLogPath()),
+              sub + std::string(1, vx::kPathSeparator) + "vorlix.dbg");
+    EXPECT_TRUE(fs::exists(p->MainLogPath()));
+}
+
+TEST_F(TraceLog, OptionChangesTakeEffectAtOnce) {
+    auto p = Make();
+    p->Trace(vx::kTraceDetail, "hidden\n");
+    p->ChangeTraceOption("LogLevel", "9");
+    p->Trace(vx::kTraceDetail, "shown\n");
+    std::string log = MainLog(*p);
+    EXPECT_EQ(log.find("hidden"), std::string::npos);
+    EXPECT_NE(log.find("Option LogLevel will be changed to value 9\n"), std::string::npos);
+    EXPECT_NE(log.find("shown\n"), std::string::npos);
+    EXPECT_EQ(p->GetGlobalInt("LogLevel", 0), 9);  // the cache follows the change
+
+    p->ChangeTraceOption("LogLevel", "9");  // unchanged: no second line
+    EXPECT_EQ(vxtest::CountOccurrences(MainLog(*p), "will be changed"), 1);
+    p->ChangeTraceOption("KeepFile", "1");
+    EXPECT_FALSE(p->DeleteLogsAtEnd());
+    p->ChangeTraceOption("NewSetting", "0x10");  // decimal conversion only
+    EXPECT_EQ(p->GetGlobalInt("NewSetting", 5), 0);
+}
+
+TEST_F(TraceLog, TrackedMemoryIsTracedByTagFileAndLine) {
+    Seed("LogLevel", "9");
+    Seed("MemoryLog", "1");
+    auto p = Make();
+    void* always = p->TrackedAlloc(16, "unit", 7, "Tagged", 1);
+    void* quiet = p->TrackedAlloc(8, "unit", 8, nullptr, 0);
+    ASSERT_NE(always, nullptr);
+    EXPECT_EQ(static_cast<unsigned char*>(always)[15], 0);
+    p->TrackedFree(always, "unit", 9, "Tagged", 1);
+    p->TrackedFree(quiet, "unit", 10, nullptr, 0);
+    p->ReportMemoryUsage(0, 4321);
+    p->ReportMemoryUsage(5, 0);
+    std::string log = MainLog(*p);
+    EXPECT_TRUE(std::regex_search(log, std::regex(R"(malloc \S+ \(Tagged\) of size 16 in file unit in line 7\n)")));
+    EXPECT_TRUE(std::regex_search(log, std::regex(R"(malloc \S+ of size 8 in file unit in line 8\n)")));
+    EXPECT_TRUE(std::regex_search(log, std::regex(R"(free \S+ \(Tagged\) in file unit in line 9\n)")));
+    EXPECT_NE(log.find("Initial memory usage\n"), std::string::npos);
+    EXPECT_NE(log.find("\tAllocated list memory: 4 K\n"), std::string::npos);
+    EXPECT_NE(log.find("\tPeakWorkingSetSize: "), std::string::npos);
+    EXPECT_NE(log.find("Memory usage after 5 jobs\n"), std::string::npos);
+}
+
+TEST_F(TraceLog, QuietAllocationsStayQuietWithoutMemoryLog) {
+    Seed("LogLevel", "9");
+    auto p = Make();
+    p->TrackedFree(p->TrackedAlloc(8, "unit", 1, "Quiet", 0), "unit", 2, "Quiet", 0);
+    p->ReportMemoryUsage(0, 0);
+    std::string log = MainLog(*p);
+    EXPECT_EQ(log.find("(Quiet)"), std::string::npos);
+    EXPECT_EQ(log.find("memory usage"), std::string::npos);
+}
+
+TEST_F(TraceLog, ConsoleRunShowsErrorLinesTwice) {
+    auto p = Make(vx::kRunModeConsole);
+    testing::internal::CaptureStdout();
+    p->Trace(vx::kTraceNormal, "once\n");
+    p->TraceError("twice\n");
+    std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(vxtest::CountOccurrences(out, "once\n"), 1);
+    EXPECT_EQ(vxtest::CountOccurrences(out, "Error: twice\n"), 2);
+}
+
+TEST_F(TraceLog, EnvironmentReportListsEverySettingWithItsDefault) {
+    Seed("LogLevel", "9");
+    Seed("EnableCancelButton", "0");
+    Seed("Custom", "abc");
+    auto p = Make();
+    testing::internal::CaptureStdout();
+    p->WriteEnvironmentReport(0);
+    std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_NE(out.find("This is Vorlix Version 750 Final Release.7500.1.0.47 (64Bit)\n"),
+              std::string::npos);
+    EXPECT_NE(out.find("Protocol Version 231\n"), std::string::npos);
+    EXPECT_NE(out.find("TOLMAPDF (64bit) not installed\n"), std::string::npos);
+    EXPECT_NE(out.find("OS-Info: version = "), std::string::npos);
+    EXPECT_NE(out.find("Settings from HKEY_CURRENT_USER:\n"), std::string::npos);
+    EXPECT_NE(out.find("LogLevel = 9, Default = 1\n"), std::string::npos);
+    EXPECT_NE(out.find("EnableCancelButton = 0, Default = 1\n"), std::string::npos);
+    EXPECT_NE(out.find("Custom = abc, Default = 0\n"), std::string::npos);
+    EXPECT_NE(out.find("Temp path: " + logDir_ + "\n"), std::string::npos);
+    EXPECT_EQ(out.find("Th "), std::string::npos);  // no trace prefix on the console
+    // The tool run wrote the same report into its fresh log.
+    EXPECT_NE(MainLog(*p).find("LogLevel = 9, Default = 1\n"), std::string::npos);
+}
+
+TEST_F(TraceLog, FilesAreMovedAsideWithATimeStamp) {
+    auto p = Make();
+    std::string nit = dir_.File("vorlix.nit");
+    ASSERT_TRUE(vxtest::WriteWholeFile(nit, "old trace"));
+    p->ChangeTraceOption("LogLevel", "5");
+    p->RenameWithTimeStamp(nit.c_str());
+    EXPECT_FALSE(fs::exists(nit));
+    EXPECT_NE(MainLog(*p).find("Rename from " + nit + " to " + nit + "."), std::string::npos);
+    p->RenameWithTimeStamp(nit.c_str());  // nothing there any more: nothing happens
+}
+
+TEST_F(TraceLog, LastSystemErrorIsNamedWithTheFailedCall) {
+    auto p = Make();
+    vx::SetLastSystemError(2);  // file not found, on both systems
+    p->ReportLastError("CreateFile", 1);
+    std::string log = MainLog(*p);
+    EXPECT_TRUE(std::regex_search(log, std::regex(R"(Error: CreateFile failed: \S.*\n)"))) << log;
+}
+
+}  // namespace
