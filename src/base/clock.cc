@@ -25,12 +25,12 @@ int FormatPicture(Picture picture, char sep, char* out, size_t cap) {
                              now.year);
             break;
         case Picture::kTime:
-            len = FormatText(text, sizeof text, "%02d%c%02d%c%02d", now.hour, sep, now.minute,
-                             sep, now.second);
+            len = FormatText(text, sizeof text, "%02d%c%02d%c%02d", now.hour, sep, now.minute, sep,
+                             now.second);
             break;
         case Picture::kFileStamp:
-            len = FormatText(text, sizeof text, "%02d_%02d_%04d_%02d_%02d_%02d", now.day,
-                             now.month, now.year, now.hour, now.minute, now.second);
+            len = FormatText(text, sizeof text, "%02d_%02d_%04d_%02d_%02d_%02d", now.day, now.month,
+                             now.year, now.hour, now.minute, now.second);
             break;
     }
     if (len + 1 > cap) return -1;

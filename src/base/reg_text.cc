@@ -1,8 +1,7 @@
 #include "base/reg_text.h"
 
-#include <cstring>
-
 #include "base/registry.h"
+#include "base/text.h"
 
 namespace vx {
 
@@ -16,11 +15,8 @@ long RegDeliverText(const char* text, size_t len, char* buf, uint32_t* size) {
     const size_t cap = *size;
     *size = needed > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(needed);
     if (buf == nullptr) return kRegOk;
-    if (cap == 0) return kRegMoreData;
-    const size_t copied = needed <= cap ? len : cap - 1;
-    if (copied > 0) memcpy(buf, text, copied);
-    buf[copied] = '\0';
-    return copied == len ? kRegOk : kRegMoreData;
+    CopyTextN(buf, cap, text, len);
+    return needed <= cap ? kRegOk : kRegMoreData;
 }
 
 void RegAppendHexText(const uint8_t* data, size_t len, std::string* out) {

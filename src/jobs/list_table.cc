@@ -109,16 +109,14 @@ ListElement* ChainFreeNodes(ListElement* nodes, int32_t first, int32_t count, vo
     return chain;
 }
 
-// The node at index, or with fetchNext the node at the cursor. Every lookup moves the cursor to
-// the successor of what it found. notFound is set for a bad handle or an index past the end.
-ListElement* FindNode(ListTable* table, ListId id, int32_t index, bool fetchNext, bool* notFound) {
+// The node at index, or with fetchNext the node at the cursor; null when there is none. Every
+// lookup moves the cursor to the successor of what it found.
+ListElement* FindNode(ListTable* table, ListId id, int32_t index, bool fetchNext) {
     ListHeader* header = SlotHeader(table, id);
     if (header == nullptr) {
         if (table != nullptr) ReportLookup(table, Texts(table).wrongElementHandle);
-        *notFound = true;
         return nullptr;
     }
-    *notFound = false;
     if (fetchNext) {
         ListElement* node = header->pCurrent;
         header->pCurrent = node != nullptr ? node->pNext : nullptr;
@@ -126,7 +124,6 @@ ListElement* FindNode(ListTable* table, ListId id, int32_t index, bool fetchNext
     }
     if (index < 0 || index > header->UsedElements) {
         ReportLookup(table, Texts(table).wrongIndex);
-        *notFound = true;
         return nullptr;
     }
     ListElement* node = nullptr;
@@ -280,7 +277,10 @@ ListTable* CreateListTable(const ListTableConfig& config, const ListHooks* hooks
 
 void DestroyListTable(ListTable* table) {
     if (table == nullptr) return;
-    for (ListId id = 0; id < table->config.slotCount; ++id) TableExitList(table, id);
+    for (ListId id = 0; id < table->config.slotCount; ++id) {
+        ListHeader* header = SlotHeader(table, id);
+        if (header != nullptr) ExitSlot(table, id, header);
+    }
     delete[] table->slots;
     delete table;
 }
@@ -356,7 +356,7 @@ int TableInitList(ListTable* table, int32_t initialCount, size_t elementSize, Li
 int TableExitList(ListTable* table, ListId id) {
     if (table == nullptr) return -1;
     LockHold slotHold(table->slotLock);
-    ListHeader* header = SlotHeader(table, id);
+    ListHeader* header = HeaderOf(table, id);
     if (header == nullptr) return -1;
     ExitSlot(table, id, header);
     return 0;
@@ -380,8 +380,7 @@ int TableGetElementByIndex(ListTable* table, ListId id, int32_t index, void** da
     ListHeader* header = HeaderOf(table, id);
     if (header == nullptr || data == nullptr) return -1;
     FlagHold hold(header, lock);
-    bool notFound = false;
-    ListElement* node = FindNode(table, id, index, false, &notFound);
+    ListElement* node = FindNode(table, id, index, false);
     if (node == nullptr) {
         ReportLookup(table, Texts(table).getByIndexNoData);
         return -1;
@@ -398,8 +397,7 @@ int TableGetNextElement(ListTable* table, ListId id, void** data, int lock) {
     ListHeader* header = HeaderOf(table, id);
     if (header == nullptr || data == nullptr) return -1;
     FlagHold hold(header, lock);
-    bool notFound = false;
-    ListElement* node = FindNode(table, id, 0, true, &notFound);
+    ListElement* node = FindNode(table, id, 0, true);
     if (node == nullptr) {
         *data = nullptr;  // past the end
         return 0;
@@ -425,8 +423,7 @@ int TableInsertElementAtIndex(ListTable* table, ListId id, int32_t index, const 
 
     ListElement* prev = nullptr;
     if (index > 0) {
-        bool notFound = false;
-        prev = FindNode(table, id, index - 1, false, &notFound);
+        prev = FindNode(table, id, index - 1, false);
         if (prev == nullptr) return -1;
     }
     ListElement* node = header->pFirstFree;
@@ -467,8 +464,7 @@ int TableDeleteElementAtIndex(ListTable* table, ListId id, int32_t index, int lo
     ListHeader* header = HeaderOf(table, id);
     if (header == nullptr) return -1;
     FlagHold hold(header, lock);
-    bool notFound = false;
-    ListElement* node = FindNode(table, id, index, false, &notFound);
+    ListElement* node = FindNode(table, id, index, false);
     if (node == nullptr) {
         ReportLookup(table, Texts(table).deleteNoData);
         return -1;
@@ -515,8 +511,7 @@ int TableReplaceElementAtIndex(ListTable* table, ListId id, int32_t index, const
     ListHeader* header = HeaderOf(table, id);
     if (header == nullptr || data == nullptr) return -1;
     FlagHold hold(header, lock);
-    bool notFound = false;
-    ListElement* node = FindNode(table, id, index, false, &notFound);
+    ListElement* node = FindNode(table, id, index, false);
     if (node == nullptr) return -1;
     memcpy(node->pData, data, header->ElementSize);
     return 0;
@@ -537,8 +532,7 @@ int TableFindElement(ListTable* table, ListId id, ListCompareFunction compare, i
     ListHeader* header = HeaderOf(table, id);
     if (header == nullptr || compare == nullptr || index == nullptr) return -1;
     FlagHold hold(header, lock);
-    bool notFound = false;
-    ListElement* start = FindNode(table, id, *index, false, &notFound);
+    ListElement* start = FindNode(table, id, *index, false);
     ListElement* node = NextMatch(header, start, compare, key);
     if (node == nullptr) return -1;
     if (copy != nullptr) memcpy(copy, node->pData, header->ElementSize);
@@ -552,8 +546,7 @@ int TableCountElements(ListTable* table, ListId id, ListCompareFunction compare,
     if (header == nullptr || compare == nullptr || count == nullptr) return -1;
     FlagHold hold(header, lock);
     *count = 0;
-    bool notFound = false;
-    ListElement* node = FindNode(table, id, start, false, &notFound);
+    ListElement* node = FindNode(table, id, start, false);
     for (node = NextMatch(header, node, compare, key); node != nullptr;
          node = NextMatch(header, node->pNext, compare, key)) {
         ++*count;

@@ -5,84 +5,65 @@
 
 #include "base/clock.h"
 #include "base/sync.h"
+#include "base/text.h"
 
 namespace {
 
-bool SameSecond(const vx::LocalDateTime& a, const vx::LocalDateTime& b) {
-    return a.year == b.year && a.month == b.month && a.day == b.day && a.hour == b.hour &&
-           a.minute == b.minute && a.second == b.second;
-}
+using Formatter = int (*)(char* out, size_t cap);
+using Picture = void (*)(const vx::LocalDateTime& at, char* out, size_t cap);
 
-// True when text is digits with sep at the given positions, nothing else.
-bool HasShape(const char* text, size_t length, std::initializer_list<size_t> seps, char sep) {
-    if (strlen(text) != length) return false;
-    for (size_t i = 0; i < length; ++i) {
-        bool isSep = false;
-        for (size_t s : seps) isSep = isSep || s == i;
-        if (isSep ? text[i] != sep : (text[i] < '0' || text[i] > '9')) return false;
-    }
-    return true;
-}
-
-int Number(const char* text, size_t pos, size_t len) {
-    return std::stoi(std::string(text + pos, len));
-}
-
-// Formats while the clock stays within one second, so the text can be compared with a reading.
-template <typename Format>
-bool FormatWithinOneSecond(Format format, char* out, vx::LocalDateTime* reading) {
+// Formats while the clock stays within one second and gives what the picture must show for
+// that reading, so the text can be compared whole (shape, zero padding, 24-hour form).
+bool FormatAgainstClock(Formatter format, Picture picture, std::string* text,
+                        std::string* expected) {
     for (int attempt = 0; attempt < 5; ++attempt) {
         vx::LocalDateTime before{};
         vx::LocalDateTime after{};
-        if (vx::GetLocalDateTime(&before) != 0 || format(out) != 0 ||
+        char out[32];
+        if (vx::GetLocalDateTime(&before) != 0 || format(out, sizeof out) != 0 ||
             vx::GetLocalDateTime(&after) != 0)
             return false;
-        if (SameSecond(before, after)) {
-            *reading = before;
-            return true;
-        }
+        if (before.second != after.second || before.minute != after.minute) continue;
+        char want[32];
+        picture(before, want, sizeof want);
+        *text = out;
+        *expected = want;
+        return true;
     }
     return false;
 }
 
-TEST(LocalDateTime, FieldsInRange) {
+TEST(LocalDateTime, PicturesAgreeWithTheClock) {
+    std::string text;
+    std::string expected;
+    ASSERT_TRUE(FormatAgainstClock(
+        [](char* out, size_t cap) { return vx::FormatLocalDate('.', out, cap); },
+        [](const vx::LocalDateTime& at, char* out, size_t cap) {
+            vx::FormatText(out, cap, "%02d.%02d.%04d", at.day, at.month, at.year);
+        },
+        &text, &expected));
+    EXPECT_EQ(text, expected);
+    ASSERT_TRUE(FormatAgainstClock(
+        [](char* out, size_t cap) { return vx::FormatLocalTime(':', out, cap); },
+        [](const vx::LocalDateTime& at, char* out, size_t cap) {
+            vx::FormatText(out, cap, "%02d:%02d:%02d", at.hour, at.minute, at.second);
+        },
+        &text, &expected));
+    EXPECT_EQ(text, expected);
+    ASSERT_TRUE(FormatAgainstClock(
+        vx::FormatFileStamp,
+        [](const vx::LocalDateTime& at, char* out, size_t cap) {
+            vx::FormatText(out, cap, "%02d_%02d_%04d_%02d_%02d_%02d", at.day, at.month, at.year,
+                           at.hour, at.minute, at.second);
+        },
+        &text, &expected));
+    EXPECT_EQ(text, expected);
+    EXPECT_EQ(text.size(), 19u);
+
     vx::LocalDateTime now{};
     ASSERT_EQ(vx::GetLocalDateTime(&now), 0);
     EXPECT_GE(now.year, 2020);
-    EXPECT_TRUE(now.month >= 1 && now.month <= 12);
-    EXPECT_TRUE(now.day >= 1 && now.day <= 31);
-    EXPECT_TRUE(now.hour >= 0 && now.hour <= 23);
-    EXPECT_TRUE(now.minute >= 0 && now.minute <= 59);
-    EXPECT_TRUE(now.second >= 0 && now.second <= 59);
-    EXPECT_TRUE(now.millisecond >= 0 && now.millisecond <= 999);
-}
-
-TEST(LocalDateTime, PicturesHaveTheirShapeAndAgreeWithTheClock) {
-    char date[16];
-    vx::LocalDateTime at{};
-    ASSERT_TRUE(FormatWithinOneSecond(
-        [&](char* out) { return vx::FormatLocalDate('.', out, sizeof date); }, date, &at));
-    EXPECT_TRUE(HasShape(date, 10, {2, 5}, '.')) << date;
-    EXPECT_EQ(Number(date, 0, 2), at.day);
-    EXPECT_EQ(Number(date, 3, 2), at.month);
-    EXPECT_EQ(Number(date, 6, 4), at.year);
-
-    char time[16];
-    ASSERT_TRUE(FormatWithinOneSecond(
-        [&](char* out) { return vx::FormatLocalTime(':', out, sizeof time); }, time, &at));
-    EXPECT_TRUE(HasShape(time, 8, {2, 5}, ':')) << time;
-    EXPECT_EQ(Number(time, 0, 2), at.hour);  // 24-hour form: no AM/PM, hours up to 23
-    EXPECT_EQ(Number(time, 3, 2), at.minute);
-    EXPECT_EQ(Number(time, 6, 2), at.second);
-
-    char stamp[32];
-    ASSERT_TRUE(FormatWithinOneSecond(
-        [&](char* out) { return vx::FormatFileStamp(out, sizeof stamp); }, stamp, &at));
-    EXPECT_TRUE(HasShape(stamp, 19, {2, 5, 10, 13, 16}, '_')) << stamp;
-    EXPECT_EQ(Number(stamp, 0, 2), at.day);
-    EXPECT_EQ(Number(stamp, 6, 4), at.year);
-    EXPECT_EQ(Number(stamp, 11, 2), at.hour);
-    EXPECT_EQ(Number(stamp, 17, 2), at.second);
+    EXPECT_TRUE(now.hour >= 0 && now.hour <= 23 && now.millisecond >= 0 && now.millisecond <= 999);
 }
 
 TEST(LocalDateTime, TooSmallBufferGivesEmptyTextNotACutOne) {

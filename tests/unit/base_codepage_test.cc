@@ -25,8 +25,8 @@ std::u16string From(uint32_t codePage, const std::string& bytes) {
 }
 
 TEST(CodePage1252, GermanTextAndTheEuroRoundTrip) {
-    const std::u16string german = u"Gr\u00FC\u00DFe \u00C4\u00D6\u00DC\u00E4\u00F6";
-    const std::string bytes = "Gr\xFC\xDF" "e \xC4\xD6\xDC\xE4\xF6";
+    const std::u16string german = u"Gr\u00FC\u00DF Gott \u00C4\u00D6\u00DC\u00E4\u00F6";
+    const std::string bytes = "Gr\xFC\xDF Gott \xC4\xD6\xDC\xE4\xF6";
     EXPECT_EQ(To(kCodePageLatin1, german), bytes);
     EXPECT_EQ(From(kCodePageLatin1, bytes), german);
 
@@ -35,12 +35,15 @@ TEST(CodePage1252, GermanTextAndTheEuroRoundTrip) {
     const std::string specialBytes = "\x80 \x85 \x84\x93 \x8A\x9F";
     EXPECT_EQ(To(kCodePageLatin1, special), specialBytes);
     EXPECT_EQ(From(kCodePageLatin1, specialBytes), special);
+    // The five bytes the code page leaves undefined pass through as the same C1 controls.
+    EXPECT_EQ(From(kCodePageLatin1, "\x81\x8D\x9D"), u"\u0081\u008D\u009D");
+    EXPECT_EQ(To(kCodePageLatin1, u"\u0081\u008D\u009D"), "\x81\x8D\x9D");
 }
 
 TEST(CodePage1252, CharactersOutsideTheCodePageBecomeQuestionMarks) {
-    // CJK, A-macron (no best-fit 'A'), and a pair outside the BMP shown as one '?'.
+    // CJK and A-macron (no best-fit 'A'); outside the BMP each half of the pair is one '?'.
     EXPECT_EQ(To(kCodePageLatin1, u"a\u4E2Db\u0100c"), "a?b?c");
-    EXPECT_EQ(To(kCodePageLatin1, u"x\U0001F600y"), "x?y");
+    EXPECT_EQ(To(kCodePageLatin1, u"x\U0001F600y"), "x??y");
 }
 
 TEST(CodePageUtf8, RoundTripsIncludingSurrogatePairs) {
@@ -48,7 +51,10 @@ TEST(CodePageUtf8, RoundTripsIncludingSurrogatePairs) {
     const std::string bytes = "\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80z";
     EXPECT_EQ(To(kCodePageUtf8, text), bytes);
     EXPECT_EQ(From(kCodePageUtf8, bytes), text);
-    EXPECT_EQ(From(kCodePageUtf8, "a\xFF" "b"), u"a\uFFFDb");  // not UTF-8 at all
+    // Malformed input either way becomes U+FFFD.
+    EXPECT_EQ(From(kCodePageUtf8, "a\xFFz\xE2\x82"), u"a\uFFFDz\uFFFD");
+    const char16_t loneHalf[] = {u'a', 0xD800, u'z', 0};
+    EXPECT_EQ(To(kCodePageUtf8, loneHalf), "a\xEF\xBF\xBDz");
 }
 
 TEST(CodePageConversion, TerminatorLengthAndUnsupportedCodePage) {
@@ -67,8 +73,8 @@ TEST(CodePageConversion, TerminatorLengthAndUnsupportedCodePage) {
 TEST(CodePageConversion, CuttingAtTheBufferNeverSplitsACharacterOrOverruns) {
     char out[8];
     memset(out, '#', sizeof out);
-    EXPECT_EQ(vx::Utf16ToCodePage(u"\u00C4bcdefghij", SIZE_MAX, kCodePageLatin1, out, 5), 4);
-    EXPECT_STREQ(out, "\xC4" "bcd");
+    EXPECT_EQ(vx::Utf16ToCodePage(u"\u00C4xyzuvw", SIZE_MAX, kCodePageLatin1, out, 5), 4);
+    EXPECT_STREQ(out, "\xC4xyz");
     EXPECT_EQ(out[5], '#');
 
     // "a" + two-byte "ä": with room for two bytes only "a" fits whole.

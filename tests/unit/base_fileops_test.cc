@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <set>
 #include <string>
 
@@ -112,7 +111,12 @@ TEST(FileStream, ServiceModesIncludingCommitLetter) {
         ASSERT_TRUE(out);
         fputs("second\n", out.get());
     }
-    EXPECT_EQ(ReadWholeFile(log), "first\nsecond\n");
+    // Read back in the same (text) mode: Windows stores the line ends as CR LF.
+    vx::StreamPtr in(vx::FsOpenStream(log.c_str(), "r"));
+    ASSERT_TRUE(in);
+    char content[32] = "";
+    size_t got = fread(content, 1, sizeof content - 1, in.get());
+    EXPECT_EQ(std::string(content, got), "first\nsecond\n");
     vx::StreamPtr missing(vx::FsOpenStream(dir.File("no/such.dbg").c_str(), "a"));
     EXPECT_FALSE(missing);
 }
@@ -129,13 +133,9 @@ TEST(PathText, AppendSeparatorOnceAndNeverPastTheBuffer) {
     vx::AppendSeparator(empty, sizeof empty);
     EXPECT_STREQ(empty, "");
 
-    char full[8];
-    memset(full, 'z', sizeof full);
-    memcpy(full, "1234567", 8);
-    char guard = full[7];
+    char full[8] = "1234567";  // no room left: unchanged rather than overrun
     vx::AppendSeparator(full, sizeof full);
     EXPECT_STREQ(full, "1234567");
-    EXPECT_EQ(full[7], guard);
 }
 
 }  // namespace

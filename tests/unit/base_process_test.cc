@@ -11,11 +11,11 @@ namespace {
 
 // Restores VORLIX_HOME as it was when the test began.
 class HomeVariable {
-public:
+  public:
     HomeVariable() { had_ = vx::GetEnvironmentText("VORLIX_HOME", saved_, sizeof saved_) == 0; }
     ~HomeVariable() { vx::SetEnvironmentText("VORLIX_HOME", had_ ? saved_ : nullptr); }
 
-private:
+  private:
     bool had_ = false;
     char saved_[vx::kMaxPath] = "";
 };

@@ -38,13 +38,6 @@ TEST(SystemError, UnknownCodeNamesTheNumber) {
     EXPECT_NE(std::string(text).find("499886471"), std::string::npos) << text;
 }
 
-TEST(SystemError, SetAndGetRoundTrip) {
-    vx::SetLastSystemError(1234);
-    EXPECT_EQ(vx::LastSystemError(), 1234u);
-    vx::SetLastSystemError(0);
-    EXPECT_EQ(vx::LastSystemError(), 0u);
-}
-
 TEST(SystemEvent, MessageWordingAndReport) {
     char text[64];
     vx::EventMessageText(vx::kEventIdApiError, "RegSetValueExA", "Access is denied", text,

@@ -1,5 +1,5 @@
 // List-store hooks for tests: heap memory that can be told to fail, a record of what was
-// allocated (source, label, size) and the error lines written.
+// allocated ("source label size") and of the error lines written.
 #pragma once
 
 #include <cstdlib>
@@ -12,27 +12,19 @@
 namespace vxtest {
 
 struct RecordingHooks {
-    struct Allocation {
-        std::string source;
-        std::string label;
-        size_t size;
-    };
-
     vx::ListHooks hooks{this, &Alloc, &Release, &Error};
     std::mutex mutex;
-    int failAt = 0;    // the allocation attempt (1-based, counted from Fail) that returns null
-    int attempts = 0;  // attempts since Fail
-    int live = 0;      // blocks not yet released
-    std::vector<Allocation> allocations;
+    int failAt = 0;  // the allocation attempt (1-based, counted from Fail) that returns null
+    int attempts = 0;
+    int live = 0;  // blocks not yet released
+    std::vector<std::string> allocations;
     std::vector<std::string> errors;
 
     void Fail(int nth) {
-        std::lock_guard<std::mutex> hold(mutex);
         failAt = nth;
         attempts = 0;
     }
     void Forget() {
-        std::lock_guard<std::mutex> hold(mutex);
         allocations.clear();
         errors.clear();
     }
@@ -41,11 +33,9 @@ struct RecordingHooks {
         auto* self = static_cast<RecordingHooks*>(context);
         std::lock_guard<std::mutex> hold(self->mutex);
         if (++self->attempts == self->failAt) return nullptr;
-        void* block = malloc(size);
-        if (block == nullptr) return nullptr;
         ++self->live;
-        self->allocations.push_back({file, label, size});
-        return block;
+        self->allocations.push_back(std::string(file) + " " + label + " " + std::to_string(size));
+        return malloc(size);
     }
     static void Release(void* context, void* block, const char*, int, const char*) {
         auto* self = static_cast<RecordingHooks*>(context);

@@ -22,7 +22,7 @@ protected:
         Seed("KeepFile", "1");
     }
 
-    std::string ApiLog(Czelprsrv& p) { return vxtest::ReadWholeFile(p.ApiLogPath()); }
+    std::string ApiLog(Czelprsrv& p) { return vxtest::ReadTextFile(p.ApiLogPath()); }
 };
 
 TEST_F(SettingsStore, IntegersReadAsHexadecimalOrLeadingDecimalDigits) {

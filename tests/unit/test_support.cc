@@ -42,6 +42,17 @@ std::string ReadWholeFile(const std::string& path) {
     return content.str();
 }
 
+std::string ReadTextFile(const std::string& path) {
+    std::string content = ReadWholeFile(path);
+    std::string text;
+    text.reserve(content.size());
+    for (size_t i = 0; i < content.size(); ++i) {
+        if (content[i] == '\r' && i + 1 < content.size() && content[i + 1] == '\n') continue;
+        text.push_back(content[i]);
+    }
+    return text;
+}
+
 bool WriteWholeFile(const std::string& path, const std::string& content) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     if (!out) return false;

@@ -23,6 +23,8 @@ private:
 
 // The whole content of a file, or "" when it cannot be read.
 std::string ReadWholeFile(const std::string& path);
+// The content of a text file with CR LF line ends (Windows text mode) read as LF.
+std::string ReadTextFile(const std::string& path);
 bool WriteWholeFile(const std::string& path, const std::string& content);
 
 // A name that no other test run uses (for registry keys and files).

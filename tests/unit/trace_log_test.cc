@@ -20,7 +20,7 @@ using vx::Czelprsrv;
 
 class TraceLog : public vxtest::PrsrvFixture {
 protected:
-    std::string MainLog(Czelprsrv& p) { return vxtest::ReadWholeFile(p.MainLogPath()); }
+    std::string MainLog(Czelprsrv& p) { return vxtest::ReadTextFile(p.MainLogPath()); }
 
     // Files in the log directory whose names begin with "vorlix.dbg.": logs moved aside.
     std::vector<std::string> MovedLogs() {
@@ -55,7 +55,7 @@ TEST_F(TraceLog, LevelZeroMeansNoMainLogAtAll) {
     auto p = Make();
     EXPECT_FALSE(p->MainLogOpen());
     p->TraceError("lost\n");
-    EXPECT_FALSE(vxtest::ReadWholeFile(dir_.File("vorlix.dbg")).size() > 0);
+    EXPECT_FALSE(vxtest::ReadTextFile(dir_.File("vorlix.dbg")).size() > 0);
     EXPECT_FALSE(fs::exists(dir_.File("vorlix.dbg")));
 }
 
@@ -78,7 +78,7 @@ TEST_F(TraceLog, SwitchesWhenTheFileOutgrowsTheLimitAfterEnoughLines) {
     std::vector<std::string> moved = MovedLogs();
     ASSERT_EQ(moved.size(), 1u);
     EXPECT_TRUE(std::regex_match(moved[0], std::regex(R"(vorlix\.dbg\.\d\d_\d\d_\d{4}_\d\d_\d\d_\d\d)")));
-    std::string oldLog = vxtest::ReadWholeFile(dir_.File(moved[0]));
+    std::string oldLog = vxtest::ReadTextFile(dir_.File(moved[0]));
     EXPECT_NE(oldLog.find(Line(switchedAt)), std::string::npos);  // the line that switched
     std::string fresh = MainLog(*p);
     EXPECT_NE(fresh.find("This is Vorlix Version"), std::string::npos);
@@ -143,8 +143,8 @@ TEST_F(TraceLog, LogsAreDeletedAtTheEndUnlessKept) {
         auto p = Make(vx::kRunModeService);
         p->Trace(vx::kTraceNormal, "kept\n");
     }
-    EXPECT_NE(vxtest::ReadWholeFile(mainPath).find("kept\n"), std::string::npos);
-    std::string api = vxtest::ReadWholeFile(apiPath);
+    EXPECT_NE(vxtest::ReadTextFile(mainPath).find("kept\n"), std::string::npos);
+    std::string api = vxtest::ReadTextFile(apiPath);
     EXPECT_NE(api.find("DeleteCriticalSection("), std::string::npos);
     EXPECT_NE(api.find("delete listManager("), std::string::npos);
 }

@@ -1,8 +1,8 @@
 // Time from clock_gettime: CLOCK_MONOTONIC for ticks and the counter, the wall clock for the
 // local date and time.
-#include <ctime>
-
 #include "base/clock.h"
+
+#include <ctime>
 
 namespace vx {
 
@@ -14,11 +14,17 @@ uint64_t MonotonicNanoseconds() {
 }
 }  // namespace
 
-uint64_t TickCountMs() { return MonotonicNanoseconds() / 1000000u; }
+uint64_t TickCountMs() {
+    return MonotonicNanoseconds() / 1000000u;
+}
 
-uint64_t HighResCounter() { return MonotonicNanoseconds(); }
+uint64_t HighResCounter() {
+    return MonotonicNanoseconds();
+}
 
-uint64_t HighResFrequency() { return 1000000000u; }
+uint64_t HighResFrequency() {
+    return 1000000000u;
+}
 
 int GetLocalDateTime(LocalDateTime* out) {
     if (out == nullptr) return -1;

@@ -2,9 +2,9 @@
 // 0 (the system's ANSI code page on Windows) means 1252 here. The results match what
 // WideCharToMultiByte / MultiByteToWideChar give on Windows: unmappable characters become '?',
 // malformed input becomes U+FFFD, and the five bytes 1252 leaves undefined map to U+0081 etc.
-#include <cstring>
-
 #include "base/codepage.h"
+
+#include <cstring>
 
 namespace vx {
 
@@ -20,8 +20,12 @@ constexpr char16_t kCp1252High[32] = {
     0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178,  // 98
 };
 
-bool IsHighSurrogate(char16_t u) { return u >= 0xD800 && u <= 0xDBFF; }
-bool IsLowSurrogate(char16_t u) { return u >= 0xDC00 && u <= 0xDFFF; }
+bool IsHighSurrogate(char16_t u) {
+    return u >= 0xD800 && u <= 0xDBFF;
+}
+bool IsLowSurrogate(char16_t u) {
+    return u >= 0xDC00 && u <= 0xDFFF;
+}
 
 bool IsSupported(uint32_t codePage) {
     return codePage == 0 || codePage == kCodePageLatin1 || codePage == kCodePageUtf8;
@@ -66,41 +70,46 @@ size_t EncodeUtf8(char32_t cp, unsigned char bytes[4]) {
     return 4;
 }
 
-// Decodes one UTF-8 sequence at src[0..left); sets *used to the bytes consumed. A malformed
-// sequence consumes its valid prefix (at least one byte) and gives U+FFFD.
+// Decodes one UTF-8 sequence at src[0..left); sets *used to the bytes consumed. Malformed
+// input gives U+FFFD for each maximal valid prefix (at least one byte), as Unicode recommends:
+// the lead byte decides the range of the second byte, which rules out overlong forms,
+// surrogates and values above U+10FFFF before they are read.
 char32_t DecodeUtf8(const unsigned char* src, size_t left, size_t* used) {
     unsigned char lead = src[0];
     *used = 1;
     if (lead < 0x80) return lead;
     size_t length = 0;
-    char32_t cp = 0;
-    char32_t minimum = 0;
+    unsigned char low = 0x80;
+    unsigned char high = 0xBF;
     if (lead >= 0xC2 && lead <= 0xDF) {
-        length = 2, cp = lead & 0x1F, minimum = 0x80;
+        length = 2;
     } else if (lead >= 0xE0 && lead <= 0xEF) {
-        length = 3, cp = lead & 0x0F, minimum = 0x800;
+        length = 3;
+        if (lead == 0xE0) low = 0xA0;
+        if (lead == 0xED) high = 0x9F;
     } else if (lead >= 0xF0 && lead <= 0xF4) {
-        length = 4, cp = lead & 0x07, minimum = 0x10000;
+        length = 4;
+        if (lead == 0xF0) low = 0x90;
+        if (lead == 0xF4) high = 0x8F;
     } else {
         return kReplacement;
     }
+    char32_t cp = lead & (0x7F >> length);
     for (size_t i = 1; i < length; ++i) {
-        if (i >= left || (src[i] & 0xC0) != 0x80) return kReplacement;
-        cp = (cp << 6) | (src[i] & 0x3F);
+        if (i >= left) return kReplacement;
+        unsigned char next = src[i];
+        bool valid = i == 1 ? (next >= low && next <= high) : (next & 0xC0) == 0x80;
+        if (!valid) return kReplacement;
+        cp = (cp << 6) | (next & 0x3F);
         *used = i + 1;
     }
-    if (cp < minimum || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return kReplacement;
     return cp;
 }
 
 int Utf16To1252(const char16_t* src, size_t n, char* out, size_t cap) {
     size_t written = 0;
-    for (size_t i = 0; i < n && written + 1 < cap; ++i) {
-        char16_t unit = src[i];
-        // A surrogate pair is one character, shown once.
-        if (IsHighSurrogate(unit) && i + 1 < n && IsLowSurrogate(src[i + 1])) ++i;
-        out[written++] = To1252(unit);
-    }
+    // Unit by unit, as Windows converts: each half of a surrogate pair becomes a '?'.
+    for (size_t i = 0; i < n && written + 1 < cap; ++i) out[written++] = To1252(src[i]);
     out[written] = '\0';
     return static_cast<int>(written);
 }

@@ -1,9 +1,9 @@
 // Events go to syslog (facility daemon) under the source as ident, as plain text.
+#include "base/eventlog.h"
+
 #include <syslog.h>
 
 #include <mutex>
-
-#include "base/eventlog.h"
 
 namespace vx {
 
@@ -23,8 +23,8 @@ int PriorityOf(EventType type) {
 }
 }  // namespace
 
-int ReportSystemEvent(const char* source, EventType type, uint16_t /*category*/,
-                      uint32_t eventId, const char* insert1, const char* insert2) {
+int ReportSystemEvent(const char* source, EventType type, uint16_t /*category*/, uint32_t eventId,
+                      const char* insert1, const char* insert2) {
     if (source == nullptr) return -1;
     char text[2048];
     EventMessageText(eventId, insert1, insert2, text, sizeof text);

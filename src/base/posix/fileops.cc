@@ -1,5 +1,7 @@
 // File-system operations over POSIX calls, with the Windows semantics the service relies on:
 // a rename never replaces an existing file.
+#include "base/fileops.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,7 +12,6 @@
 #include <cstring>
 #include <memory>
 
-#include "base/fileops.h"
 #include "base/text.h"
 
 namespace vx {
@@ -29,15 +30,20 @@ bool NoReplaceUnsupported(int error) {
     return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == ENOTSUP;
 }
 
+// The file system has no hard links (FAT, some network shares).
+bool NoHardLinks(int error) {
+    return error == EPERM || error == EOPNOTSUPP || error == ENOTSUP;
+}
+
 }  // namespace
 
 bool FsExists(const char* path) {
-    struct stat info{};
+    struct stat info {};
     return path != nullptr && stat(path, &info) == 0;
 }
 
 bool FsIsDirectory(const char* path) {
-    struct stat info{};
+    struct stat info {};
     return path != nullptr && stat(path, &info) == 0 && S_ISDIR(info.st_mode);
 }
 
@@ -59,7 +65,17 @@ int FsRename(const char* from, const char* to) {
     if (!NoReplaceUnsupported(errno)) return -1;
     // A second name that cannot exist twice, then the old one removed: link() fails with
     // EEXIST when the target is there, which gives the same refusal without a race.
-    if (link(from, to) != 0) return -1;
+    if (link(from, to) != 0) {
+        if (!NoHardLinks(errno)) return -1;
+        // Neither way is atomic here: look, then rename. Only another writer racing for the
+        // same new name could be overwritten, and the service names its files itself.
+        struct stat target {};
+        if (lstat(to, &target) == 0) {
+            errno = EEXIST;
+            return -1;
+        }
+        return rename(from, to) == 0 ? 0 : -1;
+    }
     if (unlink(from) != 0) {
         int error = errno;
         unlink(to);
@@ -80,7 +96,7 @@ int FsRemove(const char* path) {
 }
 
 int64_t FsSize(const char* path) {
-    struct stat info{};
+    struct stat info {};
     if (path == nullptr || stat(path, &info) != 0) return -1;
     return static_cast<int64_t>(info.st_size);
 }

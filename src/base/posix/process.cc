@@ -1,4 +1,6 @@
 // Facts about the process and the host from /proc, uname and the environment.
+#include "base/process.h"
+
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -8,7 +10,6 @@
 #include <cstring>
 
 #include "base/fileops.h"
-#include "base/process.h"
 #include "base/text.h"
 
 namespace vx {
@@ -74,8 +75,7 @@ int GetOsInfo(OsInfo* out) {
     out->major = numbers[0];
     out->minor = numbers[1];
     out->build = numbers[2];
-    FormatText(out->text, sizeof out->text, "%s %s %s", host.sysname, host.release,
-               host.version);
+    FormatText(out->text, sizeof out->text, "%s %s %s", host.sysname, host.release, host.version);
     return 0;
 }
 

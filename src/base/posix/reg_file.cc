@@ -24,7 +24,8 @@ bool EqualsNoCaseN(const char* a, const char* b, size_t n) {
 
 bool StartsWithNoCase(const std::string& text, size_t pos, const char* prefix) {
     size_t n = strlen(prefix);
-    return text.size() - pos >= n && EqualsNoCaseN(text.c_str() + pos, prefix, n);
+    return pos <= text.size() && text.size() - pos >= n &&
+           EqualsNoCaseN(text.c_str() + pos, prefix, n);
 }
 
 int HexDigit(char c) {
@@ -373,8 +374,9 @@ void Parse(const std::string& content, const char* hiveName, Document* doc) {
         std::string name;
         bool isValueLine = line[0] != ';' && ReadValueName(line, &pos, &name);
         if (isValueLine && StartsWithNoCase(line, pos, "hex")) {
-            // hex data may go on over following lines, each ending in a backslash but the last.
-            while (line.back() == '\\' && i + 1 < lines.size()) {
+            // hex data may go on over following lines, each ending in a backslash but the last;
+            // a blank line ends it in any case.
+            while (line.back() == '\\' && i + 1 < lines.size() && !Trim(lines[i + 1]).empty()) {
                 line.pop_back();
                 line += Trim(lines[++i]);
                 entry.raw.push_back(lines[i]);
@@ -432,7 +434,15 @@ Section* AddSection(Document* doc, const std::string& path, const char* hiveName
     Section section;
     section.inHive = true;
     section.path = path;
-    section.header = std::string("[") + hiveName + (path.empty() ? "" : "\\") + path + "]";
+    // A key that is already there as the parent of a listed key keeps the case it has there.
+    for (const Section& s : doc->sections) {
+        if (s.inHive && s.path.size() > path.size() && s.path[path.size()] == '\\' &&
+            EqualsNoCaseN(s.path.c_str(), path.c_str(), path.size())) {
+            section.path = s.path.substr(0, path.size());
+            break;
+        }
+    }
+    section.header = std::string("[") + hiveName + (path.empty() ? "" : "\\") + section.path + "]";
     doc->sections.push_back(section);
     return &doc->sections.back();
 }

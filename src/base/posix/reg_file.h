@@ -7,7 +7,9 @@
 // trailing backslash), comment lines starting with ";", LF or CRLF line ends, a UTF-8 BOM and
 // UTF-16LE with its BOM. Lines that cannot be read are skipped, but kept: comments, unreadable
 // lines, values of types this layer does not edit and keys of another hive are written back as
-// they were. The file is always written as UTF-8 without BOM, in the line ends it was read with.
+// they were. A text with a line break cannot stand in quotes: it is written as hex(1) (UTF-16LE
+// with terminator, the registry's own form of a text), and hex(1) values read as text. The file
+// is always written as UTF-8 without BOM, with the line ends of its first line.
 #pragma once
 
 #include <cstddef>
@@ -72,7 +74,8 @@ void SetText(Section* section, const char* name, const std::string& text);
 // False when there is no value of that name.
 bool RemoveValue(Section* section, const char* name);
 
-// The value as callers see it: text as it is, a dword in decimal, anything else as hex bytes.
+// The value as callers see it: text as it is (also hex(1)), a dword in decimal, anything else
+// as hex bytes.
 std::string ValueText(const Value& value);
 
 }  // namespace vx::regfile

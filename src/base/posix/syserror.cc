@@ -1,8 +1,9 @@
 // The last system error is errno; its text comes from strerror_r.
+#include "base/syserror.h"
+
 #include <cerrno>
 #include <cstring>
 
-#include "base/syserror.h"
 #include "base/text.h"
 
 namespace vx {
@@ -11,7 +12,9 @@ namespace {
 
 // strerror_r comes in two shapes: the GNU one returns the text (which may not be buf), the
 // XSI one fills buf and returns 0. The overloads take whichever the C library declares.
-[[maybe_unused]] const char* ErrorTextFrom(const char* result, const char*) { return result; }
+[[maybe_unused]] const char* ErrorTextFrom(const char* result, const char*) {
+    return result;
+}
 [[maybe_unused]] const char* ErrorTextFrom(int result, const char* buf) {
     return result == 0 ? buf : nullptr;
 }
@@ -24,9 +27,13 @@ void StripTrailingBreaks(char* text) {
 
 }  // namespace
 
-uint32_t LastSystemError() { return static_cast<uint32_t>(errno); }
+uint32_t LastSystemError() {
+    return static_cast<uint32_t>(errno);
+}
 
-void SetLastSystemError(uint32_t code) { errno = static_cast<int>(code); }
+void SetLastSystemError(uint32_t code) {
+    errno = static_cast<int>(code);
+}
 
 int SystemErrorText(uint32_t code, char* out, size_t cap) {
     if (out == nullptr || cap == 0) return -1;

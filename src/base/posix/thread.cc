@@ -8,7 +8,9 @@
 
 namespace vx {
 
-uint32_t CurrentThreadId() { return static_cast<uint32_t>(gettid()); }
+uint32_t CurrentThreadId() {
+    return static_cast<uint32_t>(gettid());
+}
 
 void SleepMs(uint32_t ms) {
     timespec left{static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000) * 1000000L};

@@ -1,11 +1,13 @@
 // Time from the system: GetTickCount64, the performance counter and the local time.
-#include <windows.h>
-
 #include "base/clock.h"
+
+#include <windows.h>
 
 namespace vx {
 
-uint64_t TickCountMs() { return GetTickCount64(); }
+uint64_t TickCountMs() {
+    return GetTickCount64();
+}
 
 uint64_t HighResCounter() {
     LARGE_INTEGER count{};

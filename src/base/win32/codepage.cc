@@ -1,13 +1,13 @@
 // UTF-16 <-> code-page text through WideCharToMultiByte / MultiByteToWideChar. The system
 // converts into a buffer of the exact size or not at all, so a text longer than the caller's
 // buffer is converted whole first and then cut at a character boundary.
+#include "base/codepage.h"
+
 #include <windows.h>
 
 #include <climits>
 #include <cstring>
 #include <string>
-
-#include "base/codepage.h"
 
 namespace vx {
 
@@ -18,9 +18,13 @@ bool ValidCodePage(uint32_t codePage) {
     return codePage <= CP_THREAD_ACP || IsValidCodePage(codePage);
 }
 
-bool IsUtf8Continuation(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
+bool IsUtf8Continuation(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
 
-bool IsHighSurrogate(wchar_t u) { return u >= 0xD800 && u <= 0xDBFF; }
+bool IsHighSurrogate(wchar_t u) {
+    return u >= 0xD800 && u <= 0xDBFF;
+}
 
 }  // namespace
 
@@ -39,8 +43,8 @@ int Utf16ToCodePage(const char16_t* src, size_t n, uint32_t codePage, char* out,
     int needed = WideCharToMultiByte(codePage, flags, wide, srcLen, nullptr, 0, nullptr, nullptr);
     if (needed <= 0) return -1;
     if (static_cast<size_t>(needed) < cap) {
-        int written = WideCharToMultiByte(codePage, flags, wide, srcLen, out, needed, nullptr,
-                                          nullptr);
+        int written =
+            WideCharToMultiByte(codePage, flags, wide, srcLen, out, needed, nullptr, nullptr);
         if (written <= 0) return -1;
         out[written] = '\0';
         return written;

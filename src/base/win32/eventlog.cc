@@ -1,14 +1,14 @@
 // Events go to the Windows event log; the source's message table words them.
-#include <windows.h>
-
 #include "base/eventlog.h"
+
+#include <windows.h>
 
 namespace vx {
 
 namespace {
 // Deregisters the event source on every way out.
 class EventSource {
-public:
+  public:
     explicit EventSource(const char* name) : handle_(RegisterEventSourceA(nullptr, name)) {}
     ~EventSource() {
         if (handle_ != nullptr) DeregisterEventSource(handle_);
@@ -17,7 +17,7 @@ public:
     EventSource& operator=(const EventSource&) = delete;
     HANDLE Get() const { return handle_; }
 
-private:
+  private:
     HANDLE handle_;
 };
 }  // namespace

@@ -1,10 +1,11 @@
 // File-system operations over the Win32 narrow ("A") calls.
+#include "base/fileops.h"
+
 #include <windows.h>
 
 #include <cstdio>
 #include <cstring>
 
-#include "base/fileops.h"
 #include "base/text.h"
 
 namespace vx {
@@ -13,7 +14,7 @@ namespace {
 
 // Closes a FindFirstFile search on every way out.
 class FindHandle {
-public:
+  public:
     explicit FindHandle(HANDLE handle) : handle_(handle) {}
     ~FindHandle() {
         if (handle_ != INVALID_HANDLE_VALUE) FindClose(handle_);
@@ -23,7 +24,7 @@ public:
     HANDLE Get() const { return handle_; }
     bool Valid() const { return handle_ != INVALID_HANDLE_VALUE; }
 
-private:
+  private:
     HANDLE handle_;
 };
 

@@ -16,7 +16,9 @@ namespace {
 // RtlGetVersion tells the true version; GetVersionEx answers what the manifest allows.
 using RtlGetVersionFn = LONG(WINAPI*)(OSVERSIONINFOW*);
 
-DWORD CapAsDword(size_t cap) { return cap > MAXDWORD ? MAXDWORD : static_cast<DWORD>(cap); }
+DWORD CapAsDword(size_t cap) {
+    return cap > MAXDWORD ? MAXDWORD : static_cast<DWORD>(cap);
+}
 }  // namespace
 
 int GetExecutablePath(char* out, size_t cap) {
@@ -66,8 +68,8 @@ int GetOsInfo(OsInfo* out) {
     out->major = version.dwMajorVersion;
     out->minor = version.dwMinorVersion;
     out->build = version.dwBuildNumber;
-    Utf16ToCodePage(reinterpret_cast<const char16_t*>(version.szCSDVersion), SIZE_MAX, 0,
-                    out->text, sizeof out->text);
+    Utf16ToCodePage(reinterpret_cast<const char16_t*>(version.szCSDVersion), SIZE_MAX, 0, out->text,
+                    sizeof out->text);
     return 0;
 }
 
