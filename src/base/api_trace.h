@@ -1,5 +1,6 @@
 // The platform layer echoes some OS calls (events) to the API trace log. The print-server
-// object installs the sink at construction; until then, or without an API log, the lines go nowhere.
+// object installs the sink at construction; until then, or without an API log, the lines go
+// nowhere.
 #pragma once
 
 namespace vx {

@@ -15,9 +15,9 @@ uint64_t HighResFrequency();
 
 struct LocalDateTime {
     int year;
-    int month;   // 1..12
-    int day;     // 1..31
-    int hour;    // 0..23
+    int month;  // 1..12
+    int day;    // 1..31
+    int hour;   // 0..23
     int minute;
     int second;
     int millisecond;

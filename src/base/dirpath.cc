@@ -5,7 +5,9 @@
 
 namespace vx {
 
-static bool IsSeparator(char c) { return c == '/' || c == '\\'; }
+static bool IsSeparator(char c) {
+    return c == '/' || c == '\\';
+}
 
 int MakeDirectoryPath(const char* path) {
     if (path == nullptr || path[0] == '\0') return -1;

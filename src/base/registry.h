@@ -54,7 +54,7 @@ long RegEnumText(RegHandle key, uint32_t index, char* name, size_t nameCap, char
 
 // Owns one open key and closes it on destruction.
 class RegKey {
-public:
+  public:
     RegKey() = default;
     ~RegKey() { Close(); }
     RegKey(const RegKey&) = delete;
@@ -74,7 +74,7 @@ public:
         return rc;
     }
 
-private:
+  private:
     RegHandle handle_ = nullptr;
 };
 

@@ -9,7 +9,7 @@ namespace vx {
 // A re-entrant lock: the same thread may enter it again (the critical section of the lists,
 // the trace lock and the process-wide locks).
 class RecursiveLock {
-public:
+  public:
     RecursiveLock() = default;
     RecursiveLock(const RecursiveLock&) = delete;
     RecursiveLock& operator=(const RecursiveLock&) = delete;
@@ -17,19 +17,19 @@ public:
     void Enter() { mutex_.lock(); }
     void Leave() { mutex_.unlock(); }
 
-private:
+  private:
     std::recursive_mutex mutex_;
 };
 
 // Holds a RecursiveLock for the lifetime of a scope.
 class LockHold {
-public:
+  public:
     explicit LockHold(RecursiveLock& lock) : lock_(lock) { lock_.Enter(); }
     ~LockHold() { lock_.Leave(); }
     LockHold(const LockHold&) = delete;
     LockHold& operator=(const LockHold&) = delete;
 
-private:
+  private:
     RecursiveLock& lock_;
 };
 
@@ -41,7 +41,7 @@ using EventHandle = void*;
 constexpr uint32_t kWaitInfinite = 0xFFFFFFFFu;
 enum WaitResult { kWaitSignaled = 0, kWaitTimeout = 1, kWaitFailed = -1 };
 
-// Returns null on failure. name may be null for an unnamed event.
+// Returns null on failure. A null or empty name makes an unnamed event.
 EventHandle EvCreate(const char* name);
 int EvSet(EventHandle event);
 // Waits until the event is set (and resets it) or the time-out in milliseconds passes.
@@ -50,7 +50,7 @@ int EvClose(EventHandle event);
 
 // Owns one event handle; closes it on destruction.
 class AutoEvent {
-public:
+  public:
     AutoEvent() = default;
     explicit AutoEvent(const char* name) : handle_(EvCreate(name)) {}
     ~AutoEvent() { Reset(); }
@@ -75,7 +75,7 @@ public:
         handle_ = nullptr;
     }
 
-private:
+  private:
     EventHandle handle_ = nullptr;
 };
 

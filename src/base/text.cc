@@ -66,7 +66,9 @@ size_t AppendFormat(char* dst, size_t cap, const char* fmt, ...) {
     return len + n;
 }
 
-static char LowerAscii(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+static char LowerAscii(char c) {
+    return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+}
 
 bool EqualsNoCase(const char* a, const char* b) {
     if (a == nullptr || b == nullptr) return a == b;

@@ -19,7 +19,7 @@ constexpr int kClistManMaxDataBlocks = 20;
 constexpr int32_t kClistManInitialCount = 50;
 
 class ClistMan {
-public:
+  public:
     // defaultElementSize: the element size used when a list is created with size 0.
     ClistMan(size_t defaultElementSize, const ListHooks* hooks);
     ~ClistMan();
@@ -50,7 +50,7 @@ public:
     int swlalClearList(ListId id, int lock);
     int swlalSortList(ListId id, int mode, ListCompareFunction compare, int lock);
 
-private:
+  private:
     ListTable* table_;
     size_t defaultElementSize_;
 };

@@ -45,8 +45,8 @@ int DeleteElement(ListId id, ListCompareFunction compare, const void* key, int l
 int ReplaceElementAtIndex(ListId id, int32_t index, const void* data, int lock);
 int ReplaceElement(ListId id, ListCompareFunction compare, const void* key, const void* data,
                    int lock);
-int FindElement(ListId id, ListCompareFunction compare, int32_t* index, const void* key,
-                void* copy, int lock);
+int FindElement(ListId id, ListCompareFunction compare, int32_t* index, const void* key, void* copy,
+                int lock);
 int CountElements(ListId id, ListCompareFunction compare, int32_t* count, int32_t start,
                   const void* key, int lock);
 int GetNumberOfElements(ListId id, int32_t* count, int lock);

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "base/process.h"
+#include "printserver/version_text.h"
 #include "printserver/zelprsrv.h"
 #include "service/version.h"
 
@@ -27,14 +28,16 @@ void Czelprsrv::WriteBanner(int target) {
         ReportLine(target, kTraceBanner, "This is ZELWIN Version %s (64bit)\n", zelwinVersion_);
     else
         ReportLine(target, kTraceBanner, "%s not installed\n", "ZELWIN (64bit)");
-    ReportLine(target, kTraceBanner, "This is Vorlix Version %s (64Bit)\n",
-               VORLIX_PRODUCT_VERSION "." VORLIX_FILE_VERSION);
+    char version[128];
+    GetVorlixVersionText(version, sizeof version);
+    ReportLine(target, kTraceBanner, "This is Vorlix Version %s (64Bit)\n", version);
     ReportLine(target, kTraceBanner, "Protocol Version %i\n", VORLIX_PROTOCOL_VERSION);
     if (tolmapdfVersion_[0] != '\0')
         ReportLine(target, kTraceBanner, "This is TOLMAPDF Version %s (64bit)\n", tolmapdfVersion_);
     else
         ReportLine(target, kTraceBanner, "%s not installed\n", "TOLMAPDF (64bit)");
-    ReportLine(target, kTraceBanner, "Vorlix prints for application servers over LPD and its extended protocol.\n");
+    ReportLine(target, kTraceBanner,
+               "Vorlix prints for application servers over LPD and its extended protocol.\n");
 }
 
 void Czelprsrv::WriteEnvironmentReport(int target) {
@@ -45,7 +48,8 @@ void Czelprsrv::WriteEnvironmentReport(int target) {
     GetOsInfo(&os);
     ReportLine(target, kTraceBanner, "OS-Info: version = %d.%d, build = %X/%d, text = %s\n",
                static_cast<int>(os.major), static_cast<int>(os.minor),
-               static_cast<unsigned>(os.build >> 16), static_cast<int>(os.build & 0xFFFFu), os.text);
+               static_cast<unsigned>(os.build >> 16), static_cast<int>(os.build & 0xFFFFu),
+               os.text);
     ReportLine(target, kTraceBanner, "\n");
 
     ReportLine(target, kTraceNormal, "Settings from %s:\n",

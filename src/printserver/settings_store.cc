@@ -131,8 +131,8 @@ void Czelprsrv::GetPrinterString(const char* printer, const char* name, const ch
     char text[1025];
     uint32_t textSize = capacity < sizeof text ? capacity : sizeof text;
     rc = RegQueryText(key.Get(), name, text, &textSize);
-    TraceApi("RegQueryValueEx(%p, %s, ..) = %i for key %s\n", key.Get(), name,
-             static_cast<int>(rc), subkey);
+    TraceApi("RegQueryValueEx(%p, %s, ..) = %i for key %s\n", key.Get(), name, static_cast<int>(rc),
+             subkey);
     if (rc == kRegOk) {
         *size = textSize;
         CopyTextN(buffer, capacity, text, textSize);

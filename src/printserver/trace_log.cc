@@ -170,10 +170,14 @@ void Czelprsrv::ChangeTraceOption(const char* name, const char* value) {
         int32_t* field;
     };
     const Field fields[] = {
-        {"LogLevel", &logLevel_},         {"WinAPILog", &winApiLog_},
-        {"MemoryLog", &memoryLog_},       {"PDFPacketSize", &pdfPacketSize_},
-        {"NoLogFileSwitch", &noLogFileSwitch_}, {"MaxLogFileSize", &maxLogFileSize_},
-        {"NoPrinterLogging", &noPrinterLogging_}, {"PDFasRAW", &pdfAsRaw_},
+        {"LogLevel", &logLevel_},
+        {"WinAPILog", &winApiLog_},
+        {"MemoryLog", &memoryLog_},
+        {"PDFPacketSize", &pdfPacketSize_},
+        {"NoLogFileSwitch", &noLogFileSwitch_},
+        {"MaxLogFileSize", &maxLogFileSize_},
+        {"NoPrinterLogging", &noPrinterLogging_},
+        {"PDFasRAW", &pdfAsRaw_},
     };
     for (const Field& f : fields) {
         if (strcmp(name, f.name) != 0 || *f.field == v) continue;

@@ -11,8 +11,8 @@ namespace vx {
 void* Czelprsrv::TrackedAlloc(size_t size, const char* file, int line, const char* tag,
                               int always) {
     void* block = malloc(size == 0 ? 1 : size);
-    bool traced = (always != 0 && logLevel_ >= 1) ||
-                  (always == 0 && memoryLog_ != 0 && logLevel_ >= 9);
+    bool traced =
+        (always != 0 && logLevel_ >= 1) || (always == 0 && memoryLog_ != 0 && logLevel_ >= 9);
     if (traced) {
         int level = always != 0 ? kTraceNormal : kTraceDetail;
         if (tag != nullptr)
@@ -31,10 +31,9 @@ void* Czelprsrv::TrackedAlloc(size_t size, const char* file, int line, const cha
     return block;
 }
 
-void Czelprsrv::TrackedFree(void* block, const char* file, int line, const char* tag,
-                            int always) {
-    bool traced = (always != 0 && logLevel_ >= 1) ||
-                  (always == 0 && memoryLog_ != 0 && logLevel_ >= 9);
+void Czelprsrv::TrackedFree(void* block, const char* file, int line, const char* tag, int always) {
+    bool traced =
+        (always != 0 && logLevel_ >= 1) || (always == 0 && memoryLog_ != 0 && logLevel_ >= 9);
     if (traced) {
         int level = always != 0 ? kTraceNormal : kTraceDetail;
         if (tag != nullptr)
@@ -61,7 +60,8 @@ void Czelprsrv::ReportMemoryUsage(int jobCount, uint32_t listBytes) {
     Trace(kTraceNormal, "\tPeakWorkingSetSize: %u K\n",
           static_cast<unsigned>(mem.peakWorkingSet / 1000u));
     Trace(kTraceNormal, "\tWorkingSetSize: %u K\n", static_cast<unsigned>(mem.workingSet / 1000u));
-    Trace(kTraceNormal, "\tPagefileUsage: %u K\n", static_cast<unsigned>(mem.pagefileUsage / 1000u));
+    Trace(kTraceNormal, "\tPagefileUsage: %u K\n",
+          static_cast<unsigned>(mem.pagefileUsage / 1000u));
     Trace(kTraceNormal, "\n");
 }
 

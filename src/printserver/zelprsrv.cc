@@ -65,7 +65,8 @@ Czelprsrv::~Czelprsrv() {
     CloseRegistryHandle(pdfKey_);
 
     if (parent_ == nullptr && ownCaches_.lists != nullptr) {
-        if (ownCaches_.intList != kInvalidListId) ownCaches_.lists->swlalExitList(ownCaches_.intList);
+        if (ownCaches_.intList != kInvalidListId)
+            ownCaches_.lists->swlalExitList(ownCaches_.intList);
         if (ownCaches_.stringList != kInvalidListId)
             ownCaches_.lists->swlalExitList(ownCaches_.stringList);
         TraceApi("delete listManager(%p)\n", static_cast<void*>(ownCaches_.lists));

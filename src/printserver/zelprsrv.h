@@ -71,7 +71,7 @@ struct SettingsCaches {
 };
 
 class Czelprsrv {
-public:
+  public:
     explicit Czelprsrv(const PrsrvConfig& config);
     ~Czelprsrv();
     Czelprsrv(const Czelprsrv&) = delete;
@@ -138,11 +138,13 @@ public:
     int32_t PdfPacketSize() const { return pdfPacketSize_; }
     int32_t PdfAsRaw() const { return pdfAsRaw_; }
     bool DeleteLogsAtEnd() const { return deleteLogsAtEnd_; }
+    // The service keeps its trace logs at the end, whatever KeepFile says.
+    void KeepLogsAtEnd() { deleteLogsAtEnd_ = false; }
 
     // The version texts shown in the banner ("" when the library is not installed).
     void SetLibraryVersions(const char* zelwin, const char* tolmapdf);
 
-private:
+  private:
     static int32_t Abs(int32_t v) { return v < 0 ? -v : v; }
 
     void ResolveSettingsKey(const PrsrvConfig& config);

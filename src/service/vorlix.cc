@@ -1,7 +1,6 @@
-// Entry point of the Vorlix print service and its administration tool.
-#include <cstdio>
+// Vorlix: the print service and its own administration tool in one program.
+#include "service/command_line.h"
 
-int main() {
-    std::printf("Vorlix print service\n");
-    return 0;
+int main(int argc, char** argv) {
+    return vx::VorlixMain(argc, argv);
 }

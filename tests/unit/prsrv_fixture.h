@@ -13,7 +13,7 @@
 namespace vxtest {
 
 class PrsrvFixture : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         UseScratchEnvironment();
         key_ = "Software\\Zel\\VorlixTest\\" + UniqueName("prsrv_");
@@ -49,9 +49,8 @@ protected:
         config.runMode = runMode;
         config.hive = vx::kHiveCurrentUser;
         config.settingsKey = key_.c_str();
-        config.logDirectory = logDirectory != nullptr && logDirectory[0] == '\0'
-                                  ? logDir_.c_str()
-                                  : logDirectory;
+        config.logDirectory =
+            logDirectory != nullptr && logDirectory[0] == '\0' ? logDir_.c_str() : logDirectory;
         config.parent = parent;
         return std::make_unique<vx::Czelprsrv>(config);
     }

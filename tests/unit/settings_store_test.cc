@@ -15,7 +15,7 @@ namespace {
 using vx::Czelprsrv;
 
 class SettingsStore : public vxtest::PrsrvFixture {
-protected:
+  protected:
     void SetUp() override {
         PrsrvFixture::SetUp();
         Seed("WinAPILog", "1");  // every registry call shows in the API log

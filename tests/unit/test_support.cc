@@ -2,11 +2,11 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <random>
 #include <sstream>
-#include <cstdlib>
 
 namespace vxtest {
 
@@ -32,7 +32,9 @@ ScratchDir::~ScratchDir() {
     fs::remove_all(path_, ec);
 }
 
-std::string ScratchDir::File(const std::string& name) const { return (fs::path(path_) / name).string(); }
+std::string ScratchDir::File(const std::string& name) const {
+    return (fs::path(path_) / name).string();
+}
 
 std::string ReadWholeFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);

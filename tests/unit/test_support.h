@@ -7,7 +7,7 @@ namespace vxtest {
 
 // A fresh directory under the system's temporary directory, removed with its contents at the end.
 class ScratchDir {
-public:
+  public:
     ScratchDir();
     ~ScratchDir();
     ScratchDir(const ScratchDir&) = delete;
@@ -17,7 +17,7 @@ public:
     // Path of a name inside the directory.
     std::string File(const std::string& name) const;
 
-private:
+  private:
     std::string path_;
 };
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "base/syserror.h"
-#include "prsrv_fixture.h"
 #include "printserver/zelprsrv.h"
+#include "prsrv_fixture.h"
 #include "test_support.h"
 
 namespace {
@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 using vx::Czelprsrv;
 
 class TraceLog : public vxtest::PrsrvFixture {
-protected:
+  protected:
     std::string MainLog(Czelprsrv& p) { return vxtest::ReadTextFile(p.MainLogPath()); }
 
     // Files in the log directory whose names begin with "vorlix.dbg.": logs moved aside.
@@ -32,7 +32,9 @@ protected:
         return names;
     }
 
-    static std::string Line(int n) { return "line " + std::to_string(n) + std::string(90, '.') + "\n"; }
+    static std::string Line(int n) {
+        return "line " + std::to_string(n) + std::string(90, '.') + "\n";
+    }
 };
 
 TEST_F(TraceLog, LinesCarryThreadDateAndTimeAndAreFilteredByLevel) {
@@ -77,7 +79,8 @@ TEST_F(TraceLog, SwitchesWhenTheFileOutgrowsTheLimitAfterEnoughLines) {
     ASSERT_GE(switchedAt, 0);
     std::vector<std::string> moved = MovedLogs();
     ASSERT_EQ(moved.size(), 1u);
-    EXPECT_TRUE(std::regex_match(moved[0], std::regex(R"(vorlix\.dbg\.\d\d_\d\d_\d{4}_\d\d_\d\d_\d\d)")));
+    EXPECT_TRUE(
+        std::regex_match(moved[0], std::regex(R"(vorlix\.dbg\.\d\d_\d\d_\d{4}_\d\d_\d\d_\d\d)")));
     std::string oldLog = vxtest::ReadTextFile(dir_.File(moved[0]));
     EXPECT_NE(oldLog.find(Line(switchedAt)), std::string::npos);  // the line that switched
     std::string fresh = MainLog(*p);
@@ -192,9 +195,12 @@ TEST_F(TraceLog, TrackedMemoryIsTracedByTagFileAndLine) {
     p->ReportMemoryUsage(0, 4321);
     p->ReportMemoryUsage(5, 0);
     std::string log = MainLog(*p);
-    EXPECT_TRUE(std::regex_search(log, std::regex(R"(malloc \S+ \(Tagged\) of size 16 in file unit in line 7\n)")));
-    EXPECT_TRUE(std::regex_search(log, std::regex(R"(malloc \S+ of size 8 in file unit in line 8\n)")));
-    EXPECT_TRUE(std::regex_search(log, std::regex(R"(free \S+ \(Tagged\) in file unit in line 9\n)")));
+    EXPECT_TRUE(std::regex_search(
+        log, std::regex(R"(malloc \S+ \(Tagged\) of size 16 in file unit in line 7\n)")));
+    EXPECT_TRUE(
+        std::regex_search(log, std::regex(R"(malloc \S+ of size 8 in file unit in line 8\n)")));
+    EXPECT_TRUE(
+        std::regex_search(log, std::regex(R"(free \S+ \(Tagged\) in file unit in line 9\n)")));
     EXPECT_NE(log.find("Initial memory usage\n"), std::string::npos);
     EXPECT_NE(log.find("\tAllocated list memory: 4 K\n"), std::string::npos);
     EXPECT_NE(log.find("\tPeakWorkingSetSize: "), std::string::npos);

@@ -34,7 +34,8 @@ NamedEvents& TheNamedEvents() {
 }
 
 EventRecord* CreateRecord(const char* name) {
-    if (name == nullptr) return new EventRecord;
+    // An empty name makes an unnamed event, as on Windows.
+    if (name == nullptr || name[0] == '\0') return new EventRecord;
     NamedEvents& table = TheNamedEvents();
     std::lock_guard<std::mutex> hold(table.mutex);
     auto found = table.byName.find(name);

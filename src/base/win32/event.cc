@@ -7,7 +7,9 @@
 namespace vx {
 
 EventHandle EvCreate(const char* name) {
-    HANDLE event = CreateEventA(nullptr, FALSE, FALSE, name);
+    // An empty name makes an unnamed event.
+    HANDLE event =
+        CreateEventA(nullptr, FALSE, FALSE, name != nullptr && name[0] != '\0' ? name : nullptr);
     ApiTrace("CreateEvent(..,%s) = %p\n", name != nullptr ? name : "NULL",
              static_cast<void*>(event));
     return event;

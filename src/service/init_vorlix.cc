@@ -1,0 +1,109 @@
+#include "service/init_vorlix.h"
+
+#include <new>
+
+#include "base/eventlog.h"
+#include "base/process.h"
+#include "config/option_globals.h"
+#include "jobs/conn_info.h"
+#include "jobs/job_lists.h"
+#include "jobs/job_record.h"
+#include "jobs/printer_queue.h"
+#include "printserver/zelprsrv.h"
+
+namespace vx {
+
+EventHandle g_StopEvent = nullptr;
+
+namespace {
+
+bool g_exited = false;
+
+// Releases the lists made so far (on a failed start and at the end).
+void DestroyJobLists() {
+    ExitList(g_JobStatusList);
+    ExitList(g_JobQueueList);
+    ExitList(g_ConnThreadList);
+    g_JobStatusList = kInvalidListId;
+    g_JobQueueList = kInvalidListId;
+    g_ConnThreadList = kInvalidListId;
+}
+
+int CreateJobLists() {
+    if (g_Options.UseEnhancedSW != 0) {
+        // The print library keeps queues and job states itself in this mode.
+        TraceError(
+            "InitVorlix: UseEnhancedSW needs the print library, which is not part of this build\n");
+        return -1;
+    }
+    int rc = InitList(kJobStatusListCapacity, kJobStatusElementSize, &g_JobStatusList, 1);
+    if (rc != 0) {
+        TraceError("InitVorlix: cannot init job status list - aborting\n");
+        return rc;
+    }
+    rc = InitList(kJobQueueListCapacity, sizeof(PrinterQueue), &g_JobQueueList, 1);
+    if (rc != 0) {
+        DestroyJobLists();
+        TraceError("InitVorlix: cannot init job queue list - aborting\n");
+        return rc;
+    }
+    if (g_Options.ConnectionMode != 0) {
+        rc = InitList(kConnThreadListCapacity, sizeof(ConnInfo), &g_ConnThreadList, 0);
+        if (rc != 0) {
+            DestroyJobLists();
+            TraceError("InitVorlix: cannot init connection thread list - aborting\n");
+            return rc;
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+
+int InitVorlix(int loadLibraries, int /*pendingJobsMode*/, uint32_t* pendingJobs, int userMode) {
+    (void)loadLibraries;  // the optional libraries are bound by the library binding
+    if (pendingJobs != nullptr) *pendingJobs = 0;
+    g_exited = false;
+
+    PrsrvConfig config;
+    config.runMode = kRunModeService;
+    config.hive = userMode != 0 ? kHiveCurrentUser : kHiveLocalMachine;
+    g_prsrv = new (std::nothrow) Czelprsrv(config);
+    if (g_prsrv == nullptr) return 1;
+    Czelprsrv& p = *g_prsrv;
+
+    p.SetUserModeMark(userMode, p.SettingsKey());
+    // The service keeps its trace logs whatever KeepFile says.
+    p.KeepLogsAtEnd();
+
+    char modulePath[kMaxPath] = {};
+    GetExecutablePath(modulePath, sizeof modulePath);
+    if (RegisterEventSourceEntry("Application", "vorlix", modulePath, 1) != 0)
+        TraceError("AddEventSource failed.\n");
+
+    ReadOptionGlobals(p);
+    p.Trace(kTraceNotable, "Module name: %s\n", modulePath);
+
+    int rc = CreateJobLists();
+    p.ReportMemoryUsage(0, ListMemoryInUse());
+    return rc;
+}
+
+void ExitVorlix() {
+    if (g_exited || g_prsrv == nullptr) return;
+    g_exited = true;
+    g_prsrv->ReportMemoryUsage(1, ListMemoryInUse());
+    DestroyJobLists();
+    Czelprsrv* p = g_prsrv;
+    g_prsrv = nullptr;
+    delete p;
+}
+
+void StopService(const char* message) {
+    if (g_prsrv != nullptr)
+        g_prsrv->Trace(kTraceBanner, "%s", message != nullptr ? message : "Stop service.\n");
+    ExitVorlix();
+    if (g_StopEvent != nullptr) EvSet(g_StopEvent);
+}
+
+}  // namespace vx

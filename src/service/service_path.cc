@@ -1,0 +1,35 @@
+#include "service/service_path.h"
+
+#include "base/service_host.h"
+#include "base/sync.h"
+#include "printserver/zelprsrv.h"
+#include "service/init_vorlix.h"
+
+namespace vx {
+
+namespace {
+
+// The service's own thread. The accept loop is not part of this build yet: say so and stop in
+// order, so that the process ends instead of waiting for a stop that never comes.
+void ServiceMain() {
+    TraceError("The print server's main loop is not available in this build.\n");
+    StopService(nullptr);
+}
+
+}  // namespace
+
+void RunServicePath() {
+    Trace(kTraceNormal, "Vorlix started from SCM.\n");
+    g_StopEvent = EvCreate("");
+    if (RunServiceDispatcher(kServiceName, ServiceMain) != 0) {
+        // Not started by the service manager (a console start): nothing would ever set the
+        // stop event, so end here instead of waiting for ever.
+        if (g_prsrv != nullptr) g_prsrv->ReportLastError("StartServiceCtrlDispatcher", 1);
+    } else {
+        EvWait(g_StopEvent, kWaitInfinite);
+    }
+    EvClose(g_StopEvent);
+    g_StopEvent = nullptr;
+}
+
+}  // namespace vx

@@ -1,0 +1,187 @@
+"""The administrative command line: texts, option checks, settings written and read."""
+import re
+
+ASTERISKS = "*" * 41
+WRONG = "Wrong command parameters: see usage by calling vorlix -?\n"
+
+USAGE = [
+    "",
+    "Usage Vorlix:",
+    "",
+    "Vorlix -r : Register service in Service Control Manager Database",
+    "Vorlix -d : Delete service from Service Control Manager Database",
+    "Vorlix -s : Start service",
+    "Vorlix -p : Stop service",
+    "Vorlix -re : Restart service",
+    "Vorlix -x : Do not run as service",
+    "Vorlix -u : Do not run as service in user mode",
+    "Vorlix -v : Show version info",
+    "Vorlix -h : Show change history",
+    "Vorlix -e : Show Vorlix settings",
+    "Vorlix -a : Log analysis info",
+    "Vorlix -l : Log pending jobs",
+    "Vorlix -o -p <pn> : Shows settings of printer <pn>",
+    "Vorlix -t : Reset all options to default",
+    "",
+    "Vorlix -oi <key> <integer value> : Set option <key> to <integer value>",
+    "Keys are case sensitive!",
+    "",
+    "Some valid options:",
+    "Vorlix -oi KeepFile n           n = 0 or 1",
+    "Vorlix -oi LogLevel n           n = 1, 5 or 9",
+    "Use options editor help for details.",
+    "",
+    "Vorlix -os <key> <string value> : Set option <key> to <string value>",
+    "Keys and values are case sensitive!",
+    "",
+    "Some valid options:",
+    "Vorlix -os LogPath <Path>",
+    "Use options editor help for details.",
+    "",
+    "Vorlix -dk <key> : Delete option <key>",
+    "Vorlix -c <dn> -p <pn> : Prints all files in directory <dn> on printer <pn>",
+    "Vorlix -f <fn> -p <pn> [-c <copies>]: Prints file <fn> on printer <pn> [with copies]",
+]
+
+
+def texts(vorlix):
+    return vorlix.trace_texts(vorlix.trace())
+
+
+def test_usage_is_printed_line_by_line_and_traced(vorlix):
+    r = vorlix.run("-?")
+    assert r.rc == 0
+    assert r.stdout.split("\n")[:-1] == USAGE
+    lines = texts(vorlix)
+    assert "Vorlix called with command option -?." in lines
+    assert lines.index(ASTERISKS) > lines.index("Vorlix called with command option -?.")
+
+
+def test_version_banner(vorlix):
+    r = vorlix.run("-v")
+    assert r.rc == 0
+    assert r.stdout == ("This is Vorlix Version 750 Final Release.7500.1.0.47 (64Bit)\n"
+                        "Protocol Version 231\n")
+
+
+def test_change_history_is_the_release_notes(vorlix):
+    r = vorlix.run("-h")
+    assert r.rc == 0
+    assert r.stdout.startswith("Vorlix change history\n")
+    assert "750 Final Release (7500.1.0.47)" in r.stdout
+
+
+def test_integer_options_are_stored_with_decimal_conversion(vorlix):
+    assert vorlix.run("-oi", "LogLevel", "abc").stdout == ""
+    vorlix.run("-oi", "NiTrace", "12")
+    vorlix.run("-oi", "LPDPort", "0x10")  # decimal conversion only
+    vorlix.run("-oi", "Auth7", "x")       # every "Auth" name is known
+    vorlix.run("-oi", "MyCOLORS", "-3")   # and every name containing "COL"
+    values = vorlix.values()
+    assert values["LogLevel"] == "0"
+    assert values["NiTrace"] == "12"
+    assert values["LPDPort"] == "0"
+    assert values["Auth7"] == "0"
+    assert values["MyCOLORS"] == "-3"
+
+
+def test_unknown_names_are_refused(vorlix):
+    for name in ("Bogus", "color", "EnableEUDC", "UseNonASCII"):
+        r = vorlix.run("-os", name, "value")
+        assert r.stdout == "Unknown option: value not set\n", name
+        assert "Error: Unknown option: value not set" in texts(vorlix)
+    r = vorlix.run("-oi", "PropertyChangeAllowed", "1")
+    assert r.stdout == "Unknown option: value not set\n"
+    assert not ({"Bogus", "color", "EnableEUDC", "UseNonASCII", "PropertyChangeAllowed"}
+                & set(vorlix.values()))
+
+
+def test_string_option_moves_the_logs(vorlix, tmp_path):
+    logs = tmp_path / "custom logs"
+    logs.mkdir()
+    vorlix.run("-os", "LogPath", vorlix.native_path(logs))
+    assert vorlix.values()["LogPath"] == vorlix.native_path(logs)
+    vorlix.run("-v")
+    assert "Vorlix called with command option -v." in vorlix.trace_texts(
+        (logs / "vorlix.dbg").read_bytes().decode("latin-1").replace("\r\n", "\n"))
+
+
+def test_missing_parameters(vorlix):
+    for args in (["-oi", "LogLevel"], ["-os"], ["-dk"], ["-f", "file", "-p"],
+                 ["-f", "file", "-x", "printer"], ["-o", "printer"], ["-m"]):
+        r = vorlix.run(*args)
+        assert r.rc == 0
+        assert r.stdout == WRONG, args
+        assert "Error: " + WRONG.rstrip("\n") in texts(vorlix), args
+    # "-c" words its trace line differently.
+    r = vorlix.run("-c", "dir", "-p")
+    assert r.stdout == WRONG
+    assert "Error: Wrong command parameters: see usage with vorlix -?" in texts(vorlix)
+
+
+def test_delete_refuses_unknown_keys_and_deletes_nothing_without_a_write(vorlix):
+    vorlix.set_values({"KeepFile": "1", "LogLevel": "5"})
+    r = vorlix.run("-dk", "Bogus")
+    assert r.stdout == "Unknown key not deleted\n"
+    assert "Error: Unknown key not deleted" in texts(vorlix)
+    # The store deletes through its write handle, which a "-dk" run never opens.
+    r = vorlix.run("-dk", "KeepFile")
+    assert r.stdout == ""
+    assert vorlix.values()["KeepFile"] == "1"
+    vorlix.run("-t")
+    assert vorlix.values() == {"KeepFile": "1", "LogLevel": "5"}
+
+
+def test_environment_lists_every_setting_with_its_default(vorlix):
+    # Written by hand, as an administrator would, and read by the program.
+    vorlix.set_values({"LogLevel": "9", "LPDPort": "0x203", "EnableCancelButton": "0",
+                       "Custom": "some text"})
+    r = vorlix.run("-e")
+    assert r.rc == 0
+    out = r.stdout
+    assert "Settings from HKEY_LOCAL_MACHINE:\n" in out
+    assert "LogLevel = 9, Default = 1\n" in out
+    assert "LPDPort = 0x203, Default = 515\n" in out
+    assert "EnableCancelButton = 0, Default = 1\n" in out
+    assert "Custom = some text, Default = 0\n" in out
+    assert re.search(r"^OS-Info: version = \d+\.\d+, build = ", out, re.M)
+    assert "Th " not in out
+    # LogLevel 9 from the hand-written hive took effect for the run's own trace.
+    assert "Module name: " in vorlix.trace()
+
+
+def test_unknown_argument_takes_the_service_path(vorlix):
+    r = vorlix.run("-foo")
+    assert r.rc == 0
+    lines = texts(vorlix)
+    assert "Vorlix started from SCM." in lines
+    assert not any(line.startswith("Vorlix called with command option") for line in lines)
+    assert ASTERISKS not in lines
+    if vorlix.windows:
+        # Started from a console, not by the service control manager.
+        assert any(line.startswith("Error: StartServiceCtrlDispatcher failed: ") for line in lines)
+    else:
+        assert "Error: The print server's main loop is not available in this build." in lines
+        assert "Stop service." in lines
+
+
+def test_pending_jobs_need_the_enhanced_mode(vorlix):
+    r = vorlix.run("-l")
+    assert r.stdout == "Wrong command parameter: -l only usable with UseEnhancedSW option set\n"
+    assert texts(vorlix)[-1] == ASTERISKS
+
+
+def test_start_returns_without_clean_up(vorlix):
+    r = vorlix.run("-s")
+    assert r.rc == 0
+    assert "Option -s (start the service) is not available in this build." in r.stdout
+    lines = texts(vorlix)
+    assert "Vorlix called with command option -s." in lines
+    assert ASTERISKS not in lines
+
+
+def test_options_of_later_work_say_so(vorlix):
+    for option, what in (("-r", "register the service"), ("-a", "print environment analysis")):
+        r = vorlix.run(option)
+        assert r.stdout == f"Option {option} ({what}) is not available in this build.\n"
+        assert texts(vorlix)[-1] == ASTERISKS
