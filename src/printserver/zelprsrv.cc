@@ -9,6 +9,7 @@
 #include "base/dirpath.h"
 #include "base/process.h"
 #include "jobs/zlplist.h"
+#include "printserver/zel_host.h"
 
 namespace vx {
 
@@ -22,6 +23,7 @@ constexpr size_t kStringCacheElement = 512;  // name (256) + value (256)
 
 Czelprsrv::Czelprsrv(const PrsrvConfig& config) : runMode_(config.runMode), hive_(config.hive) {
     hooks_ = {this, HookAlloc, HookRelease, HookError};
+    FillZelHost(&host_, this);
     parent_ = config.parent;
     if (parent_ != nullptr) {
         caches_ = parent_->caches_;

@@ -19,6 +19,7 @@
 #include "base/text.h"
 #include "jobs/list_hooks.h"
 #include "jobs/swlistman.h"
+#include "printlib/zelwin.h"
 
 namespace vx {
 
@@ -141,6 +142,9 @@ class Czelprsrv {
     // The service keeps its trace logs at the end, whatever KeepFile says.
     void KeepLogsAtEnd() { deleteLogsAtEnd_ = false; }
 
+    // Settings and trace as the print library sees them.
+    const ZelHost* Host() const { return &host_; }
+
     // The version texts shown in the banner ("" when the library is not installed).
     void SetLibraryVersions(const char* zelwin, const char* tolmapdf);
 
@@ -202,6 +206,7 @@ class Czelprsrv {
     int32_t pdfLibraryCompatible_ = 0;  // the PDF print library check: the default of "PDFasRAW"
     int runMode_ = kRunModeService;
     ListHooks hooks_ = {};
+    ZelHost host_ = {};
     char zelwinVersion_[64] = {};
     char tolmapdfVersion_[64] = {};
 

@@ -45,7 +45,7 @@ class Vorlix:
     def __init__(self, target, build_dir, workdir):
         self.target = target
         self.windows = target == "windows"
-        self.exe = build_dir / "src" / ("vorlix.exe" if self.windows else "vorlix")
+        self.exe = build_dir / "bin" / ("vorlix.exe" if self.windows else "vorlix")
         if not self.exe.exists():
             pytest.fail(f"{self.exe} is not built")
         self.home = workdir / "home"

@@ -18,10 +18,10 @@ namespace {
 
 #if defined(_WIN32)
 constexpr bool kResourcesInExecutable = true;
-const char* const kVorlixRelative = "\\..\\..\\src\\vorlix.exe";
+const char* const kVorlixRelative = "\\vorlix.exe";
 #else
 constexpr bool kResourcesInExecutable = false;
-const char* const kVorlixRelative = "/../../src/vorlix";
+const char* const kVorlixRelative = "/vorlix";
 #endif
 
 // The test executable lives in tests/unit of the build tree, the service in src.
