@@ -79,6 +79,13 @@ bool EqualsNoCase(const char* a, const char* b) {
     return LowerAscii(*a) == LowerAscii(*b);
 }
 
+void TrimLineEnd(char* text) {
+    if (text == nullptr) return;
+    size_t len = strlen(text);
+    while (len > 0 && (text[len - 1] == '\r' || text[len - 1] == '\n' || text[len - 1] == ' '))
+        text[--len] = '\0';
+}
+
 bool StartsWith(const char* text, const char* prefix) {
     if (text == nullptr || prefix == nullptr) return false;
     return strncmp(text, prefix, strlen(prefix)) == 0;

@@ -43,6 +43,9 @@ size_t AppendText(char (&dst)[N], const char* src) {
 // Case-insensitive comparison of ASCII letters (registry names, option names).
 bool EqualsNoCase(const char* a, const char* b);
 
+// Cuts trailing CR, LF and blanks (system message texts end in a line break).
+void TrimLineEnd(char* text);
+
 // True when text begins with prefix (case-sensitive).
 bool StartsWith(const char* text, const char* prefix);
 

@@ -140,10 +140,9 @@ void Czelprsrv::GetPrinterString(const char* printer, const char* name, const ch
     TraceApi("RegCloseKey(%p)\n", key.Get());
 }
 
-void Czelprsrv::SetGlobalInt(const char* name, int32_t value) {
-    char text[16];
-    FormatText(text, sizeof text, "%d", value);
-    if (!OpenWriteHandle()) return;
+// Writes a text value through the write handle; false when it could not be written.
+bool Czelprsrv::WriteGlobalText(const char* name, const char* text) {
+    if (!OpenWriteHandle()) return false;
     // The data length leaves out the terminator; readers must not rely on a stored one.
     long rc = RegSetText(writeKey_.Get(), name, text, static_cast<uint32_t>(strlen(text)));
     TraceApi("RegSetValueEx(%p, %s, ..) = %i\n", writeKey_.Get(), name, static_cast<int>(rc));
@@ -151,6 +150,13 @@ void Czelprsrv::SetGlobalInt(const char* name, int32_t value) {
         SetLastSystemError(static_cast<uint32_t>(rc));
         ReportLastError("RegSetValueEx", kEventWarning);
     }
+    return true;
+}
+
+void Czelprsrv::SetGlobalInt(const char* name, int32_t value) {
+    char text[16];
+    FormatText(text, sizeof text, "%d", value);
+    if (!WriteGlobalText(name, text)) return;
     // The running service sees the new value even when the registry refused it.
     IntCacheRemove(name);
     IntCacheInsert(name, value);
@@ -158,13 +164,7 @@ void Czelprsrv::SetGlobalInt(const char* name, int32_t value) {
 
 void Czelprsrv::SetGlobalString(const char* name, const char* text) {
     if (text == nullptr) text = "";
-    if (!OpenWriteHandle()) return;
-    long rc = RegSetText(writeKey_.Get(), name, text, static_cast<uint32_t>(strlen(text)));
-    TraceApi("RegSetValueEx(%p, %s, ..) = %i\n", writeKey_.Get(), name, static_cast<int>(rc));
-    if (rc != kRegOk) {
-        SetLastSystemError(static_cast<uint32_t>(rc));
-        ReportLastError("RegSetValueEx", kEventWarning);
-    }
+    if (!WriteGlobalText(name, text)) return;
     StringCacheRemove(name);
     StringCacheInsert(name, text);
 }

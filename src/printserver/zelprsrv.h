@@ -173,6 +173,7 @@ class Czelprsrv {
     void EnsureCacheLists();
     bool OpenReadHandle();
     bool OpenWriteHandle();
+    bool WriteGlobalText(const char* name, const char* text);
 
     static void* HookAlloc(void* context, size_t size, const char* file, int line,
                            const char* label);

@@ -73,25 +73,23 @@ void DoEnvironment(int, char**) {
     fflush(stdout);
 }
 
-void DoSetInteger(int argc, char** argv) {
+// "-oi" and "-os": a known name and a value, written as an integer or as text.
+void SetOption(int argc, char** argv, bool asInteger) {
     if (!Arg(argc, argv, 2) || !Arg(argc, argv, 3)) return WrongParameters(kWrongParameters);
     if (!IsKnownOption(argv[2])) {
         TraceError("Unknown option: value not set\n");
         fputs("Unknown option: value not set\n", stdout);
         return;
     }
-    if (g_prsrv != nullptr) g_prsrv->SetGlobalInt(argv[2], ParseDecimalInt(argv[3]));
+    if (g_prsrv == nullptr) return;
+    if (asInteger)
+        g_prsrv->SetGlobalInt(argv[2], ParseDecimalInt(argv[3]));
+    else
+        g_prsrv->SetGlobalString(argv[2], argv[3]);
 }
 
-void DoSetString(int argc, char** argv) {
-    if (!Arg(argc, argv, 2) || !Arg(argc, argv, 3)) return WrongParameters(kWrongParameters);
-    if (!IsKnownOption(argv[2])) {
-        TraceError("Unknown option: value not set\n");
-        fputs("Unknown option: value not set\n", stdout);
-        return;
-    }
-    if (g_prsrv != nullptr) g_prsrv->SetGlobalString(argv[2], argv[3]);
-}
+void DoSetInteger(int argc, char** argv) { SetOption(argc, argv, true); }
+void DoSetString(int argc, char** argv) { SetOption(argc, argv, false); }
 
 void DoDeleteKey(int argc, char** argv) {
     if (!Arg(argc, argv, 2)) return WrongParameters(kWrongParameters);

@@ -19,12 +19,6 @@ namespace {
     return result == 0 ? buf : nullptr;
 }
 
-void StripTrailingBreaks(char* text) {
-    size_t len = strlen(text);
-    while (len > 0 && (text[len - 1] == '\r' || text[len - 1] == '\n' || text[len - 1] == ' '))
-        text[--len] = '\0';
-}
-
 }  // namespace
 
 uint32_t LastSystemError() {
@@ -47,7 +41,7 @@ int SystemErrorText(uint32_t code, char* out, size_t cap) {
         return -1;
     }
     CopyText(out, cap, text);
-    StripTrailingBreaks(out);
+    TrimLineEnd(out);
     return 0;
 }
 

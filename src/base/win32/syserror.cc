@@ -27,12 +27,6 @@ class LocalText {
     char* text_ = nullptr;
 };
 
-void StripTrailingBreaks(char* text) {
-    size_t len = strlen(text);
-    while (len > 0 && (text[len - 1] == '\r' || text[len - 1] == '\n' || text[len - 1] == ' '))
-        text[--len] = '\0';
-}
-
 }  // namespace
 
 uint32_t LastSystemError() {
@@ -58,7 +52,7 @@ int SystemErrorText(uint32_t code, char* out, size_t cap) {
         return -1;
     }
     CopyText(out, cap, message.Get());
-    StripTrailingBreaks(out);
+    TrimLineEnd(out);
     return 0;
 }
 
