@@ -1,35 +1,35 @@
-// Placeholder entry points until the print library's work lands: every call fails plainly.
+// PrintFile: the service hands one job's data file to the library.
+#include <cstring>
+
+#include "base/fileops.h"
+#include "base/spool_job.h"
+#include "printlib/host_trace.h"
+#include "printlib/print_job.h"
+#include "printlib/wide_text.h"
 #include "printlib/zelwin.h"
 
 extern "C" {
 
-ZELWIN_API int PrintFile(const char*, const char*, const char*, const ZelWide*, const char*,
-                         const char*, const char*, int, int, int, void*, void*, int, const char*,
-                         int, int, const ZelHost* host) {
-    if (host != nullptr)
-        host->Trace(host->context, -1, "Error: PrintFile: printing is not part of this build\n");
-    return ZEL_RC_NOT_SUPPORTED;
+// The base and work directories, the device context, the reserved values, the registry root
+// and the two print parameters carry nothing for raw and PDF streams.
+ZELWIN_API int PrintFile(const char* fileName, const char*, const char*, const ZelWide* printerName,
+                         const char* jobId, const char* title, const char*, int copies, int,
+                         int streamType, void*, void*, int, const char*, int, int,
+                         const ZelHost* host) {
+    if (host == nullptr) return ZEL_RC_BAD_ARGUMENT;
+    if (fileName == nullptr || printerName == nullptr) {
+        zel::TraceError(host, "PrintFile called without %s\n",
+                        fileName == nullptr ? "a file name" : "a printer name");
+        return ZEL_RC_BAD_ARGUMENT;
+    }
+    char printer[512];
+    zel::NarrowText(zel::WideText(printerName), vx::kPrinterNameCodePage, printer, sizeof printer);
+    zel::PrintRequest request{
+        printer, fileName,  jobId != nullptr ? jobId : "", title != nullptr ? title : "",
+        copies,  streamType};
+    int rc = zel::PrintOneJob(host, request);
+    zel::TraceLine(host, 9, "PrintFile: job %s on printer %s: rc = %d\n", request.jobId, printer,
+                   rc);
+    return rc;
 }
-
-ZELWIN_API int InitEx(int, int, uint32_t* pendingCount, const ZelHost*) {
-    if (pendingCount != nullptr) *pendingCount = 0;
-    return -1;
-}
-ZELWIN_API int ExitEx(void) { return 0; }
-ZELWIN_API int QueueJobEx(const ZelWide*, const ZelWide*, const ZelWide*, const ZelWide*, int, int,
-                          const ZelWide*) {
-    return -1;
-}
-ZELWIN_API int JobStatusQueryEx(const ZelWide*, const ZelWide*, int*, ZelWide*, int) { return -1; }
-ZELWIN_API int GetPendingJobsEx(SWE_JOB_INFO*, uint32_t) { return 0; }
-ZELWIN_API int LockPrinterListEx(const ZelWide*) { return -1; }
-ZELWIN_API int UnlockPrinterListEx(const ZelWide*) { return -1; }
-ZELWIN_API int GetNumberOfEntriesEx(const ZelWide*, int* count) {
-    if (count != nullptr) *count = 0;
-    return -1;
-}
-ZELWIN_API int GetNextQueueEntryEx(const ZelWide*, int, char*, int) { return -1; }
-ZELWIN_API int ChangeOptionEx(const char*, const char*) { return 0; }
-ZELWIN_API int LogPrintEnvironment(const char*, int, int) { return -1; }
-ZELWIN_API int WriteFontMetricFile(const char*, const char*, int, int, int, int, void*) { return -1; }
 }

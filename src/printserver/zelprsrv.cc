@@ -38,6 +38,9 @@ Czelprsrv::Czelprsrv(const PrsrvConfig& config) : runMode_(config.runMode), hive
     ResolveSettingsKey(config);
     ResolveDirectories(config);
     ReadTraceOptions();
+    // The banner at the head of the log shows the library versions and the environment report
+    // the default of "PDFasRAW": both must be known before the first log opens.
+    ResolvePrintEnvironment(config);
 
     const char* extension = config.extension != nullptr ? config.extension : "";
     bool mainLogWanted = logLevel_ > 0;
@@ -58,6 +61,11 @@ Czelprsrv::Czelprsrv(const PrsrvConfig& config) : runMode_(config.runMode), hive
         TraceApi("new listManager(..) = %p\n", static_cast<void*>(ownCaches_.lists));
         EnsureCacheLists();
     }
+    ReportPdfLibraryCheck();
+    if (config.loadLibraries) {
+        LoadLibraries();
+        GetInstalledPrinters();
+    }
 }
 
 Czelprsrv::~Czelprsrv() {
@@ -76,6 +84,8 @@ Czelprsrv::~Czelprsrv() {
         ownCaches_ = SettingsCaches{};
         SetListStoreHooks(nullptr);
     }
+    ReleasePrinters();
+    ReleaseLibraries();
 
     TraceApi("DeleteCriticalSection(%p)\n", static_cast<void*>(&libraryLock_));
     TraceApi("DeleteCriticalSection(%p)\n", static_cast<void*>(&traceLock_));

@@ -13,13 +13,16 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "base/dynlib.h"
 #include "base/fileops.h"
 #include "base/registry.h"
+#include "base/spooler.h"
 #include "base/sync.h"
 #include "base/text.h"
 #include "jobs/list_hooks.h"
 #include "jobs/swlistman.h"
 #include "printlib/zelwin.h"
+#include "printserver/print_environment.h"
 
 namespace vx {
 
@@ -60,6 +63,10 @@ struct PrsrvConfig {
     const char* suffix = nullptr;
     const char* extension = ".dbg";
     class Czelprsrv* parent = nullptr;  // share the parent's caches and list manager
+    // Bind the optional libraries and list the printers at the end of construction.
+    bool loadLibraries = false;
+    // Where the library search begins; null: the executable's directory.
+    const char* libraryDirectory = nullptr;
 };
 
 // Settings caches: an integer and a string list in a list manager, with their entry counts.
@@ -101,6 +108,8 @@ class Czelprsrv {
     void WriteEnvironmentReport(int target);
     void ChangeTraceOption(const char* name, const char* value);
     void RenameWithTimeStamp(const char* path);
+    // Prepares the network layer's trace ("vorlix.nit"): 1, or 0 when the file cannot be opened.
+    int OpenNiTrace();
     void SwitchLogFile();
 
     // ---- settings store ----
@@ -148,6 +157,35 @@ class Czelprsrv {
     // The version texts shown in the banner ("" when the library is not installed).
     void SetLibraryVersions(const char* zelwin, const char* tolmapdf);
 
+    // ---- printer information and library binding ----
+    // Library files are named by their Windows names; the platform layer maps them.
+    bool FindLibraryFile(const char* fileName, char* path, size_t size);
+    // The loaded library, or null.
+    DynLibHandle LoadOptionalLibrary(const char* fileName, bool reportFailure);
+    void LoadLibraries();
+    // "FileVersion" and "ProductVersion" of a file, cut to their buffers; 0, or -1 for none.
+    int ReadFileVersion(const char* path, char* fileVersion, size_t fileCap, char* productVersion,
+                        size_t productCap);
+    int GetInstalledPrinters();
+    // 0 with the port (at most 100 characters), or 9 when none is found.
+    int DeterminePort(const char* printer, char* port, size_t size);
+    int GetTrayIndex(const char* printer);
+    int FindConfiguredTray(const char* printer, int zelId);
+    // target 1: into the main log; 0: standard output.
+    void ReportPrinterSettings(const char* printer, int target);
+    void ReportDriverInfo(const SpoolerDriverInfo& info, int target);
+    int ReportPrinterDriver(const char* printer, int target);
+    // The printer's current device settings with the copy count set, handed over in *out.
+    int GetJobDeviceSettings(const char* printer, int copies, JobSettings* out);
+
+    const char* PrintLibraryPath() const { return printLibraryPath_; }
+    const char* ExecutablePath() const { return executablePath_; }
+    const char* PdfProductDirectory() const { return pdfProductDir_; }
+    int32_t PdfLibraryCompatible() const { return pdfLibraryCompatible_; }
+    const OptionalLibraries& Libraries() const { return libs_; }
+    int32_t InstalledPrinterCount() const { return printerCount_; }
+    const InstalledPrinter* InstalledPrinters() const { return printers_; }
+
   private:
     static int32_t Abs(int32_t v) { return v < 0 ? -v : v; }
 
@@ -174,6 +212,23 @@ class Czelprsrv {
     bool OpenReadHandle();
     bool OpenWriteHandle();
     bool WriteGlobalText(const char* name, const char* text);
+
+    // printer information and library binding
+    void ResolvePrintEnvironment(const PrsrvConfig& config);
+    void ResolvePdfProduct(char* version, size_t cap);
+    void ReportPdfLibraryCheck();
+    bool FindInDirectory(const char* directory, const char* fileName, char* path, size_t size);
+    void LoadPdfLibrary();
+    void LoadOcrLibrary();
+    void LoadBarcodeLibrary();
+    void LoadIconLibrary();
+    void ReleaseLibraries();
+    void ReleasePrinters();
+    bool ReadRegistryPort(const char* printer, char* port, size_t size);
+    void CachePort(const char* printer, const char* port);
+    int FillTrays(InstalledPrinter& printer);
+    SpoolerDeviceItem* ReadDeviceList(const char* printer, const char* port, SpoolerDeviceList list,
+                                      int* count);
 
     static void* HookAlloc(void* context, size_t size, const char* file, int line,
                            const char* label);
@@ -227,6 +282,19 @@ class Czelprsrv {
     char logDir_[kMaxPath] = {};
     char tempDir_[kMaxPath] = {};
     char outputDir_[kMaxPath] = {};
+
+    // printer information and library binding
+    char printLibraryPath_[kMaxPath] = {};
+    char executablePath_[kMaxPath] = {};
+    char libraryDir_[kMaxPath] = {};  // where the library search begins
+    char pdfProductDir_[kMaxPath] = {};
+    char pdfRefusedVersion_[64] = {};
+    bool pdfVersionRefused_ = false;
+    bool pdfSearchDirectorySet_ = false;
+    OptionalLibraries libs_;
+    int32_t printerCount_ = 0;
+    InstalledPrinter* printers_ = nullptr;
+    bool printersListed_ = false;
 };
 
 // The one print-server object of the process (null before InitVorlix and after ExitVorlix).

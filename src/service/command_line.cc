@@ -9,6 +9,7 @@
 #include "config/option_table.h"
 #include "printserver/zelprsrv.h"
 #include "service/init_vorlix.h"
+#include "service/print_options.h"
 #include "service/service_path.h"
 #include "service/usage_text.h"
 
@@ -88,8 +89,12 @@ void SetOption(int argc, char** argv, bool asInteger) {
         g_prsrv->SetGlobalString(argv[2], argv[3]);
 }
 
-void DoSetInteger(int argc, char** argv) { SetOption(argc, argv, true); }
-void DoSetString(int argc, char** argv) { SetOption(argc, argv, false); }
+void DoSetInteger(int argc, char** argv) {
+    SetOption(argc, argv, true);
+}
+void DoSetString(int argc, char** argv) {
+    SetOption(argc, argv, false);
+}
 
 void DoDeleteKey(int argc, char** argv) {
     if (!Arg(argc, argv, 2)) return WrongParameters(kWrongParameters);
@@ -108,35 +113,32 @@ void DoReset(int, char**) {
 
 void DoPrintFile(int argc, char** argv) {
     if (!Arg(argc, argv, 4) || strcmp(argv[3], "-p") != 0) return WrongParameters(kWrongParameters);
-    NotInThisBuild("-f", "print a file");
+    const char* copies = Arg(argc, argv, 6) && strcmp(argv[5], "-c") == 0 ? argv[6] : nullptr;
+    PrintFileOption(argv[2], argv[4], copies);
 }
 
 void DoPrintDirectory(int argc, char** argv) {
     if (!Arg(argc, argv, 4) || strcmp(argv[3], "-p") != 0)
         return WrongParameters("Wrong command parameters: see usage with vorlix -?\n");
-    NotInThisBuild("-c", "print a directory");
+    PrintDirectoryOption(argv[2], argv[4]);
 }
 
 void DoPrinterSettings(int argc, char** argv) {
     if (!Arg(argc, argv, 3) || strcmp(argv[2], "-p") != 0) return WrongParameters(kWrongParameters);
-    NotInThisBuild("-o", "printer settings");
+    PrinterSettingsOption(argv[3]);
 }
 
 void DoFontMetrics(int argc, char** argv) {
     if (!Arg(argc, argv, 2)) return WrongParameters(kWrongParameters);
-    NotInThisBuild(argv[1], "font metrics");
+    FontMetricsOption(argv[2], strcmp(argv[1], "-M") == 0 ? 2 : 1,
+                      Arg(argc, argv, 3) ? argv[3] : nullptr);
 }
 
 void DoPendingJobs(int, char**) {
-    if (g_Options.UseEnhancedSW == 0) {
-        fputs("Wrong command parameter: -l only usable with UseEnhancedSW option set\n", stdout);
-        return;
-    }
-    NotInThisBuild("-l", "pending jobs of the print library");
+    PendingJobsOption();
 }
-
 void DoAnalysis(int, char**) {
-    NotInThisBuild("-a", "print environment analysis");
+    AnalysisOption();
 }
 void DoInstall(int, char**) {
     NotInThisBuild("-r", "register the service");
@@ -221,6 +223,7 @@ int VorlixMain(int argc, char** argv) {
     // A failed start does not end the run: the action goes on with what was created.
     if (InitVorlix(init.loadLibraries, init.pendingJobsMode, &pendingJobs, init.userMode) != 0)
         StopService("InitVorlix failed.\n");
+    SetPendingJobCount(pendingJobs);
 
     const CommandOption* option = argc >= 2 ? FindCommandOption(argv[1]) : nullptr;
     if (option == nullptr) {

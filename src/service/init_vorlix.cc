@@ -8,7 +8,9 @@
 #include "jobs/conn_info.h"
 #include "jobs/job_lists.h"
 #include "jobs/job_record.h"
+#include "jobs/print_backend.h"
 #include "jobs/printer_queue.h"
+#include "jobs/printer_queues.h"
 #include "printserver/zelprsrv.h"
 
 namespace vx {
@@ -29,12 +31,10 @@ void DestroyJobLists() {
     g_ConnThreadList = kInvalidListId;
 }
 
-int CreateJobLists() {
+int CreateJobLists(int pendingJobsMode, uint32_t* pendingJobs) {
     if (g_Options.UseEnhancedSW != 0) {
         // The print library keeps queues and job states itself in this mode.
-        TraceError(
-            "InitVorlix: UseEnhancedSW needs the print library, which is not part of this build\n");
-        return -1;
+        return Backend().InitEx(2, pendingJobsMode, pendingJobs, g_prsrv->Host());
     }
     int rc = InitList(kJobStatusListCapacity, kJobStatusElementSize, &g_JobStatusList, 1);
     if (rc != 0) {
@@ -60,14 +60,15 @@ int CreateJobLists() {
 
 }  // namespace
 
-int InitVorlix(int loadLibraries, int /*pendingJobsMode*/, uint32_t* pendingJobs, int userMode) {
-    (void)loadLibraries;  // the optional libraries are bound by the library binding
+int InitVorlix(int loadLibraries, int pendingJobsMode, uint32_t* pendingJobs, int userMode) {
     if (pendingJobs != nullptr) *pendingJobs = 0;
     g_exited = false;
 
     PrsrvConfig config;
     config.runMode = kRunModeService;
     config.hive = userMode != 0 ? kHiveCurrentUser : kHiveLocalMachine;
+    // Only the runs that print bind the optional libraries.
+    config.loadLibraries = loadLibraries != 0;
     g_prsrv = new (std::nothrow) Czelprsrv(config);
     if (g_prsrv == nullptr) return 1;
     Czelprsrv& p = *g_prsrv;
@@ -84,7 +85,7 @@ int InitVorlix(int loadLibraries, int /*pendingJobsMode*/, uint32_t* pendingJobs
     ReadOptionGlobals(p);
     p.Trace(kTraceNotable, "Module name: %s\n", modulePath);
 
-    int rc = CreateJobLists();
+    int rc = CreateJobLists(pendingJobsMode, pendingJobs);
     p.ReportMemoryUsage(0, ListMemoryInUse());
     return rc;
 }
@@ -93,6 +94,11 @@ void ExitVorlix() {
     if (g_exited || g_prsrv == nullptr) return;
     g_exited = true;
     g_prsrv->ReportMemoryUsage(1, ListMemoryInUse());
+    // The workers end after their current job; the queues are saved for the next start.
+    if (g_Options.UseEnhancedSW != 0)
+        Backend().ExitEx();
+    else
+        StopPrinterQueues();
     DestroyJobLists();
     Czelprsrv* p = g_prsrv;
     g_prsrv = nullptr;

@@ -13,6 +13,9 @@ from pathlib import Path
 
 import pytest
 
+# The private cupsd and its queues (session-wide, made before any test starts a Wine process).
+from cups_printer import cups, cups_server  # noqa: F401
+
 REPO = Path(__file__).resolve().parents[2]
 SETTINGS_KEY = r"Software\Zel\Zellpd\ZELLPD"
 HIVE_NAMES = {"HKLM": "HKEY_LOCAL_MACHINE", "HKCU": "HKEY_CURRENT_USER"}

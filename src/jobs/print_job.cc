@@ -1,0 +1,81 @@
+#include "jobs/print_job.h"
+
+#include <atomic>
+
+#include "base/clock.h"
+#include "config/option_globals.h"
+#include "jobs/job_status_list.h"
+#include "jobs/print_backend.h"
+#include "jobs/zel_wide.h"
+#include "printlib/zelwin.h"
+#include "printserver/zelprsrv.h"
+
+namespace vx {
+
+namespace {
+
+constexpr size_t kMaxPrinterChars = 256;
+
+// Jobs printed since start while TestMode is on. One integer without a lock: under concurrent
+// printing the exact count is not guaranteed, which the test mode does not need.
+std::atomic<int32_t> g_testModeCount{0};
+
+// True for the job that the test mode turns into a device error.
+bool TestModeFails(int32_t testMode) {
+    int32_t count = g_testModeCount.fetch_add(1) + 1;
+    if (count < testMode) return false;
+    g_testModeCount.store(0);
+    return true;
+}
+
+int TimedPrintFile(const JobInfo& job) {
+    uint64_t start = HighResCounter();
+    int rc = CallPrintFile(job);
+    uint64_t stop = HighResCounter();
+    uint64_t frequency = HighResFrequency();
+    int ms = frequency != 0 ? static_cast<int>((stop - start) * 1000 / frequency) : -1;
+    Trace(kTraceNormal, "Time needed for job processing: %d ms\n", ms);
+    return rc;
+}
+
+}  // namespace
+
+int JobRegistryRoot() {
+    return g_prsrv != nullptr && g_prsrv->Hive() == kHiveCurrentUser ? ZEL_ROOT_CURRENT_USER
+                                                                     : ZEL_ROOT_LOCAL_MACHINE;
+}
+
+int CallPrintFile(const JobInfo& job) {
+    ZelWide printer[kMaxPrinterChars + 1];
+    ToZelWide(job.PrinterName, kMaxPrinterChars, printer, kMaxPrinterChars + 1);
+    const ZelHost* host = g_prsrv != nullptr ? g_prsrv->Host() : nullptr;
+    // The library takes the second print parameter before the first.
+    return Backend().PrintFile(job.FileName, job.WorkDir, job.WorkDir, printer, job.JobId,
+                               job.Title, job.Owner, job.Copies, job.WideData, job.StreamType,
+                               nullptr, nullptr, JobRegistryRoot(), nullptr, job.PrintParam2,
+                               job.PrintParam1, host);
+}
+
+int PrintJob(const JobInfo& job) {
+    Trace(kTraceDetail, "Printing job %s for owner %s\n", job.FileName, job.Owner);
+    int rc;
+    int32_t testMode = g_Options.TestMode;
+    if (testMode != 0)
+        rc = TestModeFails(testMode) ? ZEL_RC_DEVICE : CallPrintFile(job);
+    else if (g_Options.LogTimeCheck != 0)
+        rc = TimedPrintFile(job);
+    else
+        rc = CallPrintFile(job);
+    Trace(kTraceDetail, "Print job %s finished with rc = %d\n", job.JobId, rc);
+    Trace(kTraceDetail, "File name = %s\n", job.FileName);
+
+    if (job.Protocol == 'S' && JobKeepsStatus(job.PrinterName, job.NoStatusFlag))
+        rc = RecordPrintOutcome(job.PrinterName, job.JobId, rc);
+    return rc;
+}
+
+void ResetTestModeCount() {
+    g_testModeCount.store(0);
+}
+
+}  // namespace vx

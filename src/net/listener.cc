@@ -1,0 +1,127 @@
+// The network listener: set-up of the network layer and its parameters, the start of listening
+// with the check that no other process serves the port, and the accept of one connection.
+#include "net/listener.h"
+
+#include <cstring>
+
+#include "base/syserror.h"
+#include "base/text.h"
+#include "printserver/process_locks.h"
+#include "printserver/zelprsrv.h"
+
+namespace vx {
+
+ListenerParams g_ListenerParams;
+NiHandle g_ListenHandle = kNiNoHandle;
+
+namespace {
+
+constexpr int32_t kDefaultLpdPort = 515;
+constexpr size_t kHostNameSize = 100;
+
+// Settings give time-outs in hundredths of a second; 0 and negative values keep their meaning.
+int32_t HundredthsToMs(int32_t value) {
+    return value > 0 ? value * 10 : value;
+}
+
+// "LPDPort" as a 16-bit port; a stored 0 means the LPD port.
+int32_t ReadLpdPort(Czelprsrv& settings) {
+    auto port = static_cast<uint16_t>(settings.GetGlobalInt("LPDPort", kDefaultLpdPort));
+    return port == 0 ? kDefaultLpdPort : port;
+}
+
+int32_t ReadSendWithNull(Czelprsrv& settings) {
+    return settings.GetGlobalInt("send_with_null", 1) != 0 ? 1 : 0;
+}
+
+}  // namespace
+
+void ReadListenerParams(Czelprsrv& settings) {
+    ListenerParams& p = g_ListenerParams;
+    p.NiReadTimeout = HundredthsToMs(settings.GetGlobalInt("NiReadTimeout", -1));
+    p.NiReadLoopBreak = settings.GetGlobalInt("NiReadLoopBreak", -1);
+    p.NiWriteTimeout = HundredthsToMs(settings.GetGlobalInt("NiWriteTimeout", -1));
+    p.NiAcceptTimeout = settings.GetGlobalInt("NiAcceptTimeout", 5000);
+    p.NiSpinReadTime = HundredthsToMs(settings.GetGlobalInt("NiSpinReadTime", 100));
+    p.LPDPort = ReadLpdPort(settings);
+    p.send_with_null = ReadSendWithNull(settings);
+}
+
+int InitNetwork(char* name, size_t size) {
+    // This network layer has no name of its own to report.
+    if (name != nullptr && size > 0) name[0] = '\0';
+    Czelprsrv* prsrv = g_prsrv;
+    if (prsrv != nullptr && prsrv->OpenNiTrace() == 0) {
+        SetLastSystemError(3);
+        prsrv->ReportLastError("OpenNiTraceFile", 1);
+    }
+    int rc = NiInit(kNiMaxHandles);
+    if (prsrv != nullptr) ReadListenerParams(*prsrv);
+    return rc == kNiOk ? 1 : 0;
+}
+
+int StartListening(NiHandle* listenHandle) {
+    *listenHandle = kNiNoHandle;
+    char host[kHostNameSize] = {};
+    int rc = NiMyHostName(host, sizeof host);
+    if (rc != kNiOk) {
+        TraceError("Cannot read my hostname! (rc = %ld)\n", static_cast<long>(rc));
+        return -1;
+    }
+    char* blank = strchr(host, ' ');
+    if (blank != nullptr) *blank = '\0';
+    Trace(kTraceNotable, "Hostname: %s\n", host);
+
+    NiAddress address{};
+    if (NiHostToAddr(host, &address) != kNiOk)
+        Trace(kTraceBanner, "IP address unknown.\n");
+    else
+        Trace(kTraceNormal, "IP address: %s\n", NiAddrToStr(address));
+
+    Czelprsrv* prsrv = g_prsrv;
+    if (prsrv != nullptr) g_ListenerParams.LPDPort = ReadLpdPort(*prsrv);
+    int32_t port = g_ListenerParams.LPDPort;
+    char service[16];
+    FormatText(service, sizeof service, "%d", port);
+
+    // Whoever answers on the port already serves it: a second service must not start.
+    NiHandle probe = kNiNoHandle;
+    if (NiConnect("localhost", service, kNiWaitForever, &probe) == kNiOk) {
+        TraceError("The TCP port (%d) for Vorlix is in use.\n", port);
+        NiCloseHandle(probe);
+        return -1;
+    }
+
+    if (prsrv != nullptr) g_ListenerParams.send_with_null = ReadSendWithNull(*prsrv);
+
+    auto listenPort = static_cast<uint16_t>(port);
+    rc = NiServerHandle(&listenPort, listenHandle);
+    if (rc == kNiOk) {
+        Trace(kTraceNotable, "Ni2Listen: port %d OK, socket %d\n", port, *listenHandle);
+        return 0;
+    }
+    TraceError("%s failed with code = %d\n", "Ni2Listen", rc);
+    if (rc == kNiPortInUse) {
+        LockHold fileHold(ProcessFileLock());
+        Trace(kTraceBanner, "The TCP port (%d) for Vorlix is in use.\n", port);
+    }
+    *listenHandle = kNiNoHandle;
+    return -1;
+}
+
+int AcceptNetworkConnection(NetSocket* connection, NiHandle listenHandle, int* isLocal) {
+    if (listenHandle == kNiNoHandle || connection == nullptr) return -1;
+    NiAddress peer = NiMappedZeroAddress();
+    NiHandle handle = kNiNoHandle;
+    if (NiAccept(listenHandle, g_ListenerParams.NiAcceptTimeout, &handle, &peer) != kNiOk)
+        return -1;
+    int local = NiIsLocalAddress(peer);
+    if (isLocal != nullptr) *isLocal = local;
+    Trace(kTraceDetail, "NiAccept creates new socket %d\n", handle);
+    connection->niHandle = handle;
+    connection->sncSession = nullptr;
+    connection->secured = false;
+    return 0;
+}
+
+}  // namespace vx

@@ -1,0 +1,266 @@
+"""The print library driven directly (tests/tools/printfile_driver): what reaches the fake network
+printers behind the private cupsd, the return codes and the trace lines, on both targets."""
+import random
+import re
+import subprocess
+import tempfile
+import time
+from pathlib import Path
+
+import pytest
+
+import cups_printer as cp
+from conftest import REPO
+
+OK, NOT_SUPPORTED, DEVICE = 0, 4, 11
+WAITING, PRINTING, DONE, ERROR = 20, 21, 22, 23
+
+
+class Driver:
+    """printfile_driver of the build under test, natively or under Wine."""
+
+    def __init__(self, target, build_dir, workdir):
+        self.target = target
+        self.windows = target == "windows"
+        self.exe = build_dir / "bin" / ("printfile_driver.exe" if self.windows else "printfile_driver")
+        if not self.exe.exists():
+            pytest.fail(f"{self.exe} is not built")
+        self.workdir = workdir
+        self.output = workdir / "out"
+
+    def path(self, path):
+        path = str(path)
+        return "Z:" + path.replace("/", "\\") if self.windows else path
+
+    def run(self, *args, options=None, timeout=300):
+        """Runs one command sequence; returns the lines it printed (output through a file)."""
+        command = ["--output", self.path(self.output) + ("\\" if self.windows else "/")]
+        for name, value in (options or {}).items():
+            command += ["--option", f"{name}={value}"]
+        command += [str(a) for a in args]
+        command = (["wine", str(self.exe)] if self.windows else [str(self.exe)]) + command
+        with tempfile.TemporaryFile() as out:
+            proc = subprocess.run(command, stdout=out, stderr=subprocess.STDOUT,
+                                  stdin=subprocess.DEVNULL, cwd=self.workdir, timeout=timeout)
+            out.seek(0)
+            text = out.read().decode("latin-1").replace("\r\n", "\n")
+        if self.target == "linux-asan":
+            assert "ERROR: AddressSanitizer" not in text, text
+            assert "runtime error:" not in text, text
+        assert proc.returncode == 0, text
+        return text.splitlines()
+
+    def print_file(self, printer, path, job_id="job1", copies=1, stream=2, options=None):
+        lines = self.run("print", printer, self.path(path), job_id, copies, stream, options=options)
+        rc = [int(m.group(1)) for m in map(re.compile(r"^PrintFile rc=(-?\d+)$").match, lines) if m]
+        assert len(rc) == 1, lines
+        return rc[0], lines
+
+
+@pytest.fixture
+def driver(request, tmp_path, cups):
+    target = request.config.getoption("--target")
+    build_dir = request.config.getoption("--build-dir")
+    build_dir = Path(build_dir) if build_dir else REPO / "build" / target
+    return Driver(target, build_dir, tmp_path)
+
+
+def random_file(path, size=301 * 1024, prefix=b""):
+    data = prefix + random.randbytes(size - len(prefix))
+    path.write_bytes(data)
+    return data
+
+
+def errors(lines):
+    return [line[len("trace -1: "):] for line in lines if line.startswith("trace -1: ")]
+
+
+def skip_on_windows(driver, why):
+    if driver.windows:
+        pytest.skip(why)
+
+
+# ---- PrintFile ----
+
+def test_raw_job_reaches_the_printer_unchanged_once_per_copy(driver, cups, tmp_path):
+    sink = cups.sink(cp.PRINTING)
+    data = random_file(tmp_path / "job.bin")
+    rc, lines = driver.print_file(cp.PRINTING, tmp_path / "job.bin", "raw-1", copies=3)
+    assert rc == OK, lines
+    jobs = sink.wait_for_jobs(1)
+    # One print job (one connection to the device) carrying the data three times.
+    assert len(jobs) == 1
+    assert jobs[0] == data * 3
+    assert not errors(lines)
+    sent = [l for l in lines if l.startswith("trace 9: ") and "x 3 copies" in l]
+    assert sent and cp.PRINTING in sent[0] and str(len(data)) in sent[0] and "raw" in sent[0]
+
+
+def test_pdf_arrives_as_pdf(driver, cups, tmp_path):
+    sink = cups.sink(cp.PRINTING)
+    data = random_file(tmp_path / "doc.pdf", 40 * 1024, prefix=b"%PDF-1.4\n%\xe2\xe3\xcf\xd3\n")
+    rc, lines = driver.print_file(cp.PRINTING, tmp_path / "doc.pdf", "pdf-1", stream=3)
+    assert rc == OK, lines
+    assert sink.wait_for_jobs(1) == [data]
+    if not driver.windows:
+        # Handed to CUPS as PDF, for the print system to render on a printer that needs it.
+        assert any("as PDF" in l for l in lines), lines
+
+
+@pytest.mark.parametrize("queue, linux_only", [
+    (cp.UNKNOWN, False),
+    (cp.REJECTING, False),
+    (cp.STOPPED, True),
+    (cp.UNREACHABLE, True),
+])
+def test_printer_that_cannot_print_is_a_device_error(driver, cups, tmp_path, queue, linux_only):
+    if linux_only:
+        skip_on_windows(driver, "Wine's spooler takes jobs for stopped and unreachable CUPS queues "
+                              "and reports no printer state (WINE.md)")
+    random_file(tmp_path / "job.bin", 10 * 1024)
+    rc, lines = driver.print_file(queue, tmp_path / "job.bin", "dev-1")
+    assert rc == DEVICE, lines
+    failures = errors(lines)
+    assert len(failures) == 1, lines
+    assert failures[0].startswith("Error: ") and queue in failures[0]
+    if not driver.windows:
+        # The job is not left behind in CUPS to print later: the service will send it again.
+        assert cups.active_jobs(queue) == []
+
+
+def test_print_library_stream_is_refused(driver, cups, tmp_path):
+    sink = cups.sink(cp.PRINTING)
+    random_file(tmp_path / "zel.bin", 2048, prefix=b"\x1b%ZELWIN")
+    rc, lines = driver.print_file(cp.PRINTING, tmp_path / "zel.bin", "zel-1", stream=1)
+    assert rc == NOT_SUPPORTED, lines
+    (failure,) = errors(lines)
+    assert "cannot be rendered" in failure and "zel-1" in failure
+    time.sleep(1)
+    assert sink.jobs == []
+
+
+def test_missing_data_file_is_an_error(driver, cups, tmp_path):
+    rc, lines = driver.print_file(cp.PRINTING, tmp_path / "missing.bin", "miss-1")
+    assert rc not in (OK, DEVICE)
+    assert len(errors(lines)) == 1
+
+
+def test_file_printer_writes_every_job_to_a_new_file(driver, cups, tmp_path):
+    skip_on_windows(driver, "the built-in file printer exists on Linux only")
+    data = random_file(tmp_path / "job.bin", 70 * 1024)
+    for _ in range(2):
+        rc, lines = driver.print_file("file", tmp_path / "job.bin", "../up/.hidden", copies=2)
+        assert rc == OK, lines
+    files = sorted(p.name for p in driver.output.iterdir())
+    # Named after the job id made safe (no separators, no leading dot), never overwritten.
+    assert files == ["_._up_.hidden_1.prn", "_._up_.hidden_2.prn"]
+    for name in files:
+        assert (driver.output / name).read_bytes() == data * 2
+    assert not (tmp_path / "up").exists()
+
+
+# ---- enhanced mode ----
+
+def statuses(lines):
+    found = {}
+    for line in lines:
+        m = re.match(r"^JobStatusQueryEx (\S+) rc=(\d+) state=(\d+) text=(.*)$", line)
+        if m:
+            found.setdefault(m.group(1), []).append((int(m.group(2)), int(m.group(3)), m.group(4)))
+    return found
+
+
+def test_enhanced_mode_prints_in_order_and_reports_final_states_once(driver, cups, tmp_path):
+    sink = cups.sink(cp.PRINTING)
+    data = {name: random_file(tmp_path / f"{name}.bin", 20 * 1024) for name in ("a", "b", "c", "d")}
+    args = ["init", "lock", cp.PRINTING]
+    for name in ("a", "b", "c"):
+        args += ["queue", cp.PRINTING, driver.path(tmp_path / f"{name}.bin"), name, 1, 0]
+    args += ["queue", cp.PRINTING, driver.path(tmp_path / "d.bin"), "d", 2, 1]
+    args += ["entries", cp.PRINTING, "status", "a", cp.PRINTING, "unlock", cp.PRINTING]
+    for name in ("a", "b", "c"):
+        args += ["wait", name, cp.PRINTING, "status", name, cp.PRINTING]
+    args += ["sleep", 500, "status", "d", cp.PRINTING, "exit"]
+    lines = driver.run(*args)
+
+    assert "InitEx rc=0 pending=0" in lines
+    entries = [l for l in lines if l.startswith("entry rc=0: ")]
+    assert [e[len("entry rc=0: "):].split()[:2] for e in entries] == \
+        [["1st", "tester"], ["2nd", "tester"], ["3rd", "tester"], ["4th", "tester"]]
+    assert entries[0].endswith("  a.bin")
+    found = statuses(lines)
+    # Waiting while held, then done once; asked again, the job is no longer known.
+    assert found["a"][0][:2] == (0, WAITING)
+    for name in ("a", "b", "c"):
+        assert found[name][-2][:2] == (0, DONE)
+        assert found[name][-1][0] != 0
+    # A job queued without status keeps none.
+    assert found["d"][0][0] != 0
+    assert "ExitEx rc=0" in lines
+    jobs = sink.wait_for_jobs(4)
+    assert jobs == [data["a"], data["b"], data["c"], data["d"] * 2]
+
+
+def test_enhanced_mode_keeps_waiting_jobs_for_the_next_start(driver, cups, tmp_path):
+    for name in ("p1", "p2"):
+        random_file(tmp_path / f"{name}.bin", 1024)
+    pending_file = tmp_path / "zelwin_pending_jobs.txt"
+    queue = cp.UNKNOWN
+    # A device error keeps the job at the head of its queue; the end keeps both jobs.
+    lines = driver.run("init",
+                       "queue", queue, driver.path(tmp_path / "p1.bin"), "p1", 1, 0,
+                       "queue", queue, driver.path(tmp_path / "p2.bin"), "p2", 1, 0,
+                       "sleep", 300, "exit")
+    assert "ExitEx rc=0" in lines and pending_file.exists(), lines
+
+    # Listed, not printed, by a run in pending-jobs mode; the file stays.
+    lines = driver.run("init", "pending", "pending", 10, "exit")
+    assert "InitEx rc=0 pending=2" in lines
+    assert [l.split("|")[2] for l in lines if l.startswith("job ")] == ["p1", "p2"]
+    assert lines[lines.index("GetPendingJobsEx filled=2") + 1].startswith(f"job {queue}|")
+    assert pending_file.exists()
+
+    # A normal start queues them again; without retries they end as errors.
+    lines = driver.run("init", "wait", "p1", queue, "wait", "p2", queue, "exit",
+                       options={"IgnoreDCError": 1})
+    assert "InitEx rc=0 pending=2" in lines
+    found = statuses(lines)
+    for name in ("p1", "p2"):
+        rc, state, text = found[name][-1]
+        assert (rc, state) == (0, ERROR) and "Device error" in text
+    assert not pending_file.exists()
+
+
+# ---- diagnostics ----
+
+def test_print_environment_lists_the_printers(driver, cups, tmp_path):
+    tmp_path.joinpath("env").mkdir()
+    lines = driver.run("environment", driver.path(tmp_path / "env"))
+    assert "LogPrintEnvironment rc=0" in lines
+    report = (tmp_path / "env" / "zelwin_environment.txt").read_text(errors="replace")
+    assert "version" in report
+    assert f"Printer: {cp.PRINTING}" in report
+    if not driver.windows:
+        sink_port = cups.sinks[cp.PRINTING].port
+        assert f"socket://127.0.0.1:{sink_port}" in report
+
+
+def test_font_metrics_are_written_as_afm(driver, cups, tmp_path):
+    if not Path("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf").exists():
+        pytest.skip("fonts-dejavu-core is not installed")
+    out = tmp_path / "afm"
+    out.mkdir()
+    lines = driver.run("fontmetrics", "DejaVu Sans", driver.path(out), 2, 0, 0,
+                       "fontmetrics", "DejaVu Sans", driver.path(out), 1, 1, 0,
+                       "fontmetrics", "No Such Font Family", driver.path(out), 1, 0, 0)
+    assert lines == ["WriteFontMetricFile rc=0", "WriteFontMetricFile rc=0",
+                     "WriteFontMetricFile rc=1"]
+    afm = (out / "DejaVu Sans.afm").read_text()
+    assert afm.startswith("StartFontMetrics 4.1\n") and afm.endswith("EndFontMetrics\n")
+    widths = dict(re.findall(r"^C (\d+) ; WX (\d+) ;$", afm, re.M))
+    # DejaVu Sans: 2048 units per em; "A" is 1401 units wide, the space 651.
+    assert widths["65"] == "684" and widths["32"] == "318"
+    assert "233" in widths  # é: the Windows-1252 half in mode 2
+    bold = (out / "DejaVu Sans-Bold.afm").read_text()
+    assert "Weight Bold" in bold
+    assert "233" not in dict(re.findall(r"^C (\d+) ; WX (\d+) ;$", bold, re.M))

@@ -1,0 +1,109 @@
+"""The options that print: files and directories reach the fake network printers behind the
+private cupsd unchanged; printer settings, print environment, pending jobs and font metrics."""
+import random
+
+import pytest
+
+import cups_printer as cp
+
+ASTERISKS = "*" * 41
+
+
+def random_file(path, size, seed):
+    data = random.Random(seed).randbytes(size)
+    path.write_bytes(data)
+    return data
+
+
+def texts(vorlix):
+    return vorlix.trace_texts(vorlix.trace())
+
+
+def test_file_reaches_the_printer_once_per_copy(vorlix, cups, tmp_path):
+    sink = cups.sink(cp.PRINTING)
+    data = random_file(tmp_path / "job.bin", 120_000, 1)
+    r = vorlix.run("-f", vorlix.native_path(tmp_path / "job.bin"), "-p", cp.PRINTING, "-c", "0x3")
+    assert r.rc == 0
+    assert r.stdout == ""
+    jobs = sink.wait_for_jobs(1)
+    assert b"".join(jobs) == data * 3
+    lines = texts(vorlix)
+    call = f"Vorlix called with command option -f {vorlix.native_path(tmp_path / 'job.bin')} " \
+           f"{cp.PRINTING} -c 0x3."
+    assert call in lines
+    assert ASTERISKS in lines
+
+
+def test_pdf_arrives_as_pdf(vorlix, cups, tmp_path):
+    sink = cups.sink(cp.PRINTING)
+    pdf = b"%PDF-1.4\n" + random.Random(2).randbytes(5000) + b"\n%%EOF\n"
+    (tmp_path / "doc.pdf").write_bytes(pdf)
+    vorlix.set_values({"LogLevel": "9"})
+    vorlix.run("-f", vorlix.native_path(tmp_path / "doc.pdf"), "-p", cp.PRINTING)
+    assert b"".join(sink.wait_for_jobs(1)) == pdf
+    assert "PDF datastream detected for job doc.pdf" in texts(vorlix)
+
+
+@pytest.mark.parametrize("queue", [cp.STOPPED, cp.UNREACHABLE])
+def test_printer_that_cannot_print_gives_rc_11(vorlix, cups, tmp_path, queue):
+    if vorlix.windows:
+        pytest.skip("Wine's spooler takes the job whatever state the CUPS queue is in")
+    random_file(tmp_path / "job.bin", 1000, 3)
+    vorlix.set_values({"LogLevel": "9"})
+    vorlix.run("-f", vorlix.native_path(tmp_path / "job.bin"), "-p", queue, timeout=300)
+    assert "Print job job.bin finished with rc = 11" in texts(vorlix)
+
+
+def test_directory_prints_each_file_once_and_skips_subdirectories(vorlix, cups, tmp_path):
+    sink = cups.sink(cp.SECOND)
+    folder = tmp_path / "spool"
+    (folder / "sub").mkdir(parents=True)
+    a = random_file(folder / "a.txt", 3000, 4)
+    b = random_file(folder / "b.txt", 4000, 5)
+    random_file(folder / "sub" / "c.txt", 100, 6)
+    r = vorlix.run("-c", vorlix.native_path(folder), "-p", cp.SECOND)
+    assert r.rc == 0
+    assert sorted(sink.wait_for_jobs(2)) == sorted([a, b])
+
+    empty = tmp_path / "empty"
+    empty.mkdir()
+    sink.clear()
+    vorlix.run("-c", vorlix.native_path(empty), "-p", cp.SECOND)
+    vorlix.run("-f", vorlix.native_path(folder), "-p", cp.SECOND)  # a directory: nothing
+    assert sink.jobs == []
+    # Only the missing icon library (which every printing run reports) is an error here.
+    errors = [line for line in texts(vorlix) if line.startswith("Error: ")]
+    assert errors == ["Error: No icon DLL loaded, please install zelbtmp64.dll."]
+
+
+def test_printer_settings_report(vorlix, cups):
+    r = vorlix.run("-o", "-p", cp.PRINTING)
+    assert r.stdout.startswith(f"Printer settings for printer {cp.PRINTING}:\n")
+    assert f"Printer name: {cp.PRINTING}\n" in r.stdout
+    r = vorlix.run("-o", "-p", cp.UNKNOWN)
+    assert r.stdout == "Invalid printer name\n"
+
+
+def test_print_environment_report(vorlix, cups):
+    r = vorlix.run("-a")
+    assert r.stdout == ("\nLogging ZELWIN print environment... please wait!\n\n"
+                        "This may take a few minutes...\n")
+    reports = [p for p in vorlix.log_dir.iterdir() if not p.name.startswith("vorlix.dbg")]
+    assert reports, "no print environment report in the log directory"
+    assert any(cp.PRINTING in p.read_text(errors="replace") for p in reports)
+
+
+def test_pending_jobs_of_the_enhanced_mode(vorlix, cups):
+    vorlix.set_values({"UseEnhancedSW": "1"})
+    r = vorlix.run("-l")
+    assert r.rc == 0
+    lines = texts(vorlix)
+    assert "Pending jobs:" in lines
+    assert ASTERISKS in lines
+
+
+def test_font_metrics_file(vorlix):
+    vorlix.run("-m", "DejaVu Sans")
+    metrics = [p for p in vorlix.log_dir.iterdir() if p.suffix.lower() == ".afm"]
+    assert metrics, list(vorlix.log_dir.iterdir())
+    assert metrics[0].read_text(errors="replace").startswith("StartFontMetrics")

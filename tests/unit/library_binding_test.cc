@@ -1,0 +1,235 @@
+// Binding the optional libraries: absent libraries, complete ones, faulty ones and the PDF
+// product's version check, against stand-in libraries built beside the test (bin/testlibs/).
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "base/dynlib.h"
+#include "base/fileops.h"
+#include "base/process.h"
+#include "base/registry.h"
+#include "printserver/zelprsrv.h"
+#include "prsrv_fixture.h"
+#include "test_support.h"
+
+namespace {
+
+using vx::Czelprsrv;
+
+constexpr const char* kPdfProductKey = "Software\\Zel\\Tolmapdf";
+
+std::string Sep() {
+    return std::string(1, vx::kPathSeparator);
+}
+
+std::string TestLibraries(const std::string& variant) {
+    char dir[vx::kMaxPath];
+    EXPECT_EQ(vx::GetExecutableDirectory(dir, sizeof dir), 0);
+    return std::string(dir) + Sep() + "testlibs" + Sep() + variant;
+}
+
+// The PDF product's "InstallationPath" for the duration of a test.
+class PdfProductInstalled {
+  public:
+    explicit PdfProductInstalled(const std::string& directory) {
+        vx::RegKey key;
+        EXPECT_EQ(vx::RegCreate(vx::kHiveLocalMachine, kPdfProductKey, key.Receive()), vx::kRegOk);
+        EXPECT_EQ(vx::RegSetText(key.Get(), "InstallationPath", directory.c_str(),
+                                 static_cast<uint32_t>(directory.size())),
+                  vx::kRegOk);
+    }
+    ~PdfProductInstalled() {
+        vx::RegKey key;
+        // Deleting a value needs the write access that creating the key gives.
+        if (vx::RegCreate(vx::kHiveLocalMachine, kPdfProductKey, key.Receive()) == vx::kRegOk)
+            vx::RegRemoveValue(key.Get(), "InstallationPath");
+    }
+};
+
+class LibraryBinding : public vxtest::PrsrvFixture {
+  protected:
+    void SetUp() override {
+        PrsrvFixture::SetUp();
+        Seed("LogLevel", "9");
+        Seed("KeepFile", "1");
+        Seed("WinAPILog", "1");
+    }
+
+    std::unique_ptr<Czelprsrv> Bind(const std::string& libraryDirectory, bool load = true) {
+        vx::PrsrvConfig config;
+        config.runMode = vx::kRunModeTool;
+        config.hive = vx::kHiveCurrentUser;
+        config.settingsKey = key_.c_str();
+        config.logDirectory = logDir_.c_str();
+        config.libraryDirectory = libraryDirectory.c_str();
+        config.loadLibraries = load;
+        auto p = std::make_unique<Czelprsrv>(config);
+        mainLog_ = p->MainLogPath();
+        apiLog_ = p->ApiLogPath();
+        return p;
+    }
+
+    std::string Log() { return vxtest::ReadTextFile(mainLog_); }
+    std::string ApiLog() { return vxtest::ReadTextFile(apiLog_); }
+
+    // True when the texts occur in the log in this order.
+    static bool InOrder(const std::string& log, std::initializer_list<std::string> texts) {
+        size_t at = 0;
+        for (const std::string& text : texts) {
+            size_t found = log.find(text, at);
+            if (found == std::string::npos) {
+                ADD_FAILURE() << "missing or out of order: " << text;
+                return false;
+            }
+            at = found + text.size();
+        }
+        return true;
+    }
+
+    static std::string Name(const char* windowsName) { return vx::LibraryFileName(windowsName); }
+
+    std::string mainLog_;
+    std::string apiLog_;
+};
+
+TEST_F(LibraryBinding, AbsentLibrariesAreReportedAndOnlyTheIconLibraryAsAnError) {
+    vxtest::ScratchDir empty;
+    auto p = Bind(empty.Path());
+    std::string log = Log();
+    EXPECT_TRUE(
+        InOrder(log, {"TOLMAPDF (64bit) not installed.\n", "No optional OCR DLL detected.\n",
+                      "No optional barcode64.dll detected.\n",
+                      "Error: No icon DLL loaded, please install zelbtmp64.dll.\n",
+                      "MainLoadDLLs completed successfully.\n"}));
+    EXPECT_EQ(vxtest::CountOccurrences(log, "Error: "), 1);
+    // The search begins in the executable's directory and ends in its parent.
+    std::string parent = empty.Path().substr(0, empty.Path().rfind(vx::kPathSeparator));
+    EXPECT_TRUE(InOrder(log, {"Looking for file " + empty.Path() + Sep() + Name("OCR.DLL") + "\n",
+                              "Looking for file " + parent + Sep() + Name("OCR.DLL") + "\n"}));
+    // Five places for each of the three libraries that have no installation of their own.
+    EXPECT_EQ(vxtest::CountOccurrences(log, "Looking for file "), 3 * 5);
+    // Without the PDF library the service sends PDF as it is.
+    EXPECT_EQ(p->PdfAsRaw(), 1);
+    EXPECT_EQ(p->GetDefaultValue("PDFasRAW"), 0);
+    EXPECT_EQ(log.find("This is TOLMAPDF Version"), std::string::npos);
+    EXPECT_FALSE(p->Libraries().ocr.module.Loaded());
+    EXPECT_EQ(ApiLog().find("LoadLibraryEx("), std::string::npos);
+}
+
+TEST_F(LibraryBinding, NothingIsBoundUnlessAsked) {
+    auto p = Bind(TestLibraries("complete"), false);
+    EXPECT_FALSE(p->Libraries().pdf.module.Loaded());
+    EXPECT_FALSE(p->Libraries().icon.module.Loaded());
+    EXPECT_EQ(p->InstalledPrinters(), nullptr);
+    EXPECT_EQ(Log().find("MainLoadDLLs"), std::string::npos);
+    // The product beside the executable is found all the same: it decides the banner.
+    EXPECT_EQ(p->PdfLibraryCompatible(), 1);
+    EXPECT_NE(Log().find("This is TOLMAPDF Version 3.6.14085.0 (64bit)\n"), std::string::npos);
+}
+
+TEST_F(LibraryBinding, CompleteLibrariesAreBoundAndReleased) {
+    const std::string dir = TestLibraries("complete");
+    {
+        auto p = Bind(dir);
+        const vx::OptionalLibraries& libs = p->Libraries();
+        // No installation path: the product is where its library is found.
+        EXPECT_EQ(std::string(p->PdfProductDirectory()), dir);
+        EXPECT_TRUE(libs.pdf.usable);
+        EXPECT_NE(libs.pdf.CreatePDFContainer, nullptr);
+        EXPECT_NE(libs.ocr.OCRInit, nullptr);
+        EXPECT_NE(libs.barcode.BarcodePrintW, nullptr);
+        EXPECT_EQ(libs.barcode.wideText, 1);
+        EXPECT_NE(libs.icon.GetZELBitmap, nullptr);
+        EXPECT_EQ(p->PdfAsRaw(), 0);
+        EXPECT_EQ(p->GetDefaultValue("PDFasRAW"), 1);
+
+        std::string log = Log();
+        std::string pdfPath = dir + Sep() + Name("tolmapdf64.dll");
+        EXPECT_TRUE(InOrder(
+            log,
+            {"This is TOLMAPDF Version 3.6.14085.0 (64bit)\n", "Testing library " + pdfPath + "\n",
+             "File " + pdfPath + " loaded.\n", "tolmapdf64.dll loaded.\n", "OCR DLL loaded.\n",
+             "barcode64.dll loaded.\n", "Barcode library ready\n", "Icon DLL loaded.\n",
+             "MainLoadDLLs completed successfully.\n"}));
+        EXPECT_EQ(log.find("not found"), std::string::npos);
+        EXPECT_EQ(log.find("Error: "), std::string::npos);
+        EXPECT_TRUE(InOrder(
+            ApiLog(), {"SetDllDirectory(" + dir + ")\n", "LoadLibraryEx(" + pdfPath + ") = "}));
+    }
+    // The modules go after the list manager and before the locks.
+    std::string api = ApiLog();
+    EXPECT_EQ(vxtest::CountOccurrences(api, "FreeLibrary("), 4);
+    EXPECT_TRUE(InOrder(api, {"delete listManager(", "FreeLibrary(", "DeleteCriticalSection("}));
+}
+
+TEST_F(LibraryBinding, FaultyLibrariesAreBoundAsFarAsTheyGo) {
+    const std::string dir = TestLibraries("faulty");
+    PdfProductInstalled product(dir);
+    auto p = Bind(dir);
+    const vx::OptionalLibraries& libs = p->Libraries();
+    EXPECT_EQ(p->PdfLibraryCompatible(), 1);  // 3.6.16064.0 is accepted
+    EXPECT_FALSE(libs.pdf.usable);
+    EXPECT_EQ(libs.pdf.PrintPDFFile, nullptr);  // half a PDF library is none
+    EXPECT_EQ(p->PdfAsRaw(), 1);
+    // The bar-code library stays loaded, but nothing of it is used after a failed start.
+    EXPECT_TRUE(libs.barcode.module.Loaded());
+    EXPECT_EQ(libs.barcode.BarcodeInit, nullptr);
+    EXPECT_EQ(libs.barcode.wideText, 0);
+    EXPECT_EQ(libs.icon.GetZELBitmap, nullptr);
+
+    std::string log = Log();
+    EXPECT_TRUE(InOrder(
+        log,
+        {"This is TOLMAPDF Version 3.6.16064.0 (64bit)\n", "tolmapdf64.dll loaded.\n",
+         "Error: GetProcAddress failed: ", "tolmapdf64.dll not useable: 'SavePDFFile' not found.\n",
+         "OCR DLL loaded.\n", "OCR.DLL can not be initialized (rc=0)\n", "barcode64.dll loaded.\n",
+         "'BarcodePrintW' not found.\n", "barcode64.dll can not be initialized (rc=0)\n",
+         "Barcode licence missing\n", "Icon DLL loaded.\n", "Can not get address of GetZELBitmap\n",
+         "MainLoadDLLs completed successfully.\n"}));
+}
+
+TEST_F(LibraryBinding, PdfProductWithAnotherVersionCountsAsNotInstalled) {
+    const std::string dir = TestLibraries("refused");
+    PdfProductInstalled product(dir);
+    auto p = Bind(dir);
+    EXPECT_EQ(p->PdfLibraryCompatible(), 0);
+    EXPECT_EQ(p->GetDefaultValue("PDFasRAW"), 0);
+    EXPECT_FALSE(p->Libraries().pdf.module.Loaded());
+    EXPECT_STREQ(p->PdfProductDirectory(), "");
+    std::string log = Log();
+    EXPECT_TRUE(InOrder(log, {"TOLMAPDF (64bit) not installed\n",
+                              "Error: Version 3.6.99999.0 of pdfprint.dll is not compatible.\n",
+                              "TOLMAPDF (64bit) not installed.\n"}));
+    EXPECT_EQ(ApiLog().find("SetDllDirectory("), std::string::npos);
+}
+
+TEST_F(LibraryBinding, FileVersionsAndThePrintLibraryPath) {
+    auto p = Bind(TestLibraries("complete"), false);
+    char fileVersion[64];
+    char productVersion[64];
+    std::string pdfprint = TestLibraries("complete") + Sep() + Name("pdfprint.dll");
+    EXPECT_EQ(p->ReadFileVersion(pdfprint.c_str(), fileVersion, sizeof fileVersion, productVersion,
+                                 sizeof productVersion),
+              0);
+    EXPECT_STREQ(fileVersion, "3.6.14085.0");
+    EXPECT_STREQ(productVersion, "3.6.14085.0");
+    // Cut to the caller's buffer.
+    char shortVersion[4];
+    p->ReadFileVersion(pdfprint.c_str(), shortVersion, sizeof shortVersion, nullptr, 0);
+    EXPECT_STREQ(shortVersion, "3.6");
+
+    std::string ocr = TestLibraries("complete") + Sep() + Name("OCR.DLL");
+    EXPECT_EQ(p->ReadFileVersion(ocr.c_str(), fileVersion, sizeof fileVersion, productVersion,
+                                 sizeof productVersion),
+              -1);
+    EXPECT_STREQ(fileVersion, "");
+
+    // The print library linked into the program is found where the loader took it from.
+    std::string printLibrary = p->PrintLibraryPath();
+    ASSERT_FALSE(printLibrary.empty());
+    EXPECT_EQ(printLibrary.substr(printLibrary.rfind(vx::kPathSeparator) + 1),
+              Name("zelwin64.dll"));
+}
+
+}  // namespace

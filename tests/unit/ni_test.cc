@@ -1,0 +1,286 @@
+// The network interface layer over loopback: listening and ports in use, accept with time-out
+// and peer address, peek, raw reads and writes with their time-outs and modes, addresses and the
+// layer's trace file.
+#include "base/ni.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "loopback_pair.h"
+#include "test_support.h"
+
+namespace {
+
+using vxtest::LoopbackPair;
+
+class NiLayer : public ::testing::Test {
+  protected:
+    void SetUp() override { ASSERT_EQ(vx::NiInit(vx::kNiMaxHandles), vx::kNiOk); }
+};
+
+vx::NiAddress Ipv4(uint8_t a, uint8_t b, uint8_t c, uint8_t d) {
+    vx::NiAddress address = vx::NiMappedZeroAddress();
+    address.bytes[12] = a;
+    address.bytes[13] = b;
+    address.bytes[14] = c;
+    address.bytes[15] = d;
+    return address;
+}
+
+vx::NiAddress Ipv6(std::initializer_list<uint16_t> groups) {
+    vx::NiAddress address{};
+    int i = 0;
+    for (uint16_t g : groups) {
+        address.bytes[2 * i] = static_cast<uint8_t>(g >> 8);
+        address.bytes[2 * i + 1] = static_cast<uint8_t>(g & 0xff);
+        ++i;
+    }
+    return address;
+}
+
+TEST_F(NiLayer, ListensOnAChosenPortAndASecondListenerThereGetsPortInUse) {
+    LoopbackPair first;
+    ASSERT_EQ(first.Listen(), vx::kNiOk);
+    ASSERT_NE(first.port, 0);
+    ASSERT_NE(first.listener, vx::kNiNoHandle);
+
+    uint16_t same = first.port;
+    vx::NiHandle second = 12345;
+    EXPECT_EQ(vx::NiServerHandle(&same, &second), vx::kNiPortInUse);
+    EXPECT_EQ(second, vx::kNiNoHandle);
+
+    // Once the first listener is gone the port is free again.
+    LoopbackPair::Close(first.listener);
+    ASSERT_EQ(vx::NiServerHandle(&same, &second), vx::kNiOk);
+    EXPECT_EQ(same, first.port);
+    EXPECT_EQ(vx::NiCloseHandle(second), vx::kNiOk);
+}
+
+TEST_F(NiLayer, AcceptTimesOutWithoutAPeerAndRefusesConnectionHandles) {
+    LoopbackPair pair;
+    ASSERT_EQ(pair.Listen(), vx::kNiOk);
+    vx::NiHandle accepted = 77;
+    EXPECT_EQ(vx::NiAccept(pair.listener, 50, &accepted, nullptr), vx::kNiTimeout);
+    EXPECT_EQ(accepted, vx::kNiNoHandle);
+    EXPECT_EQ(vx::NiAccept(pair.listener, vx::kNiPoll, &accepted, nullptr), vx::kNiTimeout);
+
+    ASSERT_EQ(pair.Connect("127.0.0.1"), vx::kNiOk);
+    EXPECT_EQ(vx::NiAccept(pair.server, 0, &accepted, nullptr), vx::kNiInvalidHandle);
+    // A listening handle carries no data.
+    char byte;
+    int32_t count = 0;
+    EXPECT_EQ(vx::NiRawRead(pair.listener, &byte, 1, 0, &count), vx::kNiInvalidHandle);
+}
+
+TEST_F(NiLayer, Ipv4AndIpv6PeersReachTheDualStackListenerAndAreLocal) {
+    LoopbackPair v4;
+    ASSERT_EQ(v4.Open("127.0.0.1"), vx::kNiOk);
+    EXPECT_TRUE(vx::NiIsMappedIpv4(v4.peer));
+    EXPECT_STREQ(vx::NiAddrToStr(v4.peer), "127.0.0.1");
+    EXPECT_NE(vx::NiIsLocalAddress(v4.peer), 0);
+
+    LoopbackPair v6;
+    ASSERT_EQ(v6.Listen(), vx::kNiOk);
+    ASSERT_EQ(v6.Connect("::1"), vx::kNiOk);
+    EXPECT_STREQ(vx::NiAddrToStr(v6.peer), "::1");
+    EXPECT_NE(vx::NiIsLocalAddress(v6.peer), 0);
+
+    // Data flows both ways on either connection.
+    ASSERT_TRUE(v6.Send("ping"));
+    char buffer[8] = {};
+    int32_t count = 0;
+    EXPECT_EQ(vx::NiRawRead(v6.server, buffer, 4, 5000, &count), vx::kNiOk);
+    EXPECT_EQ(std::string(buffer, 4), "ping");
+}
+
+TEST_F(NiLayer, ConnectToAPortWithoutListenerFails) {
+    LoopbackPair pair;
+    ASSERT_EQ(pair.Listen(), vx::kNiOk);
+    std::string port = std::to_string(pair.port);
+    LoopbackPair::Close(pair.listener);
+    vx::NiHandle handle = 5;
+    EXPECT_EQ(vx::NiConnect("localhost", port.c_str(), vx::kNiWaitForever, &handle),
+              vx::kNiRefused);
+    EXPECT_EQ(handle, vx::kNiNoHandle);
+}
+
+TEST_F(NiLayer, PeekWaitsForDataLeavesItInPlaceAndSeesTheEnd) {
+    LoopbackPair pair;
+    ASSERT_EQ(pair.Open(), vx::kNiOk);
+    EXPECT_EQ(vx::NiPeekEx(pair.server, vx::kNiPeekRead, 50), vx::kNiTimeout);
+    EXPECT_EQ(vx::NiPeekEx(pair.server, vx::kNiPeekRead, vx::kNiPoll), vx::kNiTimeout);
+    EXPECT_EQ(vx::NiPeekEx(pair.server, vx::kNiPeekWrite, 1000), vx::kNiOk);
+
+    ASSERT_TRUE(pair.Send("x"));
+    EXPECT_EQ(vx::NiPeekEx(pair.server, vx::kNiPeekRead, 5000), vx::kNiOk);
+    EXPECT_EQ(vx::NiPeekEx(pair.server, vx::kNiPeekRead, vx::kNiPoll), vx::kNiOk);
+    char byte = 0;
+    int32_t count = 0;
+    ASSERT_EQ(vx::NiRawRead(pair.server, &byte, 1, 0, &count), vx::kNiOk);
+    EXPECT_EQ(byte, 'x');
+
+    LoopbackPair::Close(pair.client);
+    EXPECT_EQ(vx::NiPeekEx(pair.server, vx::kNiPeekRead, 5000), vx::kNiClosed);
+}
+
+TEST_F(NiLayer, RawReadTimesOutWithWhatArrivedOrStopsEarlyInSingleReadMode) {
+    LoopbackPair pair;
+    ASSERT_EQ(pair.Open(), vx::kNiOk);
+    char buffer[16] = {};
+    int32_t count = -1;
+    EXPECT_EQ(vx::NiRawRead(pair.server, buffer, 10, 30, &count), vx::kNiTimeout);
+    EXPECT_EQ(count, 0);
+
+    ASSERT_TRUE(pair.Send("abcd"));
+    ASSERT_EQ(vx::NiPeekEx(pair.server, vx::kNiPeekRead, 5000), vx::kNiOk);
+    EXPECT_EQ(vx::NiRawRead(pair.server, buffer, 10, 100, &count), vx::kNiTimeout);
+    EXPECT_EQ(count, 4);
+    EXPECT_EQ(std::string(buffer, 4), "abcd");
+
+    ASSERT_EQ(vx::NiSetSingleRead(pair.server, true), vx::kNiOk);
+    ASSERT_TRUE(pair.Send("efg"));
+    EXPECT_EQ(vx::NiRawRead(pair.server, buffer, 10, vx::kNiWaitForever, &count), vx::kNiOk);
+    EXPECT_EQ(std::string(buffer, static_cast<size_t>(count)), "efg");
+    ASSERT_EQ(vx::NiSetSingleRead(pair.server, false), vx::kNiOk);
+
+    // Without single-read mode a read waits for the full length, across several sends.
+    ASSERT_TRUE(pair.Send("12"));
+    ASSERT_TRUE(pair.Send("345"));
+    EXPECT_EQ(vx::NiRawRead(pair.server, buffer, 5, 5000, &count), vx::kNiOk);
+    EXPECT_EQ(std::string(buffer, 5), "12345");
+}
+
+TEST_F(NiLayer, BytesBeforeThePeerClosedComeFirstThenTheEnd) {
+    LoopbackPair pair;
+    ASSERT_EQ(pair.Open(), vx::kNiOk);
+    ASSERT_TRUE(pair.Send("ab"));
+    LoopbackPair::Close(pair.client);
+    char buffer[16] = {};
+    int32_t count = 0;
+    EXPECT_EQ(vx::NiRawRead(pair.server, buffer, 10, 5000, &count), vx::kNiOk);
+    EXPECT_EQ(std::string(buffer, static_cast<size_t>(count)), "ab");
+    EXPECT_EQ(vx::NiRawRead(pair.server, buffer, 10, 5000, &count), vx::kNiClosed);
+    EXPECT_EQ(count, 0);
+}
+
+TEST_F(NiLayer, NonBlockingHandleNeverWaits) {
+    LoopbackPair pair;
+    ASSERT_EQ(pair.Open(), vx::kNiOk);
+    bool blocking = false;
+    ASSERT_EQ(vx::NiHdlGetBlockmode(pair.server, &blocking), vx::kNiOk);
+    EXPECT_TRUE(blocking);
+    ASSERT_EQ(vx::NiHdlSetBlockmode(pair.server, false), vx::kNiOk);
+    ASSERT_EQ(vx::NiHdlGetBlockmode(pair.server, &blocking), vx::kNiOk);
+    EXPECT_FALSE(blocking);
+    char buffer[4];
+    int32_t count = 0;
+    // Would hang for ever on a blocking handle.
+    EXPECT_EQ(vx::NiRawRead(pair.server, buffer, 4, vx::kNiWaitForever, &count), vx::kNiTimeout);
+    EXPECT_EQ(vx::NiPeekEx(pair.server, vx::kNiPeekRead, vx::kNiWaitForever), vx::kNiTimeout);
+}
+
+TEST_F(NiLayer, WritingToAGonePeerFailsWithoutKillingTheProcess) {
+    LoopbackPair pair;
+    ASSERT_EQ(pair.Open(), vx::kNiOk);
+    LoopbackPair::Close(pair.client);
+    std::string block(65536, 'z');
+    int rc = vx::kNiOk;
+    for (int i = 0; i < 200 && rc == vx::kNiOk; ++i) {
+        int32_t count = 0;
+        rc = vx::NiRawWrite(pair.server, block.data(), static_cast<int32_t>(block.size()), 1000,
+                            &count);
+    }
+    EXPECT_EQ(rc, vx::kNiClosed);
+}
+
+TEST_F(NiLayer, ClosedAndUnknownHandlesAreRefused) {
+    LoopbackPair pair;
+    ASSERT_EQ(pair.Open(), vx::kNiOk);
+    vx::NiHandle gone = pair.server;
+    LoopbackPair::Close(pair.server);
+    EXPECT_EQ(vx::NiCloseHandle(gone), vx::kNiInvalidHandle);
+    EXPECT_EQ(vx::NiCloseHandle(vx::kNiNoHandle), vx::kNiInvalidHandle);
+    EXPECT_EQ(vx::NiCloseHandle(vx::kNiMaxHandles), vx::kNiInvalidHandle);
+    int32_t count = 0;
+    EXPECT_EQ(vx::NiRawWrite(gone, "x", 1, 0, &count), vx::kNiInvalidHandle);
+    EXPECT_EQ(vx::NiPeekEx(gone, vx::kNiPeekRead, 0), vx::kNiInvalidHandle);
+    EXPECT_EQ(vx::NiSetSingleRead(gone, true), vx::kNiInvalidHandle);
+    // A closed handle is not handed out again at once.
+    LoopbackPair next;
+    ASSERT_EQ(next.Open(), vx::kNiOk);
+    EXPECT_NE(next.server, gone);
+    EXPECT_NE(next.client, gone);
+}
+
+TEST(NiAddressText, Ipv4IsDottedAndIpv6ShortensTheLongestZeroRun) {
+    EXPECT_STREQ(vx::NiAddrToStr(Ipv4(10, 1, 2, 3)), "10.1.2.3");
+    EXPECT_STREQ(vx::NiAddrToStr(vx::NiMappedZeroAddress()), "0.0.0.0");
+    EXPECT_STREQ(vx::NiAddrToStr(Ipv6({0, 0, 0, 0, 0, 0, 0, 1})), "::1");
+    EXPECT_STREQ(vx::NiAddrToStr(Ipv6({0, 0, 0, 0, 0, 0, 0, 0})), "::");
+    EXPECT_STREQ(vx::NiAddrToStr(Ipv6({0x2001, 0xdb8, 0, 0, 1, 0, 0, 1})), "2001:db8::1:0:0:1");
+    EXPECT_STREQ(vx::NiAddrToStr(Ipv6({0x2001, 0xdb8, 0, 1, 0, 0, 0, 0})), "2001:db8:0:1::");
+    EXPECT_STREQ(vx::NiAddrToStr(Ipv6({0xfe80, 1, 2, 3, 4, 5, 6, 0xabcd})),
+                 "fe80:1:2:3:4:5:6:abcd");
+}
+
+TEST_F(NiLayer, LocalAddressesAreTheHostsOwn) {
+    EXPECT_NE(vx::NiIsLocalAddress(Ipv4(127, 0, 0, 1)), 0);
+    EXPECT_NE(vx::NiIsLocalAddress(Ipv4(127, 1, 2, 3)), 0);
+    EXPECT_EQ(vx::NiIsLocalAddress(vx::NiMappedZeroAddress()), 0);
+    EXPECT_EQ(vx::NiIsLocalAddress(Ipv6({0, 0, 0, 0, 0, 0, 0, 0})), 0);
+    EXPECT_EQ(vx::NiIsLocalAddress(Ipv4(192, 0, 2, 1)), 0);  // documentation range
+    EXPECT_EQ(vx::NiIsLocalAddress(Ipv6({0x2001, 0xdb8, 0, 0, 0, 0, 0, 7})), 0);
+
+    char host[100] = {};
+    ASSERT_EQ(vx::NiMyHostName(host, sizeof host), vx::kNiOk);
+    EXPECT_NE(host[0], '\0');
+    vx::NiAddress own{};
+    ASSERT_EQ(vx::NiHostToAddr(host, &own), vx::kNiOk);
+    EXPECT_NE(vx::NiIsLocalAddress(own), 0) << vx::NiAddrToStr(own);
+}
+
+TEST_F(NiLayer, TraceFileShowsConnectionsAtLevelTwoAndDataAtLevelThree) {
+    vxtest::ScratchDir dir;
+    std::string path = dir.File("vorlix.nit");
+    ASSERT_EQ(vx::NiTraceOpen(path.c_str(), vx::kNiTraceTruncate, 2), 0);
+    EXPECT_TRUE(vx::NiTraceIsOpen());
+    EXPECT_EQ(vx::NiGetTraceLevel(), 2);
+    {
+        LoopbackPair pair;
+        ASSERT_EQ(pair.Open(), vx::kNiOk);
+        ASSERT_TRUE(pair.Send("x"));
+        char byte;
+        int32_t count = 0;
+        ASSERT_EQ(vx::NiRawRead(pair.server, &byte, 1, 5000, &count), vx::kNiOk);
+    }
+    vx::NiTraceWrite(1, "from above %d", 42);
+    vx::NiTraceClose();
+    EXPECT_FALSE(vx::NiTraceIsOpen());
+    std::string trace = vxtest::ReadTextFile(path);
+    EXPECT_NE(trace.find("NiAccept: handle"), std::string::npos) << trace;
+    EXPECT_NE(trace.find("NiServerHandle: handle"), std::string::npos);
+    EXPECT_NE(trace.find("NiCloseHandle: handle"), std::string::npos);
+    EXPECT_NE(trace.find("from above 42\n"), std::string::npos);
+    EXPECT_EQ(trace.find("NiRawRead"), std::string::npos);
+
+    // Reopened at level 3 (appending), every read shows; lines after closing go nowhere.
+    ASSERT_EQ(vx::NiTraceOpen(path.c_str(), vx::kNiTraceAppend, 3), 0);
+    {
+        LoopbackPair pair;
+        ASSERT_EQ(pair.Open(), vx::kNiOk);
+        char byte;
+        int32_t count = 0;
+        EXPECT_EQ(vx::NiRawRead(pair.server, &byte, 1, 0, &count), vx::kNiTimeout);
+    }
+    vx::NiTraceClose();
+    vx::NiTraceWrite(1, "after close");
+    trace = vxtest::ReadTextFile(path);
+    EXPECT_NE(trace.find("from above 42"), std::string::npos);
+    EXPECT_NE(trace.find("NiRawRead: handle"), std::string::npos);
+    EXPECT_EQ(trace.find("after close"), std::string::npos);
+    vx::NiSetTraceLevel(3);
+}
+
+}  // namespace

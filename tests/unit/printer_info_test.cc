@@ -1,0 +1,395 @@
+// Printer information of the print-server object over the host's spooler: the installed
+// printers, a printer's port (spooler first, then the registry's three places), the tray
+// mapping, the reports and a job's device settings. Linux always has the built-in file printer;
+// under Wine the CUPS queues that existed when the prefix started are the printers, and the
+// tests that need a printer skip without one.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/registry.h"
+#include "base/spooler.h"
+#include "base/text.h"
+#include "printserver/zelprsrv.h"
+#include "prsrv_fixture.h"
+#include "test_support.h"
+
+namespace {
+
+using vx::Czelprsrv;
+
+constexpr const char* kUnknownPrinter = "VorlixNoSuchPrinter";
+constexpr const char* kDevicesKey = "Software\\Microsoft\\Windows NT\\CurrentVersion\\Devices";
+
+void RemoveValue(vx::RegHive hive, const std::string& key, const std::string& name) {
+    vx::RegKey handle;
+    // Deleting a value needs the write access that creating the key gives.
+    if (vx::RegCreate(hive, key.c_str(), handle.Receive()) == vx::kRegOk)
+        vx::RegRemoveValue(handle.Get(), name.c_str());
+}
+
+// A registry text value for the duration of a test; the value is removed afterwards.
+class RegistryValue {
+  public:
+    RegistryValue(vx::RegHive hive, const std::string& key, const std::string& name,
+                  const std::string& text)
+        : hive_(hive), key_(key), name_(name) {
+        vx::RegKey handle;
+        EXPECT_EQ(vx::RegCreate(hive, key.c_str(), handle.Receive()), vx::kRegOk) << key;
+        EXPECT_EQ(vx::RegSetText(handle.Get(), name.c_str(), text.c_str(),
+                                 static_cast<uint32_t>(text.size())),
+                  vx::kRegOk);
+    }
+    ~RegistryValue() { RemoveValue(hive_, key_, name_); }
+
+  private:
+    vx::RegHive hive_;
+    std::string key_;
+    std::string name_;
+};
+
+std::vector<std::string> ListedPrinters() {
+    std::vector<std::string> names;
+    vx::SpoolerEnumPrinters(
+        [](void* context, const vx::SpoolerPrinterInfo& printer) {
+            static_cast<std::vector<std::string>*>(context)->push_back(printer.name);
+            return 0;
+        },
+        &names);
+    return names;
+}
+
+// The printers to ask: the built-in one (Linux) and one of the print system's own (a CUPS queue,
+// or under Wine a printer Wine made of one), its default when it has one; empty when the host
+// has none.
+std::vector<std::string> PrintersToAsk() {
+    std::vector<std::string> printers;
+    const char* builtIn = vx::BuiltInPrinterName();
+    if (builtIn != nullptr) printers.push_back(builtIn);
+    char name[vx::kSpoolerNameSize];
+    if (vx::SpoolerGetDefaultPrinter(name, sizeof name) == vx::kSpoolerOk && name[0] != '\0' &&
+        (builtIn == nullptr || strcmp(name, builtIn) != 0)) {
+        printers.push_back(name);
+        return printers;
+    }
+    for (const std::string& name : ListedPrinters()) {
+        if (builtIn != nullptr && name == builtIn) continue;
+        printers.push_back(name);
+        break;
+    }
+    return printers;
+}
+
+class PrinterInfo : public vxtest::PrsrvFixture {
+  protected:
+    void SetUp() override {
+        PrsrvFixture::SetUp();
+        Seed("LogLevel", "9");
+        Seed("KeepFile", "1");
+    }
+
+    std::unique_ptr<Czelprsrv> Open() {
+        auto p = Make();
+        mainLog_ = p->MainLogPath();
+        return p;
+    }
+    std::string Log() { return vxtest::ReadTextFile(mainLog_); }
+
+    static bool InOrder(const std::string& log, std::initializer_list<std::string> texts) {
+        size_t at = 0;
+        for (const std::string& text : texts) {
+            size_t found = log.find(text, at);
+            if (found == std::string::npos) {
+                ADD_FAILURE() << "missing or out of order: " << text;
+                return false;
+            }
+            at = found + text.size();
+        }
+        return true;
+    }
+
+    void ExpectSpoolerPort(const std::string& printer);
+    void ExpectTrayMapping(const std::string& printer, const vx::SpoolerDeviceItem& bin);
+    void ExpectSettingsReport(const std::string& printer);
+
+    std::string mainLog_;
+};
+
+TEST_F(PrinterInfo, InstalledPrintersAreTheSpoolersPrinters) {
+    std::vector<std::string> listed = ListedPrinters();
+    for (const std::string& name : listed) {
+        EXPECT_TRUE(vx::SpoolerCanOpenPrinter(name.c_str())) << name;
+        vx::SpoolerPrinterInfo info;
+        ASSERT_EQ(vx::SpoolerGetPrinter(name.c_str(), &info), vx::kSpoolerOk) << name;
+        EXPECT_EQ(std::string(info.name), name);
+        EXPECT_STRNE(info.port, "") << name;
+    }
+    if (vx::BuiltInPrinterName() != nullptr) {
+        // Always there, with or without CUPS; the default when CUPS has none.
+        EXPECT_NE(std::find(listed.begin(), listed.end(), vx::BuiltInPrinterName()), listed.end());
+        char name[vx::kSpoolerNameSize];
+        ASSERT_EQ(vx::SpoolerGetDefaultPrinter(name, sizeof name), vx::kSpoolerOk);
+        EXPECT_NE(std::find(listed.begin(), listed.end(), name), listed.end());
+        if (getenv("CUPS_SERVER") == nullptr) {
+            EXPECT_EQ(listed.size(), 1u);
+        }
+    }
+    EXPECT_FALSE(vx::SpoolerCanOpenPrinter(kUnknownPrinter));
+    EXPECT_FALSE(vx::SpoolerCanOpenPrinter(""));
+    vx::SpoolerPrinterInfo unknown;
+    EXPECT_NE(vx::SpoolerGetPrinter(kUnknownPrinter, &unknown), vx::kSpoolerOk);
+    // A visitor ends the enumeration early.
+    if (!listed.empty()) {
+        EXPECT_EQ(vx::SpoolerEnumPrinters([](void*, const vx::SpoolerPrinterInfo&) { return 1; },
+                                          nullptr),
+                  1);
+    }
+
+    {
+        auto p = Open();
+        ASSERT_EQ(p->GetInstalledPrinters(), 0);
+        ASSERT_EQ(p->InstalledPrinterCount(), static_cast<int32_t>(listed.size()));
+        for (size_t i = 0; i < listed.size(); ++i)
+            EXPECT_EQ(std::string(p->InstalledPrinters()[i].name), listed[i]);
+    }
+    if (!listed.empty()) {
+        EXPECT_NE(Log().find(" (MyPrinters) in file zelprsrv"), std::string::npos);
+    }
+}
+
+TEST_F(PrinterInfo, PortOfAnOpenablePrinterComesFromTheSpoolerAndIsCached) {
+    std::vector<std::string> printers = PrintersToAsk();
+    if (printers.empty()) GTEST_SKIP() << "no printer on this host";
+    for (const std::string& printer : printers) {
+        SCOPED_TRACE(printer);
+        ExpectSpoolerPort(printer);
+    }
+}
+
+void PrinterInfo::ExpectSpoolerPort(const std::string& printer) {
+    vx::SpoolerPrinterInfo info;
+    ASSERT_EQ(vx::SpoolerGetPrinter(printer.c_str(), &info), vx::kSpoolerOk);
+    auto p = Open();
+    char port[128];
+    ASSERT_EQ(p->DeterminePort(printer.c_str(), port, sizeof port), 0);
+    EXPECT_EQ(std::string(port), std::string(info.port).substr(0, 100));
+    ASSERT_EQ(p->DeterminePort(printer.c_str(), port, sizeof port), 0);
+    std::string log = Log();
+    EXPECT_EQ(vxtest::CountOccurrences(log, "Determine port for printer " + printer + "\n"), 1);
+    EXPECT_NE(log.find("Port " + std::string(port) + " found for printer " + printer + "\n"),
+              std::string::npos);
+    // Cut to the caller's buffer.
+    char shortPort[3];
+    EXPECT_EQ(p->DeterminePort(printer.c_str(), shortPort, sizeof shortPort), 0);
+    EXPECT_EQ(std::string(shortPort), std::string(port).substr(0, 2));
+}
+
+TEST_F(PrinterInfo, PortFromTheDevicesValueIsTheTextAfterTheFirstComma) {
+    RegistryValue a(vx::kHiveCurrentUser, kDevicesKey, "VorlixDevicesA", "winspool,VXPORT_A:");
+    RegistryValue b(vx::kHiveCurrentUser, kDevicesKey, "VorlixDevicesB", "winspool,VXPORT_B:,15");
+    RegistryValue noComma(vx::kHiveCurrentUser, kDevicesKey, "VorlixDevicesD", "winspool");
+    RegistryValue longPort(vx::kHiveCurrentUser, kDevicesKey, "VorlixDevicesE",
+                           "winspool," + std::string(150, 'P'));
+    auto p = Open();
+    char port[256];
+    ASSERT_EQ(p->DeterminePort("VorlixDevicesA", port, sizeof port), 0);
+    EXPECT_STREQ(port, "VXPORT_A:");
+    ASSERT_EQ(p->DeterminePort("VorlixDevicesB", port, sizeof port), 0);
+    EXPECT_STREQ(port, "VXPORT_B:,15");
+    EXPECT_EQ(p->DeterminePort("VorlixDevicesD", port, sizeof port), 9);
+    EXPECT_STREQ(port, "");
+    ASSERT_EQ(p->DeterminePort("VorlixDevicesE", port, sizeof port), 0);
+    EXPECT_EQ(std::string(port), std::string(100, 'P'));
+
+    // A printer not found is looked up again next time: "Not found" is no cached port.
+    RemoveValue(vx::kHiveCurrentUser, kDevicesKey, "VorlixDevicesC");
+    EXPECT_EQ(p->DeterminePort("VorlixDevicesC", port, sizeof port), 9);
+    RegistryValue c(vx::kHiveCurrentUser, kDevicesKey, "VorlixDevicesC", "winspool,LATE:");
+    ASSERT_EQ(p->DeterminePort("VorlixDevicesC", port, sizeof port), 0);
+    EXPECT_STREQ(port, "LATE:");
+
+    ASSERT_EQ(p->DeterminePort("VorlixDevicesA", port, sizeof port), 0);
+    EXPECT_EQ(vxtest::CountOccurrences(Log(), "Determine port for printer VorlixDevicesA\n"), 1);
+    EXPECT_EQ(vxtest::CountOccurrences(Log(), "Determine port for printer VorlixDevicesC\n"), 2);
+}
+
+TEST_F(PrinterInfo, ClusterResourcePortIsKeyedByTheNameAfterTheLastBackslash) {
+    const std::string key =
+        "Cluster\\Resources\\VorlixTestResource\\Parameters\\Printers\\VorlixClustered";
+    RegistryValue port(vx::kHiveLocalMachine, key, "Port", "CLUSTER_PORT:");
+    Seed("ClusterResource", "VorlixTestResource");
+    auto p = Open();
+    char found[128];
+    ASSERT_EQ(p->DeterminePort("\\\\vorlixhost\\VorlixClustered", found, sizeof found), 0);
+    EXPECT_STREQ(found, "CLUSTER_PORT:");
+    EXPECT_NE(Log().find("RegistryPath = " + key + "\n"), std::string::npos);
+}
+
+TEST_F(PrinterInfo, AlternativePathKeepsTheFirstPrintersKey) {
+#if defined(_WIN32)
+    // There the key belongs to the spooler: each subkey is a printer it opens itself, so the
+    // fallback cannot be reached with a test key.
+    GTEST_SKIP() << "the spooler's own printer key";
+#endif
+    const std::string printers = "SYSTEM\\CurrentControlSet\\Control\\Print\\Printers\\";
+    RegistryValue a(vx::kHiveLocalMachine, printers + "VorlixAltA", "Port", "ALT_A:");
+    RegistryValue b(vx::kHiveLocalMachine, printers + "VorlixAltB", "Port", "ALT_B:");
+    Seed("UseAlternativPath", "1");
+    Seed("ClusterResource", "VorlixTestResource");  // the alternative path comes first
+    auto p = Open();
+    char port[128];
+    ASSERT_EQ(p->DeterminePort("VorlixAltA", port, sizeof port), 0);
+    EXPECT_STREQ(port, "ALT_A:");
+    // The key opened for the first printer is kept and asked for the next one too.
+    ASSERT_EQ(p->DeterminePort("VorlixAltB", port, sizeof port), 0);
+    EXPECT_STREQ(port, "ALT_A:");
+    EXPECT_EQ(Log().find("RegistryPath = "), std::string::npos);
+}
+
+TEST_F(PrinterInfo, TraysMapTheApplicationServersNumbersToBins) {
+    int asked = 0;
+    for (const std::string& printer : PrintersToAsk()) {
+        vx::SpoolerDeviceItem bin = {};
+        if (vx::SpoolerGetDeviceList(printer.c_str(), "", vx::kDeviceBins, &bin, 1) != 1) continue;
+        SCOPED_TRACE(printer);
+        ExpectTrayMapping(printer, bin);
+        ++asked;
+    }
+    if (asked == 0) GTEST_SKIP() << "no printer with paper bins on this host";
+}
+
+void PrinterInfo::ExpectTrayMapping(const std::string& printer, const vx::SpoolerDeviceItem& bin) {
+    {
+        auto p = Open();
+        int index = p->GetTrayIndex(printer.c_str());
+        ASSERT_GE(index, 0);
+        // Without a configured number every bin is printed from as itself.
+        EXPECT_EQ(p->FindConfiguredTray(printer.c_str(), 0), bin.id);
+        EXPECT_EQ(p->GetTrayIndex(printer.c_str()), index);
+        EXPECT_NE(Log().find("Found index " + std::to_string(index) + " for printer " + printer),
+                  std::string::npos);
+        EXPECT_EQ(p->GetTrayIndex(kUnknownPrinter), -1);
+        EXPECT_NE(
+            Log().find("Printer " + std::string(kUnknownPrinter) + " not in configuration list.\n"),
+            std::string::npos);
+    }
+    std::string trayKey = printer + "\\Trays\\" + bin.name;
+    Seed("ZELID", "3", trayKey);
+    Seed("TrayID", "260", trayKey);
+    {
+        auto p = Open();
+        EXPECT_EQ(p->FindConfiguredTray(printer.c_str(), 3), 260);
+        EXPECT_EQ(p->FindConfiguredTray(printer.c_str(), 4), -1);
+        EXPECT_EQ(p->FindConfiguredTray(kUnknownPrinter, 3), -1);
+    }
+    std::string log = Log();
+    EXPECT_TRUE(InOrder(log, {"Found configured tray ID 260 for printer " + printer + "\n",
+                              "ZEL ID = 3  Tray ID = 260\n",
+                              "No configured tray ID found for printer " + printer + "\n"}));
+    // The tray entries go before the printer list at the end.
+    EXPECT_TRUE(InOrder(log, {"(TrayInfo) in file zelprsrv", "(MyPrinters) in file zelprsrv"}));
+}
+
+TEST_F(PrinterInfo, PrinterSettingsReportListsWhatTheDriverSays) {
+    std::vector<std::string> printers = PrintersToAsk();
+    if (printers.empty()) GTEST_SKIP() << "no printer on this host";
+    for (const std::string& printer : printers) {
+        SCOPED_TRACE(printer);
+        ExpectSettingsReport(printer);
+    }
+}
+
+void PrinterInfo::ExpectSettingsReport(const std::string& printer) {
+    auto p = Open();
+    p->ReportPrinterSettings(printer.c_str(), 1);
+    std::string log = Log();
+    EXPECT_TRUE(InOrder(
+        log, {"Printer settings for printer " + printer + ":\n", "Printer name: " + printer + "\n",
+              "Paper formats:\n", "Driver files:\n", "PDLs:\n",
+              "Color Printer: ", "Maximum number of copies: ", "Printer driver version: ",
+              "Driver version specification number: ", "Duplex: ", "dmFields value: ",
+              "Maximum paper width: ", "Maximum paper height: ", "Minimum paper width: ",
+              "Minimum paper height: ", "Available memory: ", " pages per minute\n"}));
+    std::vector<vx::SpoolerDeviceItem> bins(32);
+    int count = vx::SpoolerGetDeviceList(printer.c_str(), "", vx::kDeviceBins, bins.data(), 32);
+    for (int i = 0; i < count; ++i)
+        EXPECT_NE(log.find("Tray name: " + std::string(bins[i].name) +
+                           "  Internal tray ID: " + std::to_string(bins[i].id) + "\n"),
+                  std::string::npos);
+
+    // From the command line the same lines go to the console, without the trace prefix.
+    testing::internal::CaptureStdout();
+    p->ReportPrinterSettings(printer.c_str(), 0);
+    std::string console = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(
+        console.rfind(
+            "Printer settings for printer " + printer + ":\nPrinter name: " + printer + "\n", 0),
+        0u);
+}
+
+TEST_F(PrinterInfo, DriverReportShowsEachFieldOrThatItIsMissing) {
+    vx::SpoolerDriverInfo info = {};
+    vx::CopyText(info.name, sizeof info.name, "Generic Driver");
+    vx::CopyText(info.dependentFiles, sizeof info.dependentFiles, "a.dll, b.ppd");
+    info.osVersion = 3;
+    info.driverVersion = 0x0000000500010002ull;
+    auto p = Open();
+    testing::internal::CaptureStdout();
+    p->ReportDriverInfo(info, 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Name: Generic Driver\n"
+              "Environment (pEnvironment) missing\n"
+              "Path (pDriverPath) missing\n"
+              "Data file (pDataFile) missing\n"
+              "Config file (pConfigFile) missing\n"
+              "Help file (pHelpFile) missing\n"
+              "Dependent files: a.dll, b.ppd\n"
+              "Monitor name (pMonitorName) missing\n"
+              "Default data type (pDefaultDataType) missing\n"
+              "Previous names (pszzPreviousNames) missing\n"
+              "URL (pszOEMUrl) missing\n"
+              "Provider (pszProvider) missing\n"
+              "Hardware ID (pszHardwareID) missing\n"
+              "Manufacturer name (pszMfgName) missing\n"
+              "Driver version: 65538\n"
+              "OS version: 3\n" +
+                  std::string(52, '*') + "\n");
+
+    EXPECT_EQ(p->ReportPrinterDriver(kUnknownPrinter, 1), -1);
+    EXPECT_NE(Log().find("Error: GetPrinterDriver failed for printer VorlixNoSuchPrinter\n"),
+              std::string::npos);
+    for (const std::string& printer : PrintersToAsk()) {
+        EXPECT_EQ(p->ReportPrinterDriver(printer.c_str(), 1), 0) << printer;
+        EXPECT_NE(Log().find("OS version: "), std::string::npos);
+    }
+}
+
+TEST_F(PrinterInfo, JobDeviceSettingsCarryTheCopyCount) {
+    auto p = Open();
+    vx::JobSettings unknown;
+    EXPECT_EQ(p->GetJobDeviceSettings(kUnknownPrinter, 2, &unknown), -1);
+    EXPECT_FALSE(unknown.Valid());
+    EXPECT_NE(Log().find("Error: Cannot read the device settings of printer VorlixNoSuchPrinter\n"),
+              std::string::npos);
+
+    std::vector<std::string> printers = PrintersToAsk();
+    if (printers.empty()) GTEST_SKIP() << "no printer on this host";
+    for (const std::string& printer : printers) {
+        SCOPED_TRACE(printer);
+        vx::JobSettings three;
+        ASSERT_EQ(p->GetJobDeviceSettings(printer.c_str(), 3, &three), 0);
+        EXPECT_EQ(three.Copies(), 3);
+        // The copy count is a 16-bit field: larger requests print the most it can hold.
+        vx::JobSettings many;
+        ASSERT_EQ(p->GetJobDeviceSettings(printer.c_str(), 100000, &many), 0);
+        EXPECT_EQ(many.Copies(), 32767);
+        EXPECT_NE(three.Get(), many.Get());
+    }
+}
+
+}  // namespace

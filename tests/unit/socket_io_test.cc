@@ -1,0 +1,437 @@
+// The listener and the socket I/O of connections over loopback: listener parameters, the start
+// of listening with its port check, accept, the read phases with their time-outs, writes, the
+// reply forms, the null-byte handshake, close and the secured-channel hook.
+#include "net/socket_io.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+
+#include "base/ni.h"
+#include "loopback_pair.h"
+#include "net/listener.h"
+#include "printserver/zelprsrv.h"
+#include "prsrv_fixture.h"
+#include "test_support.h"
+
+namespace {
+
+using vxtest::LoopbackPair;
+
+class NetFixture : public vxtest::PrsrvFixture {
+  protected:
+    void SetUp() override {
+        PrsrvFixture::SetUp();
+        ASSERT_EQ(vx::NiInit(vx::kNiMaxHandles), vx::kNiOk);
+        Seed("LogLevel", "9");
+        vx::ListenerParams& p = vx::g_ListenerParams;
+        p.NiReadTimeout = -1;
+        p.NiReadLoopBreak = -1;
+        p.NiWriteTimeout = -1;
+        p.NiAcceptTimeout = 5000;
+        p.NiSpinReadTime = 1000;
+        p.LPDPort = 515;
+        p.send_with_null = 1;
+        vx::LastNetError = 0;
+    }
+
+    void TearDown() override {
+        vx::g_prsrv = nullptr;
+        vx::NiTraceClose();
+        vx::NiSetTraceLevel(3);
+        vx::InstallSecuredChannel(nullptr);
+    }
+
+    // The print-server object over the seeded settings, as the service's one object.
+    void Start() {
+        prsrv_ = Make();
+        vx::g_prsrv = prsrv_.get();
+    }
+
+    std::string Log() { return vxtest::ReadTextFile(prsrv_->MainLogPath()); }
+
+    // A connection whose accepted end is the service's socket.
+    vx::NetSocket Connected(LoopbackPair& pair) {
+        EXPECT_EQ(pair.Open(), vx::kNiOk);
+        vx::NetSocket socket;
+        socket.niHandle = pair.server;
+        return socket;
+    }
+
+    // A port nobody listens on (free a moment ago).
+    static uint16_t FreePort() {
+        LoopbackPair probe;
+        EXPECT_EQ(probe.Listen(), vx::kNiOk);
+        return probe.port;
+    }
+
+    std::unique_ptr<vx::Czelprsrv> prsrv_;
+};
+
+// ---- listener parameters and set-up ----
+
+TEST_F(NetFixture, ParametersAreReadWithTimeOutsInMilliseconds) {
+    Seed("NiReadTimeout", "30");
+    Seed("NiSpinReadTime", "-1");
+    Seed("NiWriteTimeout", "0");
+    Seed("NiReadLoopBreak", "0");
+    Seed("NiAcceptTimeout", "250");
+    Seed("LPDPort", "0");
+    Seed("send_with_null", "7");
+    Start();
+    vx::ReadListenerParams(*prsrv_);
+    const vx::ListenerParams& p = vx::g_ListenerParams;
+    EXPECT_EQ(p.NiReadTimeout, 300);
+    EXPECT_EQ(p.NiSpinReadTime, -1);
+    EXPECT_EQ(p.NiWriteTimeout, 0);
+    EXPECT_EQ(p.NiReadLoopBreak, 0);
+    EXPECT_EQ(p.NiAcceptTimeout, 250);  // milliseconds already
+    EXPECT_EQ(p.LPDPort, 515);
+    EXPECT_EQ(p.send_with_null, 1);
+}
+
+TEST_F(NetFixture, MissingParametersTakeTheirDefaultsAndPortsAreSixteenBits) {
+    Seed("NiReadTimeout", "-1");
+    Seed("LPDPort", "70000");
+    Seed("send_with_null", "0");
+    Start();
+    vx::ReadListenerParams(*prsrv_);
+    const vx::ListenerParams& p = vx::g_ListenerParams;
+    EXPECT_EQ(p.NiReadTimeout, -1);
+    EXPECT_EQ(p.NiReadLoopBreak, -1);
+    EXPECT_EQ(p.NiWriteTimeout, -1);
+    EXPECT_EQ(p.NiAcceptTimeout, 5000);
+    EXPECT_EQ(p.NiSpinReadTime, 1000);
+    EXPECT_EQ(p.LPDPort, 70000 - 65536);
+    EXPECT_EQ(p.send_with_null, 0);
+}
+
+TEST_F(NetFixture, InitNetworkOpensTheNetworkTraceOnlyWhenAsked) {
+    Seed("LogPath", dir_.Path());  // without a trailing separator
+    Seed("NiReadTimeout", "5");
+    Start();
+    char name[vx::kNetworkNameSize] = "stale";
+    EXPECT_EQ(vx::InitNetwork(name, sizeof name), 1);
+    EXPECT_STREQ(name, "");
+    EXPECT_EQ(vx::g_ListenerParams.NiReadTimeout, 50);
+    EXPECT_FALSE(vx::NiTraceIsOpen());
+    EXPECT_EQ(vx::NiGetTraceLevel(), 1);
+
+    Seed("NiTrace", "1");
+    auto traced = Make();
+    vx::g_prsrv = traced.get();
+    EXPECT_EQ(vx::InitNetwork(name, sizeof name), 1);
+    EXPECT_TRUE(vx::NiTraceIsOpen());
+    EXPECT_EQ(vx::NiGetTraceLevel(), 3);  // LogLevel 9
+    vx::NiTraceWrite(1, "marker");
+    vx::NiTraceClose();
+    EXPECT_NE(vxtest::ReadTextFile(dir_.File("vorlix.nit")).find("marker"), std::string::npos);
+}
+
+TEST_F(NetFixture, StartListeningOpensThePortAndAcceptsConnections) {
+    uint16_t port = FreePort();
+    Seed("LPDPort", std::to_string(port));
+    Start();
+    vx::NiHandle listen = vx::kNiNoHandle;
+    ASSERT_EQ(vx::StartListening(&listen), 0);
+    ASSERT_NE(listen, vx::kNiNoHandle);
+    std::string log = Log();
+    EXPECT_NE(log.find("Hostname: "), std::string::npos) << log;
+    EXPECT_NE(log.find("IP address"), std::string::npos);
+    EXPECT_NE(log.find("Ni2Listen: port " + std::to_string(port) + " OK, socket " +
+                       std::to_string(listen) + "\n"),
+              std::string::npos);
+
+    vx::NetSocket connection;
+    connection.sncSession = reinterpret_cast<vx::SncSession*>(&connection);  // left over
+    connection.secured = true;
+    int isLocal = 0;
+    vx::NiHandle client = vx::kNiNoHandle;
+    ASSERT_EQ(vx::NiConnect("127.0.0.1", std::to_string(port).c_str(), 5000, &client), vx::kNiOk);
+    ASSERT_EQ(vx::AcceptNetworkConnection(&connection, listen, &isLocal), 0);
+    EXPECT_NE(connection.niHandle, vx::kNiNoHandle);
+    EXPECT_EQ(connection.sncSession, nullptr);
+    EXPECT_FALSE(connection.secured);
+    EXPECT_EQ(isLocal, 1);
+    EXPECT_NE(Log().find("NiAccept creates new socket " + std::to_string(connection.niHandle)),
+              std::string::npos);
+    vx::NiCloseHandle(client);
+    vx::NiCloseHandle(connection.niHandle);
+
+    // A second service on the same port is refused by the probe.
+    vx::NiHandle second = 99;
+    EXPECT_EQ(vx::StartListening(&second), -1);
+    EXPECT_EQ(second, vx::kNiNoHandle);
+    EXPECT_NE(
+        Log().find("Error: The TCP port (" + std::to_string(port) + ") for Vorlix is in use.\n"),
+        std::string::npos);
+    vx::NiCloseHandle(listen);
+}
+
+TEST_F(NetFixture, PortHeldByAnotherListenerStopsTheStart) {
+    LoopbackPair other;
+    ASSERT_EQ(other.Listen(), vx::kNiOk);
+    Seed("LPDPort", std::to_string(other.port));
+    Start();
+    vx::NiHandle listen = 3;
+    EXPECT_EQ(vx::StartListening(&listen), -1);
+    EXPECT_EQ(listen, vx::kNiNoHandle);
+    std::string log = Log();
+    EXPECT_NE(log.find("Error: The TCP port (" + std::to_string(other.port) +
+                       ") for Vorlix is in use.\n"),
+              std::string::npos)
+        << log;
+    EXPECT_EQ(log.find("Ni2Listen: port"), std::string::npos);
+}
+
+TEST_F(NetFixture, AcceptTimeOutReturnsMinusOneWithoutATraceLine) {
+    Start();
+    LoopbackPair pair;
+    ASSERT_EQ(pair.Listen(), vx::kNiOk);
+    vx::g_ListenerParams.NiAcceptTimeout = 50;
+    vx::NetSocket connection;
+    int isLocal = 7;
+    std::string before = Log();
+    EXPECT_EQ(vx::AcceptNetworkConnection(&connection, pair.listener, &isLocal), -1);
+    EXPECT_EQ(vx::AcceptNetworkConnection(&connection, vx::kNiNoHandle, &isLocal), -1);
+    EXPECT_EQ(Log(), before);
+    EXPECT_EQ(connection.niHandle, vx::kNiNoHandle);
+    EXPECT_EQ(isLocal, 7);
+}
+
+// ---- reads ----
+
+TEST_F(NetFixture, ReadReturnsWhatOneReadDeliveredAndTracesIt) {
+    Start();
+    LoopbackPair pair;
+    vx::NetSocket socket = Connected(pair);
+    ASSERT_TRUE(pair.Send("hello"));
+    char buffer[100] = {};
+    EXPECT_EQ(vx::SocketRead(socket, buffer, sizeof buffer), 5);
+    EXPECT_EQ(std::string(buffer), "hello");
+    std::string log = Log();
+    EXPECT_NE(log.find("SocketRead read buff[0] 68 (hex)\n"), std::string::npos) << log;
+    EXPECT_NE(log.find("SocketRead read complete buffer hell with len 5\n"), std::string::npos);
+    EXPECT_NE(log.find("SocketRead: Leave first loop with break\n"), std::string::npos);
+    EXPECT_NE(log.find("SocketRead: PeekCounter = 1\n"), std::string::npos);
+
+    // A read never takes more than asked for; the rest waits for the next read.
+    ASSERT_TRUE(pair.Send("0123456789"));
+    ASSERT_EQ(vx::NiPeekEx(pair.server, vx::kNiPeekRead, 5000), vx::kNiOk);
+    EXPECT_EQ(vx::SocketRead(socket, buffer, 4), 4);
+    EXPECT_EQ(std::string(buffer, 4), "0123");
+}
+
+TEST_F(NetFixture, PeerThatClosesGivesZeroNeverMinusOne) {
+    Start();
+    for (int spin : {1000, -1}) {
+        vx::g_ListenerParams.NiSpinReadTime = spin;
+        LoopbackPair pair;
+        vx::NetSocket socket = Connected(pair);
+        LoopbackPair::Close(pair.client);
+        char buffer[16];
+        EXPECT_EQ(vx::SocketRead(socket, buffer, sizeof buffer), 0) << "spin " << spin;
+        EXPECT_EQ(vx::LastNetError, vx::kNiClosed);
+    }
+    EXPECT_EQ(vxtest::CountOccurrences(Log(), "SocketRead: EOF on socket received\n"), 2);
+}
+
+TEST_F(NetFixture, ReadThatTimesOutWithBytesIsASuccess) {
+    Start();
+    vx::g_ListenerParams.NiSpinReadTime = -1;  // the patient phase reads without single-read mode
+    vx::g_ListenerParams.NiReadTimeout = 100;
+    vx::g_ListenerParams.NiReadLoopBreak = 0;  // a lost success ends in -1, not in a hang
+    LoopbackPair pair;
+    vx::NetSocket socket = Connected(pair);
+    ASSERT_TRUE(pair.Send("abcd"));
+    char buffer[100] = {};
+    EXPECT_EQ(vx::SocketRead(socket, buffer, sizeof buffer), 4);
+    EXPECT_EQ(std::string(buffer), "abcd");
+    std::string log = Log();
+    EXPECT_NE(log.find("SocketRead: Leave second loop with break\n"), std::string::npos) << log;
+    // No spin phase at all.
+    EXPECT_EQ(log.find("PeekCounter"), std::string::npos);
+    EXPECT_EQ(log.find("first loop"), std::string::npos);
+}
+
+TEST_F(NetFixture, SilentPeerCostsLoopBreakPlusTwoPeekTimeOuts) {
+    Start();
+    vxtest::ScratchDir traceDir;
+    std::string tracePath = traceDir.File("vorlix.nit");
+    vx::g_ListenerParams.NiSpinReadTime = -1;
+    vx::g_ListenerParams.NiReadTimeout = 30;
+    for (int loopBreak : {0, 1}) {
+        vx::g_ListenerParams.NiReadLoopBreak = loopBreak;
+        LoopbackPair pair;
+        vx::NetSocket socket = Connected(pair);
+        ASSERT_EQ(vx::NiTraceOpen(tracePath.c_str(), vx::kNiTraceTruncate, 3), 0);
+        char buffer[16];
+        EXPECT_EQ(vx::SocketRead(socket, buffer, sizeof buffer), -1);
+        vx::NiTraceClose();
+        EXPECT_EQ(vx::LastNetError, vx::kNiTimeout);
+        std::string peekTimeOut = "NiPeekEx: handle " + std::to_string(pair.server) + " time-out";
+        EXPECT_EQ(vxtest::CountOccurrences(vxtest::ReadTextFile(tracePath), peekTimeOut),
+                  loopBreak + 2)
+            << "NiReadLoopBreak " << loopBreak;
+    }
+    EXPECT_EQ(vxtest::CountOccurrences(Log(), "SocketRead failed with returncode -5\n"), 2);
+}
+
+// ---- writes and replies ----
+
+TEST_F(NetFixture, LargeWriteToASlowReaderCompletes) {
+    Start();
+    LoopbackPair pair;
+    vx::NetSocket socket = Connected(pair);
+    std::string data(6 * 1024 * 1024, '\0');
+    for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(i * 7 + i / 4096);
+    std::string received;
+    std::thread reader([&] {
+        vx::NiSetSingleRead(pair.client, true);
+        char chunk[32768];
+        int reads = 0;
+        while (received.size() < data.size()) {
+            int32_t count = 0;
+            int rc = vx::NiRawRead(pair.client, chunk, sizeof chunk, 10000, &count);
+            received.append(chunk, static_cast<size_t>(count));
+            if (rc != vx::kNiOk) break;
+            if (++reads % 16 == 0) vx::SleepMs(5);
+        }
+    });
+    EXPECT_EQ(vx::SocketWrite(socket, data.data(), static_cast<int32_t>(data.size())),
+              static_cast<int32_t>(data.size()));
+    reader.join();
+    EXPECT_TRUE(received == data) << received.size() << " of " << data.size();
+}
+
+TEST_F(NetFixture, WriteToAGonePeerFailsWithTheHandleNamed) {
+    Start();
+    LoopbackPair pair;
+    vx::NetSocket socket = Connected(pair);
+    LoopbackPair::Close(pair.client);
+    std::string block(65536, 'w');
+    int32_t result = 0;
+    for (int i = 0; i < 200 && result != -1; ++i)
+        result = vx::SocketWrite(socket, block.data(), static_cast<int32_t>(block.size()));
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(vx::LastNetError, vx::kNiClosed);
+    std::string log = Log();
+    EXPECT_NE(log.find("Error: NiRawWrite failed with returncode -6\n"), std::string::npos) << log;
+    EXPECT_NE(log.find("Error: SocketWrite: NiRawWrite failed on ni " +
+                       std::to_string(socket.niHandle) + " - aborting.\n"),
+              std::string::npos);
+}
+
+TEST_F(NetFixture, RepliesHaveExactlyTheirBytes) {
+    Seed("MemoryLog", "1");
+    Start();
+    LoopbackPair pair;
+    vx::NetSocket socket = Connected(pair);
+
+    vx::SendOK(nullptr, socket);
+    EXPECT_EQ(pair.ReceiveAll(), "OK\n");
+    vx::SendOK("3 jobs", socket);
+    EXPECT_EQ(pair.ReceiveAll(), "OK 3 jobs\n");
+    std::string log = Log();
+    EXPECT_EQ(vxtest::CountOccurrences(log, "(SendOK buffer)"), 4) << log;
+
+    vx::SendAck(0, socket);
+    vx::SendAck(-1, socket);
+    EXPECT_EQ(pair.ReceiveAll(), std::string("\0\xff", 2));
+
+    vx::SendString(socket, "abc");
+    EXPECT_EQ(pair.ReceiveAll(), std::string("abc\0", 4));
+    vx::g_ListenerParams.send_with_null = 0;
+    vx::SendString(socket, "abc");
+    EXPECT_EQ(pair.ReceiveAll(), "abc");
+}
+
+// ---- handshake and close ----
+
+TEST_F(NetFixture, AwaitNullbyteWantsExactlyOneNul) {
+    Start();
+    LoopbackPair pair;
+    vx::NetSocket socket = Connected(pair);
+    ASSERT_TRUE(pair.Send(std::string(1, '\0')));
+    EXPECT_EQ(vx::AwaitNullbyte(socket), 0);
+
+    ASSERT_TRUE(pair.Send("x"));
+    EXPECT_EQ(vx::AwaitNullbyte(socket), -1);
+    LoopbackPair::Close(pair.client);
+    EXPECT_EQ(vx::AwaitNullbyte(socket), -1);
+    std::string expected = "Error: AwaitNullbyte: Nullbyte expected, protocol error on ni " +
+                           std::to_string(socket.niHandle) + " - aborting.\n";
+    EXPECT_EQ(vxtest::CountOccurrences(Log(), expected), 2) << Log();
+}
+
+TEST_F(NetFixture, CloseEndsTheConnectionAndForgetsTheHandle) {
+    Start();
+    LoopbackPair pair;
+    vx::NetSocket socket = Connected(pair);
+    vx::NiHandle handle = socket.niHandle;
+    pair.server = vx::kNiNoHandle;  // the socket owns it now
+    vx::LastNetError = -5;
+    vx::SocketClose(socket);
+    EXPECT_EQ(socket.niHandle, vx::kNiNoHandle);
+    EXPECT_EQ(vx::LastNetError, 0);
+    EXPECT_NE(Log().find("SocketClose " + std::to_string(handle) + " called with rc = 0.\n"),
+              std::string::npos);
+    char byte;
+    int32_t count = 0;
+    EXPECT_EQ(vx::NiRawRead(pair.client, &byte, 1, 5000, &count), vx::kNiClosed);
+}
+
+// ---- the secured-channel hook ----
+
+struct FakeChannel {
+    static inline std::atomic<int> reads{0};
+    static inline std::atomic<int> writes{0};
+    static inline std::atomic<int> done{0};
+    static int32_t Read(vx::NetSocket&, void* buffer, int32_t) {
+        ++reads;
+        static_cast<char*>(buffer)[0] = 's';
+        return 1;
+    }
+    static int32_t Write(vx::NetSocket&, const void*, int32_t length) {
+        ++writes;
+        return length;
+    }
+    static void Done(vx::NetSocket&) { ++done; }
+};
+
+TEST_F(NetFixture, SecuredConnectionsGoThroughTheInstalledChannelOnly) {
+    Start();
+    LoopbackPair pair;
+    vx::NetSocket socket = Connected(pair);
+    int session = 0;
+    socket.sncSession = reinterpret_cast<vx::SncSession*>(&session);
+    char buffer[4] = {};
+
+    // A session that is not established yet: the plain path.
+    ASSERT_TRUE(pair.Send("p"));
+    EXPECT_EQ(vx::SocketRead(socket, buffer, 1), 1);
+    EXPECT_EQ(buffer[0], 'p');
+
+    socket.secured = true;
+    EXPECT_EQ(vx::SocketRead(socket, buffer, 1), -1);  // no security layer to carry it
+    EXPECT_NE(Log().find("Error: SocketRead: secured session on ni"), std::string::npos);
+
+    static const vx::SecuredChannel channel{FakeChannel::Read, FakeChannel::Write,
+                                            FakeChannel::Done};
+    vx::InstallSecuredChannel(&channel);
+    EXPECT_EQ(vx::SocketRead(socket, buffer, 4), 1);
+    EXPECT_EQ(buffer[0], 's');
+    EXPECT_EQ(vx::SocketWrite(socket, "abc", 3), 3);
+    EXPECT_EQ(pair.ReceiveAll(50), "");  // nothing went out in the clear
+    vx::SocketClose(socket);
+    pair.server = vx::kNiNoHandle;
+    EXPECT_EQ(FakeChannel::reads, 1);
+    EXPECT_EQ(FakeChannel::writes, 1);
+    EXPECT_EQ(FakeChannel::done, 1);
+    EXPECT_EQ(socket.sncSession, nullptr);
+    EXPECT_FALSE(socket.secured);
+}
+
+}  // namespace
