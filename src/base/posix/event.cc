@@ -73,11 +73,10 @@ int EvSet(EventHandle event) {
     ApiTrace("SetEvent(%p)\n", event);
     if (event == nullptr) return -1;
     auto* record = static_cast<EventRecord*>(event);
-    {
-        std::lock_guard<std::mutex> hold(record->mutex);
-        record->signaled = true;
-    }
-    // Auto-reset: one set releases one waiter, so one wake-up is enough.
+    std::lock_guard<std::mutex> hold(record->mutex);
+    record->signaled = true;
+    // Auto-reset: one set releases one waiter, so one wake-up is enough. Notified under the lock:
+    // a waiter that wakes may close the event at once, and must not find it still in use here.
     record->wake.notify_one();
     return 0;
 }
