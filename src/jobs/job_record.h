@@ -34,6 +34,11 @@ struct JobRecord {
     JobContext* Context;  // not stored in the status list
 };
 
+// A new record with its job context (status 0, one copy, everything else empty), or null.
+JobRecord* CreateJobRecord();
+// Releases a record made by CreateJobRecord, with its context.
+void ReleaseJobRecord(JobRecord* record);
+
 // Bytes of a JobRecord kept in the job status list.
 constexpr size_t kJobStatusElementSize = offsetof(JobRecord, PrintParam1) + sizeof(int32_t);
 

@@ -1,0 +1,19 @@
+// One connection: the first read decides between LPD and the extended protocol; an LPD command
+// is dispatched, a received job handed to job processing, and the socket closed.
+#pragma once
+
+#include <cstdint>
+
+#include "jobs/job_record.h"
+#include "net/socket_io.h"
+
+namespace vx {
+
+// Serves one connection; on return the socket is closed and *state is -1.
+void ConnectionHandler(NetSocket* socket, int peerIsLocal, int32_t* state);
+
+// Dispatches an LPD command from the first buffer. Returns the received job for a receive-job
+// command, null for every other command and every error.
+JobRecord* LpdDispatch(const char* buffer, int32_t length, NetSocket* socket, int peerIsLocal);
+
+}  // namespace vx
