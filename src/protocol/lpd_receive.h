@@ -3,8 +3,10 @@
 // control file.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
+#include "base/fileops.h"
 #include "jobs/job_record.h"
 #include "net/socket_io.h"
 
@@ -18,5 +20,26 @@ JobRecord* ReceiveJob(const char* queue, NetSocket* socket);
 // print lines (the copy count).
 void AnalyseControlFile(const char* control, char* owner, size_t ownerSize, char* title,
                         size_t titleSize, int32_t* printLines);
+
+// Largest control file the service takes into memory; a larger announcement is refused.
+constexpr int64_t kMaxControlFileSize = 16 * 1024 * 1024;
+
+// Receives an announced control file into a tracked buffer (NUL-terminated after the received
+// bytes) handed over in *control, to be released with FreeControlFile. 0, or -1 (nothing handed
+// over).
+int ReceiveCmd(char** control, int64_t* length, const char* queue, const char* fileName,
+               int64_t size, NetSocket* socket);
+void FreeControlFile(char* control);
+
+// Where ReceiveData stored a data file.
+struct DataFileReceipt {
+    char nameUsed[200];   // the file name in the temporary directory (the job identifier)
+    char path[kMaxPath];  // the full path of the file
+    bool storageFailed;   // the file could not be written: the job is refused
+};
+
+// Receives an announced data file into the temporary directory. 0, or -1.
+int ReceiveData(const char* queue, const char* fileName, int64_t size, NetSocket* socket,
+                DataFileReceipt* receipt);
 
 }  // namespace vx

@@ -1,0 +1,199 @@
+// The two file subcommands of a receive-job dialogue: the control file into memory, a data file
+// into the temporary directory. Slow or broken senders get a bounded number of retries.
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "base/fileops.h"
+#include "base/text.h"
+#include "printserver/zelprsrv.h"
+#include "protocol/lpd_receive.h"
+
+namespace vx {
+
+namespace {
+
+constexpr const char* kSourceFile = "lpd_receive_files";
+constexpr const char* kControlTag = "control file buffer";
+// A read that delivers nothing is retried this often before the transfer is given up.
+constexpr int kReadRetries = 100;
+constexpr int64_t kControlWarnSize = 32000;
+constexpr int64_t kControlChunk = 32000;
+constexpr int64_t kDataChunk = 2000;
+constexpr size_t kTracedDataLength = 2048;
+// Letters and digits of a data file name that are kept.
+constexpr size_t kMaxDataName = 512;
+// Room for the ".%03d" suffix of a name that is taken already.
+constexpr size_t kSuffixRoom = 4;
+
+bool IsAsciiAlnum(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+// The name as it is stored: a name ending in "/" has no base name, and of any other name only
+// letters and digits are kept, so that no name a sender gives reaches outside the temporary
+// directory. The name is cut so that it fits the path and the name used, with a suffix.
+void StoredDataName(const char* fileName, size_t dirLength, char* name, size_t cap) {
+    size_t room =
+        kMaxPath - 1 > dirLength + kSuffixRoom ? kMaxPath - 1 - dirLength - kSuffixRoom : 0;
+    size_t limit = std::min(
+        {kMaxDataName, room, cap - 1, sizeof(DataFileReceipt::nameUsed) - 1 - kSuffixRoom});
+    size_t kept = 0;
+    if (!EndsWithChar(fileName, '/')) {
+        for (const char* c = fileName; *c != '\0' && kept < limit; ++c)
+            if (IsAsciiAlnum(*c)) name[kept++] = *c;
+    }
+    name[kept] = '\0';
+}
+
+// Finds a free path for the name: the name itself, else the first free ".%03d" suffix.
+int FreeDataPath(const char* dir, const char* name, DataFileReceipt* receipt) {
+    FormatText(receipt->path, sizeof receipt->path, "%s%s", dir, name);
+    if (!FsExists(receipt->path)) {
+        CopyText(receipt->nameUsed, name);
+        return 0;
+    }
+    Trace(kTraceNormal, "ReceiveData: tempfile '%s' exists.\n", receipt->path);
+    int n = 0;
+    for (;;) {
+        n = (n + 1) % 1000;
+        FormatText(receipt->path, sizeof receipt->path, "%s%s.%03d", dir, name, n);
+        if (n == 0) break;  // every suffix is taken
+        if (!FsExists(receipt->path)) {
+            FormatText(receipt->nameUsed, sizeof receipt->nameUsed, "%s.%03d", name, n);
+            return 0;
+        }
+    }
+    TraceError("All filenames starting with %s used.\n", name);
+    return -1;
+}
+
+// Bytes of a data file at trace level 10, cut for the trace line.
+void TraceDataBlock(const char* data, int32_t length) {
+    if (g_prsrv == nullptr || !g_prsrv->TraceOn(kTraceData)) return;
+    int shown = static_cast<int>(std::min(static_cast<size_t>(length), kTracedDataLength));
+    Trace(kTraceData, "%.*s\n", shown, data);
+}
+
+}  // namespace
+
+void FreeControlFile(char* control) {
+    if (control != nullptr && g_prsrv != nullptr)
+        g_prsrv->TrackedFree(control, kSourceFile, __LINE__, kControlTag, 0);
+}
+
+int ReceiveCmd(char** control, int64_t* length, const char* /*queue*/, const char* /*fileName*/,
+               int64_t size, NetSocket* socket) {
+    *control = nullptr;
+    *length = 0;
+    if (size < 0 || size > kMaxControlFileSize) {
+        TraceError("Controlfile of %lld Bytes refused (at most %lld Bytes).\n",
+                   static_cast<long long>(size), static_cast<long long>(kMaxControlFileSize));
+        return -1;
+    }
+    SendAck(0, *socket);
+    if (size > kControlWarnSize)
+        TraceError("Warning: Commandfile bigger than 32000 Bytes (%lld).\n",
+                   static_cast<long long>(size));
+    if (g_prsrv == nullptr) return -1;
+    auto* buffer = static_cast<char*>(g_prsrv->TrackedAlloc(static_cast<size_t>(size) + 2,
+                                                            kSourceFile, __LINE__, kControlTag, 0));
+    if (buffer == nullptr) return -1;
+    Trace(kTraceDetail, "ReceiveCmd: h_control_file = %p\n", static_cast<void*>(buffer));
+
+    // One byte more than remains is asked for, so that the trailing zero byte may come along.
+    int64_t received = 0;
+    int retries = 0;
+    buffer[0] = '\0';
+    while (received < size) {
+        int64_t want = std::min(size - received + 1, kControlChunk);
+        int32_t got = SocketRead(*socket, buffer + received, static_cast<int32_t>(want));
+        if (got > 0) {
+            received += got;
+            buffer[received] = '\0';
+            continue;
+        }
+        if (++retries <= kReadRetries) continue;
+        if (got == 0)
+            TraceError("Premature EOF in ReceiveCmd ( %lld of %lld Bytes )\n",
+                       static_cast<long long>(received), static_cast<long long>(size));
+        else
+            TraceError("Error while reading on socket\n");
+        FreeControlFile(buffer);
+        return -1;
+    }
+    // A byte beyond the size is the trailing zero byte; otherwise it is still to come.
+    if (received == size && AwaitNullbyte(*socket) != 0) {
+        FreeControlFile(buffer);
+        return -1;
+    }
+    buffer[size] = '\0';
+    *control = buffer;
+    *length = size;
+    return 0;
+}
+
+int ReceiveData(const char* queue, const char* fileName, int64_t size, NetSocket* socket,
+                DataFileReceipt* receipt) {
+    receipt->nameUsed[0] = '\0';
+    receipt->path[0] = '\0';
+    receipt->storageFailed = false;
+    const char* dir = g_prsrv != nullptr ? g_prsrv->TempDirectory() : "";
+    char name[kMaxDataName + 1];
+    StoredDataName(fileName, strlen(dir), name, sizeof name);
+    if (FreeDataPath(dir, name, receipt) != 0) return -1;
+
+    StreamPtr file(FsOpenStream(receipt->path, "w+b"));
+    if (file == nullptr) {
+        TraceError("Printer '%s', File '%s'\n", queue, receipt->path);
+        // The sender learns that the job cannot be stored here.
+        receipt->storageFailed = true;
+        SendAck(-1, *socket);
+        return -1;
+    }
+    SendAck(0, *socket);
+
+    // A file that cannot be written (disk full) is not written further; the rest is read so
+    // that the dialogue stays in step, and the job is refused at the end.
+    int64_t received = 0;
+    int retries = 0;
+    char block[kDataChunk];
+    while (received < size) {
+        int32_t want = static_cast<int32_t>(std::min(size - received, kDataChunk));
+        int32_t got = SocketRead(*socket, block, want);
+        if (got <= 0) {
+            if (++retries <= kReadRetries) continue;
+            if (got == 0)
+                TraceError("Premature EOF in do_recv_data ( %lld of %lld Bytes )\n",
+                           static_cast<long long>(received), static_cast<long long>(size));
+            else
+                TraceError("ReceiveData: SocketRead failed after 100 tries - aborting.\n");
+            return -1;  // the partial file stays
+        }
+        TraceDataBlock(block, got);
+        received += got;
+        if (receipt->storageFailed) continue;
+        size_t written = fwrite(block, 1, static_cast<size_t>(got), file.get());
+        if (written != static_cast<size_t>(got)) {
+            TraceError("Write error on Datafile %s: only %lld of %lld Bytes written\n",
+                       receipt->path, static_cast<long long>(written), static_cast<long long>(got));
+            receipt->storageFailed = true;
+        }
+    }
+    if (fclose(file.release()) != 0) {
+        if (!receipt->storageFailed)
+            TraceError("Write error on Datafile %s: the file could not be closed\n", receipt->path);
+        receipt->storageFailed = true;
+    }
+    if (AwaitNullbyte(*socket) != 0) return -1;
+    if (receipt->storageFailed) {
+        // What could not be stored is of no use and only holds space that is short already.
+        FsRemove(receipt->path);
+        SendAck(-1, *socket);
+        return -1;
+    }
+    SendAck(0, *socket);
+    return 0;
+}
+
+}  // namespace vx

@@ -1,0 +1,451 @@
+// LPD job reception over loopback: the subcommand dialogue as a sender sees it (acknowledgements,
+// refusals), the files it leaves in the temporary directory, the job record it makes, and the
+// control-file analysis on its own.
+#include "protocol/lpd_receive.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "base/fileops.h"
+#include "base/ni.h"
+#include "base/sync.h"
+#include "jobs/job_context.h"
+#include "loopback_pair.h"
+#include "net/listener.h"
+#include "printserver/zelprsrv.h"
+#include "prsrv_fixture.h"
+#include "test_support.h"
+
+#if !defined(_WIN32)
+#include <sys/resource.h>
+
+#include <csignal>
+#endif
+
+namespace {
+
+using vxtest::LoopbackPair;
+
+constexpr int kNoAck = -2;
+
+// A received job, released at the end.
+struct JobHolder {
+    vx::JobRecord* job = nullptr;
+    ~JobHolder() { vx::ReleaseJobRecord(job); }
+};
+
+class LpdReceiveFixture : public vxtest::PrsrvFixture {
+  protected:
+    void SetUp() override {
+        PrsrvFixture::SetUp();
+        ASSERT_EQ(vx::NiInit(vx::kNiMaxHandles), vx::kNiOk);
+        Seed("LogLevel", "9");
+        vx::ListenerParams& p = vx::g_ListenerParams;
+        p.NiReadTimeout = -1;
+        p.NiReadLoopBreak = -1;
+        p.NiWriteTimeout = -1;
+        p.NiSpinReadTime = 1000;
+        p.send_with_null = 1;
+        prsrv_ = Make();
+        vx::g_prsrv = prsrv_.get();
+        temp_ = prsrv_->TempDirectory();
+        ASSERT_EQ(pair_.Open(), vx::kNiOk);
+        socket_.niHandle = pair_.server;
+    }
+
+    void TearDown() override {
+        if (server_.joinable()) server_.join();
+        vx::g_prsrv = nullptr;
+    }
+
+    // The service side: the dialogue for a queue on its own thread.
+    void StartReceiving(const char* queue = "PRINTER") {
+        server_ = std::thread([this, queue] { received_.job = vx::ReceiveJob(queue, &socket_); });
+    }
+
+    // The sender closes; the dialogue ends and its job (or null) is left in received_.
+    vx::JobRecord* CloseAndFinish() {
+        LoopbackPair::Close(pair_.client);
+        server_.join();
+        return received_.job;
+    }
+
+    // Waits for the dialogue to end on its own (a refusal), the sender still connected.
+    vx::JobRecord* Finish() {
+        server_.join();
+        return received_.job;
+    }
+
+    // The next acknowledgement byte the sender gets, or kNoAck.
+    int Ack() {
+        unsigned char byte = 0;
+        int32_t count = 0;
+        if (vx::NiRawRead(pair_.client, &byte, 1, 10000, &count) != vx::kNiOk || count != 1)
+            return kNoAck;
+        return byte;
+    }
+
+    int Send(const std::string& bytes) { return pair_.Send(bytes) ? Ack() : kNoAck; }
+
+    // A whole file subcommand as a sender runs it: the acknowledgements of the announcement and of
+    // the content.
+    std::pair<int, int> SendFile(char subcommand, const std::string& name,
+                                 const std::string& content) {
+        int first =
+            Send(std::string(1, subcommand) + std::to_string(content.size()) + " " + name + "\n");
+        if (first != 0) return {first, kNoAck};
+        return {first, Send(content + std::string(1, '\0'))};
+    }
+
+    std::string Log() { return vxtest::ReadTextFile(prsrv_->MainLogPath()); }
+    bool Logged(const std::string& text) { return Log().find(text) != std::string::npos; }
+    // Waits until the service has logged the text (a guard against hangs, not a time check).
+    bool AwaitLogged(const std::string& text) {
+        for (int i = 0; i < 3000 && !Logged(text); ++i) vx::SleepMs(10);
+        return Logged(text);
+    }
+
+    std::unique_ptr<vx::Czelprsrv> prsrv_;
+    std::string temp_;
+    LoopbackPair pair_;
+    vx::NetSocket socket_;
+    std::thread server_;
+    JobHolder received_;
+};
+
+// A subcommand line: its byte, then the text.
+std::string Line(char subcommand, const std::string& text) {
+    return std::string(1, subcommand) + text;
+}
+
+const std::string kControl = "Hhost\nPuser\nJSP12345B\nldfA001host\n";
+
+// Pads a control text with a line that the analysis ignores to exactly size bytes.
+std::string PaddedControl(const std::string& text, size_t size) {
+    return text + "C" + std::string(size - text.size() - 2, 'x') + "\n";
+}
+
+// ---- the dialogue ----
+
+TEST_F(LpdReceiveFixture, ControlAndDataFileMakeTheJob) {
+    StartReceiving("LASER");
+    std::string control = PaddedControl(kControl, 100);
+    EXPECT_EQ(SendFile('\x02', "cfA001host", control), std::make_pair(0, 0));
+    const char bytes[] = "first line\r\n\x1b\0binary\xff";
+    const std::string data(bytes, sizeof bytes - 1);
+    EXPECT_EQ(SendFile('\x03', "dfA001host.example", data), std::make_pair(0, 0));
+    vx::JobRecord* job = CloseAndFinish();
+    ASSERT_NE(job, nullptr);
+    EXPECT_STREQ(job->PrinterName, "LASER");
+    EXPECT_STREQ(job->JobId, "dfA001hostexample");
+    EXPECT_STREQ(job->Owner, "user");
+    EXPECT_EQ(job->Copies, 1);
+    EXPECT_STREQ(job->Context->JobId, "dfA001hostexample");
+    EXPECT_STREQ(job->Context->Title, "user/SP12345B: Spool-ID 12345-1");
+    EXPECT_EQ(std::string(job->Context->FileName), temp_ + "dfA001hostexample");
+    EXPECT_EQ(vxtest::ReadWholeFile(job->Context->FileName), data);
+    std::string log = Log();
+    EXPECT_NE(log.find("Controlfile cfA001host, 100 Bytes\n"), std::string::npos) << log;
+    EXPECT_NE(log.find("Datafile dfA001host.example, " + std::to_string(data.size()) + " Bytes\n"),
+              std::string::npos);
+    EXPECT_NE(log.find("Receive job command, buff[0] = 2\n"), std::string::npos);
+    EXPECT_NE(log.find("Filename used is dfA001hostexample\n"), std::string::npos);
+    EXPECT_NE(log.find("ReceiveJob finished\n"), std::string::npos);
+    EXPECT_EQ(log.find("Error: "), std::string::npos);
+}
+
+TEST_F(LpdReceiveFixture, SeveralDataFilesTheLastIsTheJobsAndTakenNamesGetASuffix) {
+    StartReceiving();
+    EXPECT_EQ(SendFile('\x03', "dfA001host.example", "one"), std::make_pair(0, 0));
+    EXPECT_EQ(SendFile('\x02', "cfA001host", kControl), std::make_pair(0, 0));
+    EXPECT_EQ(SendFile('\x03', "dfA001host.example", "two"), std::make_pair(0, 0));
+    EXPECT_EQ(SendFile('\x03', "dfB001host", ""), std::make_pair(0, 0));
+    EXPECT_EQ(SendFile('\x03', "dfB001host", "four"), std::make_pair(0, 0));
+    vx::JobRecord* job = CloseAndFinish();
+    ASSERT_NE(job, nullptr);
+    EXPECT_STREQ(job->JobId, "dfB001host.001");
+    EXPECT_EQ(std::string(job->Context->FileName), temp_ + "dfB001host.001");
+    EXPECT_EQ(vxtest::ReadWholeFile(temp_ + "dfA001hostexample"), "one");
+    EXPECT_EQ(vxtest::ReadWholeFile(temp_ + "dfA001hostexample.001"), "two");
+    EXPECT_EQ(vxtest::ReadWholeFile(temp_ + "dfB001host"), "");
+    EXPECT_EQ(vxtest::ReadWholeFile(temp_ + "dfB001host.001"), "four");
+    EXPECT_TRUE(Logged("ReceiveData: tempfile '" + temp_ + "dfA001hostexample' exists.\n"));
+}
+
+TEST_F(LpdReceiveFixture, LargeControlFilesAreReadInPiecesAfterAWarning) {
+    StartReceiving();
+    std::string control = PaddedControl(kControl, 40000);
+    EXPECT_EQ(SendFile('\x02', "cfA001host", control), std::make_pair(0, 0));
+    vx::JobRecord* job = CloseAndFinish();
+    ASSERT_NE(job, nullptr);
+    EXPECT_STREQ(job->Owner, "user");
+    EXPECT_TRUE(Logged("Error: Warning: Commandfile bigger than 32000 Bytes (40000).\n"));
+    // A job without data file has no file and no identifier.
+    EXPECT_STREQ(job->JobId, "");
+    EXPECT_STREQ(job->Context->FileName, "");
+}
+
+TEST_F(LpdReceiveFixture, ControlFilesAreBoundedAt16MiB) {
+    StartReceiving();
+    EXPECT_EQ(Send(Line('\x02', "16777217 cfA001host\n")), 0xff);
+    EXPECT_EQ(Finish(), nullptr);  // the failed subcommand ends the dialogue
+    EXPECT_TRUE(
+        Logged("Error: Controlfile is missing (protocol or network problem). No printout.\n"));
+
+    StartReceiving();
+    std::string control = PaddedControl(kControl, 16 * 1024 * 1024);
+    EXPECT_EQ(SendFile('\x02', "cfA001host", control), std::make_pair(0, 0));
+    vx::JobRecord* job = CloseAndFinish();
+    ASSERT_NE(job, nullptr);
+    EXPECT_EQ(job->Copies, 1);
+}
+
+TEST_F(LpdReceiveFixture, OnlyDataFilesMakeNoJob) {
+    StartReceiving();
+    EXPECT_EQ(SendFile('\x03', "dfA001host", "data"), std::make_pair(0, 0));
+    EXPECT_EQ(CloseAndFinish(), nullptr);
+    EXPECT_TRUE(
+        Logged("Error: Controlfile is missing (protocol or network problem). No printout.\n"));
+    EXPECT_EQ(vxtest::ReadWholeFile(temp_ + "dfA001host"), "data");  // left for the clean-up
+}
+
+TEST_F(LpdReceiveFixture, AbortJobIsRefusedAndTheDialogueGoesOn) {
+    StartReceiving();
+    EXPECT_EQ(Send(Line('\x01', "\n")), 0xff);
+    EXPECT_EQ(SendFile('\x02', "cfA001host", kControl), std::make_pair(0, 0));
+    EXPECT_EQ(SendFile('\x03', "dfA001host", "x"), std::make_pair(0, 0));
+    EXPECT_NE(CloseAndFinish(), nullptr);
+    EXPECT_TRUE(Logged("Error: Abort job not implemented.\n"));
+}
+
+TEST_F(LpdReceiveFixture, MalformedSubcommandsAreRefusedAndEndTheDialogue) {
+    struct Case {
+        std::string line, error;
+    };
+    const Case cases[] = {
+        {Line('\x02', "100\n"), "Error: Format error in 'receive control file' (WSP)\n"},
+        {Line('\x03', "100\n"), "Error: Format error in 'receive data file' (WSP)\n"},
+        {Line('\x02', "10 cfA001host x\n"), "Error: Format error in 'receive control file' (NL)\n"},
+        {Line('\x03', "10 dfA001host\t\fx\n"), "Error: Format error in 'receive data file (NL)'\n"},
+        {Line('\x02', "10 " + std::string(49, 'c') + "\n"), "Error: Controlfile name too long\n"},
+        {Line('\x07', "whatever\n"), "Error: Unknown receive job command, buff[0] = 7\n"},
+    };
+    for (const Case& c : cases) {
+        StartReceiving();
+        EXPECT_EQ(SendFile('\x02', "cfA001host", kControl), std::make_pair(0, 0));
+        EXPECT_EQ(Send(c.line), 0xff) << c.error;
+        EXPECT_EQ(Finish(), nullptr) << c.error;  // without waiting for the sender to close
+        EXPECT_TRUE(Logged(c.error)) << c.error;
+    }
+    // Blanks, TABs and form feeds may stand before the line feed; a 48-character name is fine.
+    StartReceiving();
+    EXPECT_EQ(SendFile('\x02', std::string(48, 'c') + " \t\f", kControl), std::make_pair(0, 0));
+    EXPECT_NE(CloseAndFinish(), nullptr);
+}
+
+TEST_F(LpdReceiveFixture, SenderNamesNeverLeaveTheTemporaryDirectory) {
+    StartReceiving();
+    EXPECT_EQ(SendFile('\x02', "cfA001host", kControl), std::make_pair(0, 0));
+    EXPECT_EQ(SendFile('\x03', "../../..", "dots"), std::make_pair(0, 0));
+    EXPECT_EQ(SendFile('\x03', "/../", "slash"), std::make_pair(0, 0));
+    EXPECT_EQ(SendFile('\x03', "..\\..\\C:\\evil", "evil"), std::make_pair(0, 0));
+    vx::JobRecord* job = CloseAndFinish();
+    ASSERT_NE(job, nullptr);
+    // Nothing is left of the first two names: the directory itself is taken, the suffixes are not.
+    EXPECT_EQ(vxtest::ReadWholeFile(temp_ + ".001"), "dots");
+    EXPECT_EQ(vxtest::ReadWholeFile(temp_ + ".002"), "slash");
+    EXPECT_EQ(std::string(job->Context->FileName), temp_ + "Cevil");
+    EXPECT_EQ(vxtest::ReadWholeFile(temp_ + "Cevil"), "evil");
+}
+
+TEST_F(LpdReceiveFixture, PeerGoneInTheMiddleOfADataFileLeavesThePartialFile) {
+    int rc = 0;
+    vx::DataFileReceipt receipt{};
+    server_ = std::thread(
+        [&] { rc = vx::ReceiveData("PRINTER", "dfA001host", 1000, &socket_, &receipt); });
+    EXPECT_EQ(Ack(), 0);
+    ASSERT_TRUE(pair_.Send(std::string(300, 'p')));
+    LoopbackPair::Close(pair_.client);
+    server_.join();
+    EXPECT_EQ(rc, -1);
+    EXPECT_FALSE(receipt.storageFailed);
+    EXPECT_EQ(vxtest::ReadWholeFile(temp_ + "dfA001host"), std::string(300, 'p'));
+    EXPECT_TRUE(Logged("Error: Premature EOF in do_recv_data ( 300 of 1000 Bytes )\n"));
+}
+
+// A data file cut short after the control file still makes the job, with what arrived.
+TEST_F(LpdReceiveFixture, DataFileCutShortAfterTheControlFileStillMakesTheJob) {
+    StartReceiving();
+    EXPECT_EQ(SendFile('\x02', "cfA001host", kControl), std::make_pair(0, 0));
+    EXPECT_EQ(Send(Line('\x03', "1000 dfA001host\n")), 0);
+    ASSERT_TRUE(pair_.Send("partial"));
+    vx::JobRecord* job = CloseAndFinish();
+    ASSERT_NE(job, nullptr);
+    EXPECT_EQ(vxtest::ReadWholeFile(job->Context->FileName), "partial");
+}
+
+TEST_F(LpdReceiveFixture, SilentSenderIsRefusedAfterTheRetries) {
+    vx::g_ListenerParams.NiSpinReadTime = -1;
+    vx::g_ListenerParams.NiReadTimeout = 1;
+    vx::g_ListenerParams.NiReadLoopBreak = 0;  // every read fails after two short waits
+    StartReceiving();
+    EXPECT_EQ(Ack(), 0xff);
+    EXPECT_EQ(Finish(), nullptr);
+    EXPECT_EQ(vxtest::CountOccurrences(Log(), "SocketRead failed with returncode -5\n"), 101);
+}
+
+// The trailing zero byte of a control file may come after the content: then it is checked.
+TEST_F(LpdReceiveFixture, LateTrailingByteOfAControlFileMustBeZero) {
+    StartReceiving();
+    struct Case {
+        std::string content;
+        char trailing;
+        int ack;
+    };
+    for (const Case& c : {Case{"Pfirst\nldf\n", '\0', 0}, Case{"Psecond\nl\n", 'X', 0xff}}) {
+        size_t size = c.content.size();
+        ASSERT_EQ(Send(Line('\x02', std::to_string(size) + " cfA001host\n")), 0);
+        ASSERT_TRUE(pair_.Send(c.content));
+        ASSERT_TRUE(AwaitLogged("SocketRead read complete buffer " + c.content.substr(0, size - 1) +
+                                " with len " + std::to_string(size) + "\n"));
+        ASSERT_TRUE(pair_.Send(std::string(1, c.trailing)));
+        EXPECT_EQ(Ack(), c.ack) << c.content;
+    }
+    vx::JobRecord* job = Finish();  // the refused control file ends the dialogue
+    ASSERT_NE(job, nullptr);
+    EXPECT_STREQ(job->Owner, "first");
+    EXPECT_TRUE(Logged("Error: AwaitNullbyte: Nullbyte expected, protocol error on ni "));
+}
+
+TEST_F(LpdReceiveFixture, ControlFileCutShortIsNoControlFile) {
+    StartReceiving();
+    EXPECT_EQ(Send(Line('\x02', "100 cfA001host\n")), 0);
+    ASSERT_TRUE(pair_.Send("Puser\n"));
+    EXPECT_EQ(CloseAndFinish(), nullptr);
+    EXPECT_TRUE(Logged("Error: Premature EOF in ReceiveCmd ( 6 of 100 Bytes )\n"));
+    EXPECT_TRUE(Logged("Error: Controlfile is missing"));
+}
+
+#if !defined(_WIN32)
+// A file size limit stands for a full disk: writes beyond it fail as they would there.
+TEST_F(LpdReceiveFixture, FullDiskRefusesTheJobAndTheDialogueStaysInStep) {
+    rlimit saved{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
+    auto previous = signal(SIGXFSZ, SIG_IGN);
+    rlimit small = saved;
+    small.rlim_cur = 1024 * 1024;
+    prsrv_->ChangeTraceOption("LogLevel", "1");  // keeps the log itself below the limit
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+
+    StartReceiving();
+    EXPECT_EQ(SendFile('\x02', "cfA001host", kControl), std::make_pair(0, 0));
+    EXPECT_EQ(SendFile('\x03', "dfA001host", std::string(3 * 1024 * 1024, 'd')),
+              std::make_pair(0, 0xff));
+    vx::JobRecord* job = Finish();  // the refused file ends the dialogue
+
+    setrlimit(RLIMIT_FSIZE, &saved);
+    signal(SIGXFSZ, previous);
+    EXPECT_EQ(job, nullptr);
+    EXPECT_FALSE(vx::FsExists((temp_ + "dfA001host").c_str()));
+    std::string log = Log();
+    EXPECT_NE(log.find("Error: Write error on Datafile " + temp_ + "dfA001host: only "),
+              std::string::npos)
+        << log;
+    EXPECT_NE(log.find("Error: Job for printer 'PRINTER' refused"), std::string::npos);
+}
+#endif
+
+// ---- the control-file analysis ----
+
+struct Analysis {
+    std::string owner, title;
+    int32_t copies;
+};
+
+Analysis Analyse(const std::string& control) {
+    char owner[13] = "stale";
+    char title[100] = "stale";
+    int32_t copies = -7;
+    vx::AnalyseControlFile(control.c_str(), owner, sizeof owner, title, sizeof title, &copies);
+    return {owner, title, copies};
+}
+
+TEST(ControlFileAnalysis, SpoolRequestJobNamesGiveTheSpoolIdTitle) {
+    Analysis a = Analyse(kControl);
+    EXPECT_EQ(a.owner, "user");
+    EXPECT_EQ(a.copies, 1);
+    EXPECT_EQ(a.title, "user/SP12345B: Spool-ID 12345-1");
+    // The second character counts the part in steps of 26.
+    EXPECT_EQ(Analyse("Pu\nJSR00042Z\nl\n").title, "u/SR00042Z: Spool-ID 42-77");
+}
+
+TEST(ControlFileAnalysis, CompactJobNamesAreReadInBase62WithTwoAlphabets) {
+    struct Case {
+        const char* job;
+        const char* title;
+    };
+    const Case cases[] = {
+        {"0000001A", "u/0000001A: Spool-ID 0-72"},
+        // "T" is 28 as the first character, 29 after it; "S" first has no value.
+        {"T0000000", "u/T0000000: Spool-ID 3009192168-12800"},
+        {"TTzaS-9Z", "u/TTzaS-9Z: Spool-ID 3061182814-19729"},
+        {"aB3dE5gH", "u/aB3dE5gH: Spool-ID 3780659235-30257"},
+        // Cut at the last dot; with a dot an "S" name is no spool request name.
+        {"Z1234567.txt", "u/Z1234567.txt: Spool-ID 3655809766-1951"},
+        {"SABCDEFG.x", "u/SABCDEFG.x: Spool-ID 17647103-14946"},
+        // Anything else is owner and job name.
+        {"SHORT", "u:SHORT"},
+        {"ABCDEFGHI", "u:ABCDEFGHI"},
+        {"a.b.ABCDEFGHI", "u:a.b.ABCDEFGHI"},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(Analyse(std::string("Pu\nJ") + c.job + "\nldf\n").title, c.title) << c.job;
+}
+
+TEST(ControlFileAnalysis, PrintLinesCountAndReplaceTheDefault) {
+    Analysis none = Analyse("Hhost\nPuser\nJjob\n");
+    EXPECT_EQ(none.copies, 0);
+    EXPECT_EQ(none.title, "");
+    EXPECT_EQ(Analyse("Puser\nldf1\nfdf2\nxdf3\nUdf1\nTtitle\n").copies, 3);
+    // A last line without a line feed does not count.
+    EXPECT_EQ(Analyse("Puser\nldf1\nldf2").copies, 1);
+    EXPECT_EQ(Analyse("").copies, 0);
+}
+
+// Analysis outside the dialogue, with the print-server object of the fixture for the log.
+TEST_F(LpdReceiveFixture, UnknownFormatsCountAndAreLoggedInBothPasses) {
+    Analysis a = Analyse("Puser\nJjob\nqdf\nldf\n");
+    EXPECT_EQ(a.copies, 2);
+    EXPECT_EQ(a.title, "user:job");
+    std::string log = Log();
+    EXPECT_EQ(vxtest::CountOccurrences(log, "Unknown file format in control file 'q'.\n"), 2)
+        << log;
+    EXPECT_EQ(log.find("file 'l'"), std::string::npos);
+    EXPECT_EQ(log.find("Error: "), std::string::npos);
+}
+
+TEST(ControlFileAnalysis, OwnerAndJobNameAreCutAndTakeTheLastPathComponent) {
+    EXPECT_EQ(Analyse("Pverylongusername other\nJ/usr/tmp/report 1\nl\n").title,
+              "verylonguser:report");
+    EXPECT_EQ(Analyse("Pverylongusername other\nl\n").owner, "verylonguser");
+    EXPECT_EQ(Analyse("Pu\nJC:\\spool\\file.txt\nl\n").title, "u:file.txt");
+    EXPECT_EQ(Analyse("Pu\nJa\\b/c\\d\nl\n").title, "u:c\\d");  // "/" wins over "\"
+    std::string longName(60, 'n');
+    EXPECT_EQ(Analyse("Pu\nJ" + longName + "\nl\n").title, "u:" + std::string(50, 'n'));
+}
+
+TEST(ControlFileAnalysis, TitleFollowsTheLinesInForceAtTheLastPrintLine) {
+    // "N" names the job only while no "J" came before it.
+    EXPECT_EQ(Analyse("Pu\nNfirst\nJsecond\nNthird\nl\n").title, "u:second");
+    EXPECT_EQ(Analyse("Pu\nNonly\nl\n").title, "u:only");
+    // Owner and job name change between print lines: the last print line wins.
+    EXPECT_EQ(Analyse("Pa\nJjob1\nldf\nPb\nJjob2\nldf\nPc\nJjob3\n").title, "b:job2");
+    // A print line before the names sees what the first pass found.
+    EXPECT_EQ(Analyse("ldf\nJx\nPu\n").title, "u:x");
+}
+
+}  // namespace
