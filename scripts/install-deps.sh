@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(cmake ninja-build g++ googletest libgtest-dev
           g++-mingw-w64-x86-64-posix mingw-w64-tools binutils-mingw-w64-x86-64
           wine wine64 python3 python3-pytest libcups2-dev
-          cups cups-client cups-daemon cups-bsd fonts-dejavu-core)
+          cups cups-client cups-daemon cups-bsd fonts-dejavu-core rlpr)
 
 missing=()
 for p in "${packages[@]}"; do

@@ -194,4 +194,46 @@ class JobSettings {
     JobSettingsHandle handle_ = nullptr;
 };
 
+// ---- an open printer and its spooler jobs ----
+
+// Job conditions. The values are the Windows spooler's job status bits; on Linux they are made
+// from the CUPS job-state and job-state-reasons.
+constexpr uint32_t kSpoolJobPaused = 0x1;
+constexpr uint32_t kSpoolJobError = 0x2;
+constexpr uint32_t kSpoolJobPrinting = 0x10;
+constexpr uint32_t kSpoolJobOffline = 0x20;
+constexpr uint32_t kSpoolJobPaperOut = 0x40;
+constexpr uint32_t kSpoolJobPrinted = 0x80;
+constexpr uint32_t kSpoolJobBlockedQueue = 0x200;
+constexpr uint32_t kSpoolJobUserIntervention = 0x400;
+
+// The most jobs one enumeration reports (jobs 0 to 999 of the queue).
+constexpr int kSpoolerMaxJobs = 1000;
+
+// One job of a printer's spooler queue (Windows: its JOB_INFO_1).
+struct SpoolerJobInfo {
+    uint32_t id;
+    char user[kSpoolerNameSize];
+    char document[kSpoolerTextSize];
+    char statusText[kSpoolerTextSize];  // the spooler's own words for the job's state, or ""
+    uint32_t status;                    // kSpoolJob... bits
+};
+
+// A printer opened through the spooler (Windows: a printer handle).
+struct SpoolerPrinter;
+
+// Opens the printer; null when the spooler does not know it.
+SpoolerPrinter* SpoolerOpenPrinter(const char* printer);
+
+// Closes the printer and releases it, also when the spooler reports a failure (kSpoolerFailed).
+int SpoolerClosePrinter(SpoolerPrinter* printer);
+
+// The printer's jobs in queue order, the active job first. Fills at most capacity entries (out may
+// be null with capacity 0) and returns how many jobs the queue holds, which may be more than were
+// filled; kSpoolerFailed when the spooler cannot enumerate.
+int SpoolerEnumJobs(SpoolerPrinter* printer, SpoolerJobInfo* out, int capacity);
+
+// The printer's kPrinter... status bits.
+int SpoolerGetPrinterStatus(SpoolerPrinter* printer, uint32_t* status);
+
 }  // namespace vx

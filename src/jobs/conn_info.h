@@ -4,17 +4,13 @@
 #include <cstdint>
 
 #include "base/sync.h"
+#include "net/socket_io.h"
 
 namespace vx {
 
-// What the listener delivers for an accepted connection; the handle comes first.
-struct AcceptedConnection {
-    int32_t Handle;
-};
-
 struct ConnInfo {
-    AcceptedConnection Connection;
-    int32_t ConnectionArg;
+    NetSocket Connection;     // as accepted; its network handle (first member) is the list key
+    int32_t ConnectionArg;    // nonzero when the peer is on this host
     EventHandle hEventInit;   // set once the connection thread has copied the record
     EventHandle hEventQueue;  // set when the connection has ended
 };

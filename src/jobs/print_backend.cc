@@ -9,18 +9,29 @@ namespace vx {
 namespace {
 
 const PrintBackend kLinkedBackend = {
-    ::PrintFile,           ::InitEx,           ::ExitEx,
-    ::QueueJobEx,          ::JobStatusQueryEx, ::GetPendingJobsEx,
-    ::LockPrinterListEx,   ::UnlockPrinterListEx, ::GetNumberOfEntriesEx,
-    ::GetNextQueueEntryEx, ::ChangeOptionEx,   ::LogPrintEnvironment,
-    ::WriteFontMetricFile, SpoolerCanOpenPrinter,
+    ::PrintFile,
+    ::InitEx,
+    ::ExitEx,
+    ::QueueJobEx,
+    ::JobStatusQueryEx,
+    ::GetPendingJobsEx,
+    ::LockPrinterListEx,
+    ::UnlockPrinterListEx,
+    ::GetNumberOfEntriesEx,
+    ::GetNextQueueEntryEx,
+    ::ChangeOptionEx,
+    ::LogPrintEnvironment,
+    ::WriteFontMetricFile,
+    SpoolerCanOpenPrinter,
 };
 
 std::atomic<const PrintBackend*> g_backend{&kLinkedBackend};
 
 }  // namespace
 
-const PrintBackend& Backend() { return *g_backend.load(); }
+const PrintBackend& Backend() {
+    return *g_backend.load();
+}
 
 void SetPrintBackendForTest(const PrintBackend* backend) {
     g_backend.store(backend != nullptr ? backend : &kLinkedBackend);

@@ -30,11 +30,11 @@ typedef uint16_t ZelWide;
 /* Print results. */
 enum {
     ZEL_RC_OK = 0,
-    ZEL_RC_FAILED = 1,         /* any failure not named below; the reason is in the trace */
+    ZEL_RC_FAILED = 1, /* any failure not named below; the reason is in the trace */
     ZEL_RC_BAD_ARGUMENT = 2,
-    ZEL_RC_NO_FILE = 3,        /* the data file cannot be read */
-    ZEL_RC_NOT_SUPPORTED = 4,  /* the stream type cannot be printed (the print-library stream) */
-    ZEL_RC_DEVICE = 11,        /* the printer cannot be reached or opened for output */
+    ZEL_RC_NO_FILE = 3,       /* the data file cannot be read */
+    ZEL_RC_NOT_SUPPORTED = 4, /* the stream type cannot be printed (the print-library stream) */
+    ZEL_RC_DEVICE = 11,       /* the printer cannot be reached or opened for output */
 };
 
 /* Stream types. */
@@ -107,7 +107,8 @@ ZELWIN_API int ChangeOptionEx(const char* name, const char* value);
 
 /* Writes a report of the host's printers, drivers and ports into directory. */
 ZELWIN_API int LogPrintEnvironment(const char* directory, int mode, int registryRoot);
-/* Writes the metrics of an installed font into directory. mode 1 or 2; flags as the format needs. */
+/* Writes the metrics of an installed font into directory. mode 1 or 2; flags as the format needs.
+ */
 ZELWIN_API int WriteFontMetricFile(const char* fontName, const char* directory, int mode, int flagA,
                                    int flagB, int registryRoot, void* reserved);
 

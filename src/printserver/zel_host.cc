@@ -7,7 +7,9 @@ namespace vx {
 
 namespace {
 
-Czelprsrv* Server(void* context) { return static_cast<Czelprsrv*>(context); }
+Czelprsrv* Server(void* context) {
+    return static_cast<Czelprsrv*>(context);
+}
 
 int32_t HostGetOptionValue(void* context, const char* printer, const char* name, int32_t def) {
     return Server(context)->GetOptionValue(printer, name, def);
@@ -20,8 +22,8 @@ void HostGetString(void* context, const char* name, const char* def, char* buffe
 void HostGetOutputDirectory(void* context, char* buffer, size_t size) {
     Czelprsrv* server = Server(context);
     // A user-mode run keeps no output directory of its own: its temporary directory serves.
-    const char* dir = server->OutputDirectory()[0] != '\0' ? server->OutputDirectory()
-                                                           : server->TempDirectory();
+    const char* dir =
+        server->OutputDirectory()[0] != '\0' ? server->OutputDirectory() : server->TempDirectory();
     CopyText(buffer, size, dir);
 }
 
@@ -39,6 +41,8 @@ void FillZelHost(ZelHost* host, Czelprsrv* server) {
     host->Trace = HostTrace;
 }
 
-const ZelHost* HostOf(Czelprsrv* server) { return server != nullptr ? server->Host() : nullptr; }
+const ZelHost* HostOf(Czelprsrv* server) {
+    return server != nullptr ? server->Host() : nullptr;
+}
 
 }  // namespace vx

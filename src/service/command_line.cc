@@ -9,6 +9,7 @@
 #include "config/option_table.h"
 #include "printserver/zelprsrv.h"
 #include "service/init_vorlix.h"
+#include "service/main_thread.h"
 #include "service/print_options.h"
 #include "service/service_path.h"
 #include "service/usage_text.h"
@@ -158,11 +159,13 @@ void DoRestart(int, char**) {
 void DoRecovery(int, char**) {
     NotInThisBuild("-co", "configure service recovery");
 }
+// "-x" and "-u": the server in the console; "-u" took its settings from the current user at
+// InitVorlix.
 void DoConsole(int, char**) {
-    NotInThisBuild("-x", "run in the console");
+    MainThread();
 }
 void DoUserConsole(int, char**) {
-    NotInThisBuild("-u", "run in the console in user mode");
+    MainThread();
 }
 
 enum CommandFlags {

@@ -6,6 +6,7 @@
 #include "base/process.h"
 #include "config/option_globals.h"
 #include "jobs/conn_info.h"
+#include "jobs/connections.h"
 #include "jobs/job_lists.h"
 #include "jobs/job_record.h"
 #include "jobs/print_backend.h"
@@ -94,6 +95,8 @@ void ExitVorlix() {
     if (g_exited || g_prsrv == nullptr) return;
     g_exited = true;
     g_prsrv->ReportMemoryUsage(1, ListMemoryInUse());
+    // Every connection finishes its command before the workers are stopped.
+    WaitForConnectionThreads();
     // The workers end after their current job; the queues are saved for the next start.
     if (g_Options.UseEnhancedSW != 0)
         Backend().ExitEx();

@@ -4,16 +4,16 @@
 #include "base/sync.h"
 #include "printserver/zelprsrv.h"
 #include "service/init_vorlix.h"
+#include "service/main_thread.h"
 
 namespace vx {
 
 namespace {
 
-// The service's own thread. The accept loop is not part of this build yet: say so and stop in
-// order, so that the process ends instead of waiting for a stop that never comes.
+// The service's own thread (on Linux the process's main thread, in the foreground). After an
+// orderly stop MainThread has already signalled the stop event through StopService.
 void ServiceMain() {
-    TraceError("The print server's main loop is not available in this build.\n");
-    StopService(nullptr);
+    MainThread();
 }
 
 }  // namespace

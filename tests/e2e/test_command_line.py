@@ -1,6 +1,8 @@
 """The administrative command line: texts, option checks, settings written and read."""
 import re
 
+import pytest
+
 ASTERISKS = "*" * 41
 WRONG = "Wrong command parameters: see usage by calling vorlix -?\n"
 
@@ -151,18 +153,17 @@ def test_environment_lists_every_setting_with_its_default(vorlix):
 
 
 def test_unknown_argument_takes_the_service_path(vorlix):
+    if not vorlix.windows:
+        pytest.skip("on Linux the service path serves in the foreground until it is stopped: "
+                    "test_lpd.py runs it")
     r = vorlix.run("-foo")
     assert r.rc == 0
     lines = texts(vorlix)
     assert "Vorlix started from SCM." in lines
     assert not any(line.startswith("Vorlix called with command option") for line in lines)
     assert ASTERISKS not in lines
-    if vorlix.windows:
-        # Started from a console, not by the service control manager.
-        assert any(line.startswith("Error: StartServiceCtrlDispatcher failed: ") for line in lines)
-    else:
-        assert "Error: The print server's main loop is not available in this build." in lines
-        assert "Stop service." in lines
+    # Started from a console, not by the service control manager.
+    assert any(line.startswith("Error: StartServiceCtrlDispatcher failed: ") for line in lines)
 
 
 def test_pending_jobs_need_the_enhanced_mode(vorlix):

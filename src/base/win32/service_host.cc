@@ -1,6 +1,6 @@
-#include <windows.h>
-
 #include "base/service_host.h"
+
+#include <windows.h>
 
 namespace vx {
 

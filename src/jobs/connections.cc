@@ -1,0 +1,162 @@
+// Connection threads and the connection list.
+//
+// The accepting (main) thread takes one connection at a time. With connection threads it puts a
+// ConnInfo record into the connection list, starts a thread with the address of its own record
+// and waits on hEventInit until the thread has copied it. The thread serves the connection and, as
+// long as the service runs, removes its record from the list itself (under the list's lock),
+// setting and closing hEventQueue. Once a stop reason is set the thread only sets hEventQueue and
+// leaves the record to the shutdown wait, which polls the first record's event once a second,
+// never holding the list's lock longer than that, so that finishing threads can still reach it.
+#include "jobs/connections.h"
+
+#include <cerrno>
+#include <system_error>
+#include <thread>
+
+#include "config/option_globals.h"
+#include "config/process_state.h"
+#include "jobs/job_lists.h"
+#include "jobs/list_lock.h"
+#include "net/listener.h"
+#include "printserver/zelprsrv.h"
+#include "protocol/connection_handler.h"
+
+namespace vx {
+
+namespace {
+
+constexpr uint32_t kShutdownPollMs = 1000;
+
+// Connections are keyed by their network handle, the first member of the record.
+int MatchConnection(const void* key, const void* element, int, void*) {
+    if (key == nullptr || element == nullptr) return 1;
+    return *static_cast<const int32_t*>(key) ==
+                   static_cast<const ConnInfo*>(element)->Connection.niHandle
+               ? 0
+               : 1;
+}
+
+void ServeConnection(ConnInfo& info) {
+    int32_t state = 0;
+    ConnectionHandler(&info.Connection, info.ConnectionArg, &state);
+}
+
+// Removes the ended connection's record, setting and closing the event of the record found.
+void RemoveFromList(ConnInfo& own) {
+    ListLockHold hold(g_ConnThreadList);
+    int32_t handle = own.Connection.niHandle;
+    ConnInfo found{};
+    int32_t index = 0;
+    if (FindElement(g_ConnThreadList, MatchConnection, &index, &handle, &found, 0) != 0) {
+        TraceError("Connection %i not found in list %i\n", handle, g_ConnThreadList);
+        EvSet(own.hEventQueue);
+        EvClose(own.hEventQueue);
+        return;
+    }
+    EvSet(found.hEventQueue);
+    EvClose(found.hEventQueue);
+    DeleteElement(g_ConnThreadList, MatchConnection, &handle, 0);
+}
+
+// Starts the thread; 0, or the system's error number when it could not be started.
+int StartConnectionThread(ConnInfo* info) {
+    try {
+        std::thread(ConnectionThread, info).detach();
+    } catch (const std::system_error& e) {
+        return e.code() == std::errc::resource_unavailable_try_again ? EAGAIN : -1;
+    }
+    return 0;
+}
+
+void ReportThreadStartFailure(int error) {
+    if (error == EAGAIN)
+        TraceError("Could not start connection thread: Too many threads.\n");
+    else
+        TraceError("Could not start connection thread.\n");
+    g_StopReason = kStopConnectionThread;
+}
+
+}  // namespace
+
+void ConnectionThread(ConnInfo* info) {
+    ConnInfo own = *info;
+    // From here on the accepting thread may reuse its record.
+    EvSet(own.hEventInit);
+    Trace(kTraceDetail, "Start new connection thread\n");
+
+    // The handler closes the socket; the record keeps the handle as the list's key.
+    ConnInfo served = own;
+    ServeConnection(served);
+
+    if (g_StopReason != kStopNone) {
+        Trace(kTraceDetail, "Signaling connection %i with event %p for list %i\n",
+              own.Connection.niHandle, own.hEventQueue, g_ConnThreadList);
+        EvSet(own.hEventQueue);
+    } else {
+        RemoveFromList(own);
+    }
+    Trace(kTraceDetail, "End connection thread\n");
+}
+
+void AcceptConnection() {
+    ConnInfo info{};
+    int isLocal = 0;
+    while (AcceptNetworkConnection(&info.Connection, g_ListenHandle, &isLocal) < 0) {
+        // Served all the same: the handler reports the failed descriptor and returns.
+        if (g_StopReason != kStopNone) break;
+    }
+    info.ConnectionArg = isLocal;
+    Trace(kTraceDetail, "Got handle %d for new connection\n", info.Connection.niHandle);
+
+    if (g_Options.ConnectionMode == 0) {
+        ServeConnection(info);
+        return;
+    }
+
+    info.hEventInit = EvCreate("");
+    info.hEventQueue = EvCreate("");
+    if (g_prsrv != nullptr) {
+        g_prsrv->TraceApi("CreateEvent(.., connInfo.hEventInit) = %p\n", info.hEventInit);
+        g_prsrv->TraceApi("CreateEvent(.., connInfo.hEventQueue) = %p\n", info.hEventQueue);
+    }
+    AppendElement(g_ConnThreadList, &info, 1);
+
+    int error = StartConnectionThread(&info);
+    if (error == 0) {
+        EvWait(info.hEventInit, kWaitInfinite);
+    } else {
+        // Nobody serves this connection: it ends here. Its record stays in the list with its
+        // event set, so that the shutdown of the restart that follows does not wait for it.
+        ReportThreadStartFailure(error);
+        if (info.Connection.niHandle != kNiNoHandle) SocketClose(info.Connection);
+        EvSet(info.hEventQueue);
+    }
+    EvClose(info.hEventInit);
+}
+
+void WaitForConnectionThreads() {
+    if (g_prsrv != nullptr)
+        g_prsrv->Trace(kTraceNotable, "List memory in use: %u bytes\n", ListMemoryInUse());
+    if (g_Options.ConnectionMode == 0) return;
+    Trace(kTraceNotable, "Enter connection loop\n");
+    for (;;) {
+        ListLockHold hold(g_ConnThreadList);
+        if (!hold.Held()) break;
+        void* data = nullptr;
+        if (GetFirstElement(g_ConnThreadList, &data, 0) != 0 || data == nullptr) break;
+        auto* first = static_cast<ConnInfo*>(data);
+        Trace(kTraceDetail, "Wait for connection event %p for connection %i for list %i\n",
+              first->hEventQueue, first->Connection.niHandle, g_ConnThreadList);
+        if (EvWait(first->hEventQueue, kShutdownPollMs) == kWaitSignaled) {
+            EvClose(first->hEventQueue);
+            int rc = DeleteFirstElement(g_ConnThreadList, 0);
+            Trace(kTraceDetail, "Delete connection from list %i rc = %i\n", g_ConnThreadList, rc);
+        }
+        // The lock is given up between passes so that ending threads reach the list.
+        hold.Release();
+        std::this_thread::yield();
+    }
+    Trace(kTraceNotable, "Finish connection loop.\n");
+}
+
+}  // namespace vx

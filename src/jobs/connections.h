@@ -1,0 +1,23 @@
+// Connection threads: the accept loop hands each connection to a thread of its own (or, with
+// ConnectionMode 0, serves it itself), and the connection list keeps the live connections so that
+// the end of the service can wait until every one has finished.
+#pragma once
+
+#include "jobs/conn_info.h"
+
+namespace vx {
+
+// Waits for one new connection (retrying the accept until one comes or a stop reason is set)
+// and serves it: inline with ConnectionMode 0, else on a new connection thread. A connection
+// thread that cannot start sets the stop reason 5.
+void AcceptConnection();
+
+// Thread procedure of one connection: copies the record, signals hEventInit, serves the
+// connection and removes the record from the connection list again.
+void ConnectionThread(ConnInfo* info);
+
+// The connection half of the end of the service: with ConnectionMode set, waits until every
+// connection in the list has ended, polling each connection's event once a second.
+void WaitForConnectionThreads();
+
+}  // namespace vx

@@ -1,0 +1,336 @@
+"""The server in the console ("-x") against real LPD clients: CUPS's lpd backend run directly and
+rlpr send jobs to queues of the private cupsd, and the bytes must reach the fake network printer
+unchanged. Raw senders cover what the clients never do (several data files, a sender that goes
+away mid-file, queue and version queries). Also: a second instance on the same port, the
+scheduled restart that loses no queued job, and an orderly stop while connections are open."""
+import os
+import random
+import shutil
+import signal
+import socket
+import subprocess
+import time
+
+import pytest
+
+import cups_printer as cp
+
+LPD_BACKEND = "/usr/lib/cups/backend/lpd"
+RLPR = shutil.which("rlpr")
+
+
+def random_bytes(size, seed):
+    return random.Random(seed).randbytes(size)
+
+
+def read_log(path):
+    """A trace file as text, CR LF read as LF ("" when there is none)."""
+    return path.read_bytes().decode("latin-1").replace("\r\n", "\n") if path.exists() else ""
+
+
+class LpdServer:
+    """"vorlix -x" in the background on a free port, its output in files."""
+
+    def __init__(self, vorlix, settings=None):
+        self.vorlix = vorlix
+        self.port = cp.free_port()
+        values = {"LPDPort": str(self.port), "LogLevel": "9", "NiAcceptTimeout": "200"}
+        values.update(settings or {})
+        vorlix.set_values(values)
+        self.proc = None
+        self.runs = 0
+
+    def start(self):
+        self.runs += 1
+        out = open(self.vorlix.workdir / f"server{self.runs}.out", "wb")
+        err = open(self.vorlix.workdir / f"server{self.runs}.err", "wb")
+        with out, err:
+            self.proc = subprocess.Popen(self.vorlix.command(["-x"]), stdout=out, stderr=err,
+                                         stdin=subprocess.DEVNULL, env=self.vorlix.env(),
+                                         cwd=self.vorlix.workdir)
+        if not cp.wait_for_port(self.port, timeout=60):
+            self.kill()
+            pytest.fail(f"the server did not listen on {self.port}: {self.vorlix.trace()[-2000:]}")
+        return self
+
+    def wait(self, timeout=60):
+        """The exit code once the process has ended."""
+        return self.proc.wait(timeout=timeout)
+
+    @property
+    def stop_signal(self):
+        """The stop request: SIGTERM on Linux; under Wine SIGINT, which Wine hands to the
+        program as the console's Ctrl+C event."""
+        return signal.SIGINT if self.vorlix.windows else signal.SIGTERM
+
+    def stop(self):
+        self.proc.send_signal(self.stop_signal)
+        return self.wait()
+
+    def kill(self):
+        if self.proc is not None and self.proc.poll() is None:
+            self.proc.kill()
+            self.proc.wait()
+
+    def lines(self):
+        return self.vorlix.trace_texts(self.vorlix.trace())
+
+
+@pytest.fixture
+def server(vorlix, cups):
+    servers = []
+
+    def make(settings=None):
+        s = LpdServer(vorlix, settings)
+        servers.append(s)
+        return s.start()
+
+    yield make
+    for s in servers:
+        s.kill()
+    if vorlix.target == "linux-asan":
+        for err in vorlix.workdir.glob("server*.err"):
+            text = err.read_text(errors="replace")
+            assert "ERROR: AddressSanitizer" not in text and "runtime error:" not in text, text
+
+
+# ---- clients ----
+
+def cups_lpd(port, queue, path, title="job"):
+    """CUPS's lpd backend as the scheduler would run it for one job."""
+    env = dict(os.environ)
+    env["DEVICE_URI"] = f"lpd://127.0.0.1:{port}/{queue}?reserve=none&snmp=false&contimeout=30"
+    proc = subprocess.run([LPD_BACKEND, "1", "tester", title, "1", "", str(path)], env=env,
+                          stdin=subprocess.DEVNULL, capture_output=True, timeout=120)
+    assert proc.returncode == 0, proc.stderr.decode(errors="replace")[-2000:]
+
+
+def rlpr(port, queue, path):
+    proc = subprocess.run([RLPR, "-N", "-H", "127.0.0.1", f"--port={port}", "-P", queue,
+                           str(path)], stdin=subprocess.DEVNULL, capture_output=True, timeout=120)
+    assert proc.returncode == 0, proc.stderr.decode(errors="replace")
+
+
+def connect(port):
+    s = socket.create_connection(("127.0.0.1", port), timeout=30)
+    return s
+
+
+def ask(port, line):
+    """Sends one command line; returns everything the server answers until it closes."""
+    with connect(port) as s:
+        s.sendall(line)
+        answer = bytearray()
+        while chunk := s.recv(65536):
+            answer += chunk
+        return bytes(answer)
+
+
+def ack(s):
+    return s.recv(1)
+
+
+class RawSender:
+    """An LPD sender by hand, subcommand by subcommand (RFC 1179)."""
+
+    def __init__(self, port, queue):
+        self.sock = connect(port)
+        self.sock.sendall(b"\x02" + queue.encode() + b"\n")
+        assert ack(self.sock) == b"\x00"
+
+    def control(self, queue, data_names):
+        text = "Hvxtest\nPtester\nJraw job\n" + "".join(f"l{n}\n" for n in data_names)
+        body = text.encode()
+        self.sock.sendall(f"\x02{len(body)} cfA001vxtest\n".encode())
+        assert ack(self.sock) == b"\x00"
+        self.sock.sendall(body + b"\x00")
+        assert ack(self.sock) == b"\x00"
+
+    def data_header(self, name, size):
+        self.sock.sendall(f"\x03{size} {name}\n".encode())
+        assert ack(self.sock) == b"\x00"
+
+    def data(self, name, body):
+        self.data_header(name, len(body))
+        self.sock.sendall(body + b"\x00")
+        assert ack(self.sock) == b"\x00"
+
+    def close(self):
+        self.sock.close()
+
+
+# ---- tests ----
+
+def test_real_clients_print_unchanged(vorlix, cups, server, tmp_path):
+    s = server()
+    sink = cups.sink(cp.PRINTING)
+    data = random_bytes(300_000, 1)
+    (tmp_path / "a.bin").write_bytes(data)
+    cups_lpd(s.port, cp.PRINTING, tmp_path / "a.bin")
+    assert sink.wait_for_jobs(1) == [data]
+
+    if RLPR is not None:
+        second = cups.sink(cp.SECOND)
+        text = random_bytes(50_000, 2)
+        (tmp_path / "b.txt").write_bytes(text)
+        rlpr(s.port, cp.SECOND, tmp_path / "b.txt")
+        assert second.wait_for_jobs(1) == [text]
+
+    lines = s.lines()
+    assert f"Receive job for printer {cp.PRINTING} (Berkley protocol)." in lines
+    assert "Command received, closing socket." in lines
+    assert not [line for line in lines if line.startswith("Error: ")
+                and "icon DLL" not in line]
+
+
+def test_several_data_files_and_a_sender_that_goes_away(vorlix, cups, server, tmp_path):
+    s = server()
+    sink = cups.sink(cp.PRINTING)
+
+    # A sender that goes away in the middle of its data file, before any control file: no job,
+    # and the server goes on.
+    broken = RawSender(s.port, cp.PRINTING)
+    broken.data_header("dfA001vxtest", 100_000)
+    broken.sock.sendall(random_bytes(30_000, 3))
+    broken.close()
+
+    # A job of two data files is printed from its last data file, byte for byte.
+    first, last = random_bytes(20_000, 4), random_bytes(70_000, 5)
+    job = RawSender(s.port, cp.PRINTING)
+    job.data("dfA002vxtest", first)
+    job.data("dfB002vxtest", last)
+    job.control(cp.PRINTING, ["dfA002vxtest", "dfB002vxtest"])
+    job.close()
+    # Its two print lines are its copy count.
+    assert sink.wait_for_jobs(1) == [last * 2]
+
+    after = random_bytes(10_000, 6)
+    (tmp_path / "after.bin").write_bytes(after)
+    cups_lpd(s.port, cp.PRINTING, tmp_path / "after.bin")
+    assert sink.wait_for_jobs(2) == [last * 2, after]
+    assert "Error: Controlfile is missing (protocol or network problem). No printout." in s.lines()
+
+
+def test_queries_and_commands(vorlix, cups, server, tmp_path):
+    s = server()
+    version = ask(s.port, b"4 x 1")
+    assert version.startswith(b"This is Vorlix Version ") and version.endswith(b" (64Bit)\n")
+    assert b"\x00" not in version
+    assert ask(s.port, b"4 x 2") == b""
+
+    for line in (f"3{cp.PRINTING}\n", f"4{cp.PRINTING}\n", f"3{cp.PRINTING} JOB 42\n"):
+        assert ask(s.port, line.encode()), line
+    assert ask(s.port, b"5lp\n") == b"lprm not implemented.\n"
+    assert ask(s.port, b"\x01lp\n") == b"\x00"
+    assert ask(s.port, b"\x02" + b"q" * 257 + b"\n") == b"\xff"
+    assert ask(s.port, b"9lp\n") == b"\xff"
+    # An extended-protocol opening never reaches the LPD dispatch.
+    assert ask(s.port, b"SC\n") == b""
+
+    # A job for a queue that does not exist is not printed; the server serves the next one.
+    sink = cups.sink(cp.PRINTING)
+    (tmp_path / "lost.bin").write_bytes(random_bytes(1000, 7))
+    cups_lpd(s.port, cp.UNKNOWN, tmp_path / "lost.bin")
+    data = random_bytes(5000, 8)
+    (tmp_path / "ok.bin").write_bytes(data)
+    cups_lpd(s.port, cp.PRINTING, tmp_path / "ok.bin")
+    assert sink.wait_for_jobs(1) == [data]
+
+    lines = s.lines()
+    assert "Error: Wrong lpd command!" in lines
+    assert "Error: Unknown lpd command!" in lines
+    assert f"Error: Invalid printer name {cp.UNKNOWN}. Job not queued." in lines
+    assert any(line.startswith("Error: Extended protocol request") for line in lines)
+
+
+def test_second_instance_on_the_same_port(vorlix, cups, server, tmp_path):
+    s = server()
+    home = tmp_path / "second"
+    home.mkdir()
+    env = vorlix.env()
+    env["VORLIX_HOME"] = vorlix.native_path(home)
+    with open(tmp_path / "second.out", "wb") as out:
+        rc = subprocess.run(vorlix.command(["-x"]), stdout=out, stderr=subprocess.STDOUT,
+                            stdin=subprocess.DEVNULL, env=env, cwd=tmp_path, timeout=120).returncode
+    assert rc == 0
+    lines = vorlix.trace_texts(read_log(home / "Logs" / "vorlix.dbg"))
+    assert f"Error: The TCP port ({s.port}) for Vorlix is in use." in lines
+    assert "Error: TCP/IP communication could not be started - aborting." in lines
+    # The first server still answers.
+    assert ask(s.port, b"4 x 1").startswith(b"This is Vorlix Version ")
+
+
+def test_scheduled_restart_loses_no_job(vorlix, cups, server, tmp_path):
+    s = server({"RestartAfterJobs": "3"})
+    sink = cups.sink(cp.PRINTING)
+    jobs = [random_bytes(40_000 + n, 10 + n) for n in range(4)]
+    for n, data in enumerate(jobs):
+        (tmp_path / f"job{n}.bin").write_bytes(data)
+        cups_lpd(s.port, cp.PRINTING, tmp_path / f"job{n}.bin")
+    # The fourth job passes the limit: the queues are saved and the process ends for a restart.
+    assert s.wait() == 1
+    first_run = s.lines()
+    assert "Scheduled restart after 4 processed jobs." in first_run
+    assert "Save printer queues for restart." in first_run
+
+    vorlix.set_values({"RestartAfterJobs": "0"})
+    s.start()
+    printed = sink.wait_for_jobs(4)
+    assert sorted(printed) == sorted(jobs)
+    restored = [line for line in s.lines() if line.startswith("Restoring job ")]
+    assert len(set(restored)) == len(restored)
+    assert s.stop() == 0
+    assert sorted(sink.jobs) == sorted(jobs)
+
+
+def test_stop_lets_open_connections_finish(vorlix, cups, server):
+    s = server()
+    sink = cups.sink(cp.PRINTING)
+    bodies = [random_bytes(30_000, 20), random_bytes(40_000, 21)]
+    senders = []
+    for n, body in enumerate(bodies):
+        sender = RawSender(s.port, cp.PRINTING)
+        sender.control(cp.PRINTING, [f"dfA10{n}vxtest"])
+        sender.data_header(f"dfA10{n}vxtest", len(body))
+        sender.sock.sendall(body[:1000])
+        senders.append(sender)
+
+    s.proc.send_signal(s.stop_signal)
+    # The server waits for both connections; each completes its job.
+    time.sleep(0.5)
+    assert s.proc.poll() is None
+    for sender, body in zip(senders, bodies):
+        sender.sock.sendall(body[1000:] + b"\x00")
+        assert ack(sender.sock) == b"\x00"
+        sender.close()
+    assert s.wait() == 0
+    lines = s.lines()
+    assert "Stop service from SCM." in lines
+    assert "Finish connection loop." in lines
+    # A job still queued at the stop is saved and printed by the next start.
+    s.start()
+    assert sorted(sink.wait_for_jobs(2)) == sorted(bodies)
+    assert s.stop() == 0
+
+
+def test_unknown_argument_serves_in_the_foreground_until_stopped(vorlix, cups):
+    if vorlix.windows:
+        pytest.skip("on Windows the service path needs the service control manager")
+    port = cp.free_port()
+    vorlix.set_values({"LPDPort": str(port), "NiAcceptTimeout": "200"})
+    with open(vorlix.workdir / "service.out", "wb") as out:
+        proc = subprocess.Popen(vorlix.command(["-foo"]), stdout=out, stderr=subprocess.STDOUT,
+                                stdin=subprocess.DEVNULL, env=vorlix.env(), cwd=vorlix.workdir)
+    try:
+        assert cp.wait_for_port(port)
+        assert ask(port, b"4 x 1").startswith(b"This is Vorlix Version ")
+        proc.send_signal(signal.SIGTERM)
+        assert proc.wait(timeout=60) == 0
+    finally:
+        if proc.poll() is None:
+            proc.kill()
+            proc.wait()
+    lines = vorlix.trace_texts(vorlix.trace())
+    assert "Vorlix started from SCM." in lines
+    assert not any(line.startswith("Vorlix called with command option") for line in lines)
+    assert "Stop service from SCM." in lines

@@ -1,0 +1,422 @@
+// Status queries over a loopback connection: job status answers from the status list and from the
+// print library, printer answers from a fake spooler and the service's own queue, the default
+// printer names and the installed-printers dialogue; on Linux also against a private cupsd.
+#include "protocol/status_query.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/ni.h"
+#include "base/spool_job.h"
+#include "jobs_fixture.h"
+#include "loopback_pair.h"
+#include "net/listener.h"
+#include "protocol/status_spooler.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+// ---- a fake spooler: printers with status bits and jobs ----
+
+struct FakePrinter {
+    uint32_t status = 0;
+    std::vector<vx::SpoolerJobInfo> jobs;
+    std::string location, driver;
+};
+
+struct FakeSpooler {
+    std::map<std::string, FakePrinter> printers;
+    std::string defaultPrinter;  // "": there is none
+    bool enumJobsFails = false;
+    bool closeFails = false;
+    int closed = 0;
+
+    static FakeSpooler& Get() {
+        static FakeSpooler fake;
+        return fake;
+    }
+    static FakePrinter* Of(vx::SpoolerPrinter* printer) {
+        return reinterpret_cast<FakePrinter*>(printer);
+    }
+    static const vx::StatusSpooler* Table() {
+        static const vx::StatusSpooler table = {
+            [](const char* name) {
+                auto it = Get().printers.find(name);
+                return it == Get().printers.end()
+                           ? nullptr
+                           : reinterpret_cast<vx::SpoolerPrinter*>(&it->second);
+            },
+            [](vx::SpoolerPrinter*) {
+                ++Get().closed;
+                return static_cast<int>(Get().closeFails ? vx::kSpoolerFailed : vx::kSpoolerOk);
+            },
+            [](vx::SpoolerPrinter* printer, vx::SpoolerJobInfo* out, int capacity) {
+                if (Get().enumJobsFails) return static_cast<int>(vx::kSpoolerFailed);
+                const auto& jobs = Of(printer)->jobs;
+                for (size_t i = 0; out != nullptr && i < jobs.size() && int(i) < capacity; ++i)
+                    out[i] = jobs[i];
+                return static_cast<int>(jobs.size());
+            },
+            [](vx::SpoolerPrinter* printer, uint32_t* status) {
+                *status = Of(printer)->status;
+                return static_cast<int>(vx::kSpoolerOk);
+            },
+            [](char* out, size_t cap) {
+                if (Get().defaultPrinter.empty()) return static_cast<int>(vx::kSpoolerFailed);
+                vx::CopyText(out, cap, Get().defaultPrinter.c_str());
+                return static_cast<int>(vx::kSpoolerOk);
+            },
+            [](vx::SpoolerPrinterVisitor visit, void* context) {
+                int n = 0;
+                for (auto& [name, printer] : Get().printers) {
+                    vx::SpoolerPrinterInfo info{};
+                    vx::CopyText(info.name, name.c_str());
+                    vx::CopyText(info.location, printer.location.c_str());
+                    vx::CopyText(info.driver, printer.driver.c_str());
+                    ++n;
+                    if (visit != nullptr && visit(context, info) != 0) break;
+                }
+                return n;
+            },
+        };
+        return &table;
+    }
+    void Reset() { *this = FakeSpooler{}; }
+};
+
+vx::SpoolerJobInfo SpoolJob(uint32_t id, const char* user, const char* document,
+                            uint32_t status = 0, const char* statusText = "") {
+    vx::SpoolerJobInfo job{};
+    job.id = id;
+    vx::CopyText(job.user, user);
+    vx::CopyText(job.document, document);
+    vx::CopyText(job.statusText, statusText);
+    job.status = status;
+    return job;
+}
+
+// ---- the print library's job states and queue lines ----
+
+struct FakeLibrary {
+    std::map<std::string, int> states;  // job id -> ZEL_JOB_*
+    std::string errorText;
+    std::vector<std::string> lines;  // queue entries of every printer
+    std::vector<std::string> calls;
+
+    static FakeLibrary& Get() {
+        static FakeLibrary fake;
+        return fake;
+    }
+    static void ToWide(const std::string& text, ZelWide* out, int size) {
+        int i = 0;
+        for (; i + 1 < size && i < int(text.size()); ++i) out[i] = ZelWide(text[size_t(i)]);
+        out[i] = 0;
+    }
+    static int StatusQuery(const ZelWide* jobId, const ZelWide*, int* state, ZelWide* error,
+                           int size) {
+        auto it = Get().states.find(vxtest::Narrow(jobId));
+        if (it == Get().states.end()) return 7;
+        *state = it->second;
+        ToWide(Get().errorText, error, size);
+        return 0;
+    }
+    static int Lock(const ZelWide* printer) {
+        Get().calls.push_back("lock " + vxtest::Narrow(printer));
+        return 0;
+    }
+    static int Unlock(const ZelWide* printer) {
+        Get().calls.push_back("unlock " + vxtest::Narrow(printer));
+        return 0;
+    }
+    static int Count(const ZelWide*, int* count) {
+        *count = int(Get().lines.size());
+        return 0;
+    }
+    static int Entry(const ZelWide*, int index, char* line, int size) {
+        vx::CopyText(line, size_t(size), Get().lines[size_t(index)].c_str());
+        return 0;
+    }
+};
+
+class StatusQueryTest : public vxtest::JobsFixture {
+  protected:
+    void SetUp() override {
+        JobsFixture::SetUp();
+        ASSERT_EQ(vx::NiInit(vx::kNiMaxHandles), vx::kNiOk);
+        vx::ListenerParams& p = vx::g_ListenerParams;
+        p.NiReadTimeout = -1;
+        p.NiReadLoopBreak = -1;
+        p.NiWriteTimeout = -1;
+        p.NiSpinReadTime = 1000;
+        p.send_with_null = 1;
+        spooler().Reset();
+        spooler().printers["lp"];
+        vx::SetStatusSpoolerForTest(FakeSpooler::Table());
+        ASSERT_EQ(pair_.Open(), vx::kNiOk);
+        socket_.niHandle = pair_.server;
+    }
+    void TearDown() override {
+        vx::SetStatusSpoolerForTest(nullptr);
+        JobsFixture::TearDown();
+    }
+
+    static FakeSpooler& spooler() { return FakeSpooler::Get(); }
+
+    std::string Job(const char* queue, const char* job) {
+        vx::QueryJob(&socket_, queue, 257, job);
+        return pair_.ReceiveAll();
+    }
+    std::string Printer(const char* queue) {
+        vx::QueryPrinter(&socket_, queue, 257);
+        return pair_.ReceiveAll();
+    }
+
+    // The print library as the fake above; jobs are still printed by the recording backend.
+    void UseLibrary() {
+        static vx::PrintBackend table;
+        table = vx::Backend();
+        table.JobStatusQueryEx = FakeLibrary::StatusQuery;
+        table.LockPrinterListEx = FakeLibrary::Lock;
+        table.UnlockPrinterListEx = FakeLibrary::Unlock;
+        table.GetNumberOfEntriesEx = FakeLibrary::Count;
+        table.GetNextQueueEntryEx = FakeLibrary::Entry;
+        vx::SetPrintBackendForTest(&table);
+        FakeLibrary::Get() = FakeLibrary{};
+        vx::g_Options.UseEnhancedSW = 1;
+    }
+
+    vxtest::LoopbackPair pair_;
+    vx::NetSocket socket_;
+};
+
+const std::string kUnknownAnswer =
+    "Status: unknown\n\0&&ERRORPROT&&\n\0&&1SPO813 Vorlix: Auftrag eventuell nicht gedruckt.\n\0"s;
+const std::string kProblem =
+    "&&ERRORPROT&&\n\0&&1SPO801 Der verarbeitende Vorlix meldet Probleme.\n\0"s;
+
+// ---- job queries from the status list ----
+
+TEST_F(StatusQueryTest, FinalStatusIsReportedOnceThenTheJobIsUnknown) {
+    PutStatus("lp", "42", vx::kJobDone, "Done");
+    EXPECT_EQ(Job("lp", "42"), "Printer lp, Job 42:\n\0Status: done\n\0"s);
+    EXPECT_EQ(Job("lp", "42"), "Printer lp, Job 42:\n\0"s + kUnknownAnswer);
+    EXPECT_EQ(LogCount("Printjob 42 reported as done"), 1);
+    EXPECT_EQ(LogCount("Job 42 not in joblist. ZEL status changed to 'unknown'."), 1);
+
+    PutStatus("lp", "43", vx::kJobError, "See_logfile_for_details.");
+    EXPECT_EQ(Job("lp", "43"), "Printer lp, Job 43:\n\0Status: error\n\0"s + kProblem +
+                                   "See_logfile_for_details.\0"s);
+    EXPECT_EQ(LogCount("Error: Found job error for job 43 on printer lp"), 1);
+    EXPECT_EQ(StatusOf("lp", "43"), -1);
+}
+
+TEST_F(StatusQueryTest, JobStillPrintingIsAnsweredAsUnknownAndKept) {
+    PutStatus("lp", "7", vx::kJobPrinting, "Printing");
+    EXPECT_EQ(Job("lp", "7"), "Printer lp, Job 7:\n\0"s + kUnknownAnswer);
+    EXPECT_EQ(LogCount("Error: Unexpected status 3 for job 7"), 1);
+    EXPECT_EQ(StatusOf("lp", "7"), vx::kJobPrinting);
+}
+
+TEST_F(StatusQueryTest, UnknownJobIsDoneWhenUnknownStatusIsNotReported) {
+    Seed("report_unknown_status", "0");
+    EXPECT_EQ(Job("lp", "99"), "Printer lp, Job 99:\n\0Status: done\n\0"s);
+    EXPECT_EQ(LogCount("Job 99 not in joblist. ZEL status changed to 'done'."), 1);
+}
+
+TEST_F(StatusQueryTest, JobOfAnUnknownPrinterGetsTheDeviceError) {
+    EXPECT_EQ(Job("nope", "1"), kProblem + "Device unknown\n\0"s);
+    EXPECT_EQ(LogCount("QueryJob called for printer nope and jobid 1"), 1);
+}
+
+TEST_F(StatusQueryTest, QueueNamesLoseOneCarriageReturnAndResolveTheDefaultPrinter) {
+    PutStatus("lp", "5", vx::kJobDone, "Done");
+    spooler().defaultPrinter = "lp";
+    EXPECT_EQ(Job("__DEFAULT\r", "5"), "Printer lp, Job 5:\n\0Status: done\n\0"s);
+    EXPECT_EQ(LogCount("Found default printer lp."), 1);
+
+    char name[vx::kQueueNameSize] = "__default";
+    spooler().defaultPrinter = "";
+    EXPECT_EQ(vx::ResolveDefaultPrinter(name, sizeof name), -1);
+    EXPECT_STREQ(name, "__default");
+    EXPECT_EQ(LogCount("Error: Cannot determine default printer."), 1);
+
+    // Only the exact spellings are default names.
+    char other[vx::kQueueNameSize] = "__DeFault";
+    EXPECT_EQ(vx::ResolveDefaultPrinter(other, sizeof other), 0);
+    EXPECT_STREQ(other, "__DeFault");
+    char cut[vx::kQueueNameSize];
+    vx::ResolveQueueName("lp\r\r", 257, cut, sizeof cut);
+    EXPECT_STREQ(cut, "lp\r");
+}
+
+// ---- job queries answered by the print library ----
+
+TEST_F(StatusQueryTest, LibraryStatesMapToTheStatusWords) {
+    UseLibrary();
+    FakeLibrary::Get().states = {
+        {"d", ZEL_JOB_DONE}, {"e", ZEL_JOB_ERROR}, {"p", ZEL_JOB_PRINTING}, {"w", ZEL_JOB_WAITING}};
+    FakeLibrary::Get().errorText = std::string(100, 'x');
+    EXPECT_EQ(Job("lp", "d"), "Printer lp, Job d:\n\0Status: done\n\0"s);
+    EXPECT_EQ(Job("lp", "e"),
+              "Printer lp, Job e:\n\0Status: error\n\0"s + kProblem + std::string(80, 'x') + "\0"s);
+    EXPECT_EQ(Job("lp", "p"), "Printer lp, Job p:\n\0"s + kUnknownAnswer);
+    EXPECT_EQ(LogCount("Error: Unexpected status 3 for job p"), 1);
+    EXPECT_EQ(Job("lp", "w"), "Printer lp, Job w:\n\0"s + kUnknownAnswer);
+    EXPECT_EQ(LogCount("Error: Unexpected status 1 for job w"), 1);
+    EXPECT_EQ(Job("lp", "gone"), "Printer lp, Job gone:\n\0"s + kUnknownAnswer);
+    EXPECT_EQ(LogCount("Error: JobStatusQueryEx returns 7 for job gone."), 1);
+}
+
+// ---- printer queries ----
+
+TEST_F(StatusQueryTest, PrinterAnswerListsSpoolerJobsThenTheServiceQueueWithRanks) {
+    vx::g_Options.ZELUserAsOwner = 1;
+    spooler().printers["lp"].jobs = {
+        SpoolJob(7, "alice", "report.txt", vx::kSpoolJobPrinting),
+        SpoolJob(8, "bob", "printed already", vx::kSpoolJobPrinted),
+        SpoolJob(9, "carol", "a", vx::kSpoolJobPaused, "Paper Error"),
+        SpoolJob(10, "dave-with-a-long-name", "b", vx::kSpoolJobOffline | vx::kSpoolJobPaused),
+    };
+    BlockPrinting();
+    ASSERT_EQ(ReceiveS("lp", "j1"), 0);
+    ASSERT_TRUE(fake().WaitStarted(1));
+    ASSERT_EQ(ReceiveS("lp", "j2"), 0);
+    EXPECT_EQ(Printer("lp"),
+              "Rank   Owner      Job  Files\n\0"
+              "active alice         7  report.txt\n\0"
+              "Warning: Paper Error\n\0"
+              "1st    carol         9  a\n\0"
+              "Warning: Device offline\n\0"
+              "2nd    dave-with-a- 10  b\n\0"
+              "3rd    owner         3  j1\n\0"
+              "4th    owner         4  j2\n\0"s);
+    EXPECT_EQ(spooler().closed, 1);
+    EXPECT_EQ(LogCount("QueryPrinter called for printer lp"), 1);
+}
+
+TEST_F(StatusQueryTest, ServiceQueueAloneStartsAtFirstRank) {
+    BlockPrinting();
+    for (const char* id : {"a", "b", "c", "d", "e"}) ASSERT_EQ(ReceiveS("lp", id), 0);
+    EXPECT_EQ(Printer("lp"),
+              "Rank   Owner      Job  Files\n\0"
+              "1st                  1  a\n\0"
+              "2nd                  2  b\n\0"
+              "3rd                  3  c\n\0"
+              "4th                  4  d\n\0"
+              "5th                  5  e\n\0"s);
+}
+
+TEST_F(StatusQueryTest, PrinterWarningReplacesAllJobLines) {
+    spooler().printers["lp"].status = vx::kPrinterPaperOut | vx::kPrinterUserIntervention;
+    spooler().printers["lp"].jobs = {SpoolJob(1, "u", "d")};
+    BlockPrinting();
+    ASSERT_EQ(ReceiveS("lp", "own"), 0);
+    EXPECT_EQ(Printer("lp"), "Rank   Owner      Job  Files\n\0Warning: Device out of paper\n\0"s);
+    EXPECT_EQ(LogCount("QueryPrinter returns device out of paper for printer lp"), 1);
+
+    spooler().printers["lp"].status = vx::kPrinterUserIntervention;
+    EXPECT_EQ(Printer("lp"),
+              "Rank   Owner      Job  Files\n\0Warning: User intervention required\n\0"s);
+    EXPECT_EQ(LogCount("QueryPrinter returns user invention required for printer lp"), 1);
+
+    spooler().printers["lp"].status = vx::kPrinterPaused | vx::kPrinterError;
+    EXPECT_EQ(Printer("lp"), "Rank   Owner      Job  Files\n\0Warning: Device paused\n\0"s);
+}
+
+TEST_F(StatusQueryTest, EmptyUnknownAndFailingPrinters) {
+    EXPECT_EQ(Printer("lp"), "no entries\n\0"s);
+
+    EXPECT_EQ(Printer("nope"), "Warning: Device unknown\n\0"s);
+    EXPECT_EQ(LogCount("Error: Printer nope not found."), 1);
+
+    spooler().enumJobsFails = true;
+    spooler().closeFails = true;
+    EXPECT_EQ(Printer("lp"), "no entries\n\0"s);
+    EXPECT_EQ(LogCount("EnumJobs failed, skipping query."), 1);
+    EXPECT_EQ(LogCount("Error: ClosePrinter failed."), 1);
+}
+
+TEST_F(StatusQueryTest, LibraryQueueLinesAreSentUnderItsLock) {
+    UseLibrary();
+    FakeLibrary::Get().lines = {"first line\n", "second line\n"};
+    spooler().printers["lp"].jobs = {SpoolJob(3, "u", "doc")};
+    EXPECT_EQ(Printer("lp"),
+              "Rank   Owner      Job  Files\n\0"
+              "active u             3  doc\n\0"
+              "first line\n\0second line\n\0"s);
+    EXPECT_EQ(FakeLibrary::Get().calls, (std::vector<std::string>{"lock lp", "unlock lp"}));
+}
+
+// ---- installed printers ----
+
+// The sender's side of the dialogue: every text read is answered with reply (or "NO" for the
+// text numbered failAt). Returns the texts.
+std::vector<std::string> AnswerTexts(vxtest::LoopbackPair& pair, int failAt = -1) {
+    std::vector<std::string> texts;
+    vx::NiSetSingleRead(pair.client, true);
+    for (;;) {
+        char buffer[4096];
+        int32_t count = 0;
+        int rc = vx::NiRawRead(pair.client, buffer, sizeof buffer, 2000, &count);
+        if (rc != vx::kNiOk || count == 0) return texts;
+        texts.emplace_back(buffer, size_t(count));
+        std::string reply = int(texts.size()) - 1 == failAt ? "NO" : "OK";
+        int32_t written = 0;
+        vx::NiRawWrite(pair.client, reply.data(), int32_t(reply.size()), 2000, &written);
+        if (texts.back() == "QP finished\0"s || reply == "NO") return texts;
+    }
+}
+
+TEST_F(StatusQueryTest, InstalledPrintersAreSentTextByTextWithAcknowledgements) {
+    // Only a guard against a hang: a sender that stops answering is given up.
+    vx::g_ListenerParams.NiReadTimeout = 5000;
+    vx::g_ListenerParams.NiReadLoopBreak = 0;
+    spooler().printers["lp"].location = "Raum 101";
+    spooler().printers["lp"].driver = "Raw";
+    // A name beyond ASCII, in the host's code page; it goes out in UTF-8.
+    spooler().printers[vx::kFilePrinterBuiltIn ? "B\xC3\xBCro" : "B\xFCro"];
+    bool answered = false;
+    std::thread service([&] { answered = vx::GetInstalledPrinters(&socket_); });
+    std::vector<std::string> texts = AnswerTexts(pair_);
+    service.join();
+    EXPECT_TRUE(answered);
+    EXPECT_EQ(texts, (std::vector<std::string>{"2\n\0"s, "B\xC3\xBCro\0"s, " \0"s, " \0"s, "lp\0"s,
+                                               "Raum 101\0"s, "Raw\0"s, "QP finished\0"s}));
+    EXPECT_EQ(LogCount("Found 2 printers:"), 1);
+
+    answered = true;
+    std::thread refused([&] { answered = vx::GetInstalledPrinters(&socket_); });
+    texts = AnswerTexts(pair_, 2);
+    refused.join();
+    EXPECT_FALSE(answered);
+    EXPECT_EQ(texts.size(), 3u);
+    EXPECT_EQ(LogCount("Error: GetInstalledPrinters: Protocol error: NO"), 1);
+}
+
+// ---- against a private cupsd (Linux, CUPS_SERVER set) ----
+
+TEST_F(StatusQueryTest, StoppedCupsQueueReportsPausedWithItsJob) {
+    const char* server = getenv("CUPS_SERVER");
+    if (vx::BuiltInPrinterName() == nullptr || server == nullptr || server[0] == '\0')
+        GTEST_SKIP() << "needs a private cupsd named by CUPS_SERVER (Linux)";
+    vx::SetStatusSpoolerForTest(nullptr);
+    std::string queue = vxtest::UniqueName("sq_");
+    std::string file = DataFile("cups.txt", "held\n");
+    std::string add = "lpadmin -p " + queue +
+                      " -E -v socket://127.0.0.1:9/ -m raw && cupsdisable " + queue + " && lp -d " +
+                      queue + " " + file + " >/dev/null";
+    ASSERT_EQ(std::system(add.c_str()), 0);
+
+    std::string answer = Printer(queue.c_str());
+    std::system(("lpadmin -x " + queue).c_str());
+    EXPECT_EQ(answer, "Rank   Owner      Job  Files\n\0Warning: Device paused\n\0"s);
+    EXPECT_EQ(Printer("__default_none_such"), "Warning: Device unknown\n\0"s);
+}
+
+}  // namespace
