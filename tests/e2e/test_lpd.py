@@ -3,6 +3,7 @@ rlpr send jobs to queues of the private cupsd, and the bytes must reach the fake
 unchanged. Raw senders cover what the clients never do (several data files, a sender that goes
 away mid-file, queue and version queries). Also: a second instance on the same port, the
 scheduled restart that loses no queued job, and an orderly stop while connections are open."""
+import hashlib
 import os
 import random
 import shutil
@@ -101,7 +102,7 @@ def cups_lpd(port, queue, path, title="job"):
     env = dict(os.environ)
     env["DEVICE_URI"] = f"lpd://127.0.0.1:{port}/{queue}?reserve=none&snmp=false&contimeout=30"
     proc = subprocess.run([LPD_BACKEND, "1", "tester", title, "1", "", str(path)], env=env,
-                          stdin=subprocess.DEVNULL, capture_output=True, timeout=120)
+                          stdin=subprocess.DEVNULL, capture_output=True, timeout=600)
     assert proc.returncode == 0, proc.stderr.decode(errors="replace")[-2000:]
 
 
@@ -181,6 +182,18 @@ def test_real_clients_print_unchanged(vorlix, cups, server, tmp_path):
     assert "Command received, closing socket." in lines
     assert not [line for line in lines if line.startswith("Error: ")
                 and "icon DLL" not in line]
+
+
+def test_a_200_mb_job_arrives_unchanged(vorlix, cups, server, tmp_path):
+    s = server({"LogLevel": "1"})
+    sink = cups.sink(cp.PRINTING)
+    data = random_bytes(200 * 1024 * 1024, 7)
+    (tmp_path / "big.bin").write_bytes(data)
+    cups_lpd(s.port, cp.PRINTING, tmp_path / "big.bin")
+    jobs = sink.wait_for_jobs(1, timeout=600)
+    assert len(jobs) == 1
+    assert len(jobs[0]) == len(data)
+    assert hashlib.sha256(jobs[0]).digest() == hashlib.sha256(data).digest()
 
 
 def test_several_data_files_and_a_sender_that_goes_away(vorlix, cups, server, tmp_path):

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -258,6 +259,10 @@ int NiOsAccept(NiOsSocket listener, NiOsSocket* out, NiAddress* peer) {
         // A peer that gave up before it was taken leaves nothing to accept.
         return rc == kNiClosed ? kNiTimeout : rc;
     }
+    // Replies are single acknowledgement bytes: sent at once, not held back for the peer's
+    // delayed acknowledgement of the previous one.
+    int on = 1;
+    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     *peer = ToAddress(reinterpret_cast<sockaddr*>(&from));
     *out = static_cast<NiOsSocket>(fd);
     return kNiOk;

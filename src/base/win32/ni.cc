@@ -281,6 +281,11 @@ int NiOsAccept(NiOsSocket listener, NiOsSocket* out, NiAddress* peer) {
         return rc == kNiClosed ? kNiTimeout : rc;
     }
     if (!MakeNonBlocking(accepted.Get())) return Failed();
+    // Replies are single acknowledgement bytes: sent at once, not held back for the peer's
+    // delayed acknowledgement of the previous one.
+    BOOL on = TRUE;
+    setsockopt(accepted.Get(), IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&on),
+               sizeof on);
     *peer = ToAddress(reinterpret_cast<sockaddr*>(&from));
     *out = accepted.Release();
     return kNiOk;
