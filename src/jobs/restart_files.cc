@@ -295,30 +295,40 @@ void RestoreJob(const SavedJob& saved) {
     QueueJob(&job);
 }
 
+// Hands every record of a restart file to apply. An invalid file (a record over the size limit or
+// cut short) is reported and left where it is: false.
+template <typename Apply>
+bool ReadRestoreRecords(FILE* file, const char* path, const char* kind, Apply apply) {
+    Record r;
+    for (;;) {
+        unsigned length = 0;
+        switch (ReadRecord(file, &r, &length)) {
+            case kReadRecord:
+                apply(r);
+                continue;
+            case kReadTooLong:
+                TraceError("Invalid %s file %s.\n", kind, path);
+                return false;
+            case kReadShort:
+                TraceError("Invalid line size %u in %s file %s.\n", length, kind, path);
+                return false;
+            case kReadEnd:
+                return true;
+        }
+        return true;
+    }
+}
+
 void RestorePrinterFile(const char* path) {
     Trace(kTraceNormal, "Restoring printer file %s.\n", path);
     StreamPtr file(FsOpenStream(path, "r"));
     if (!file) return;
-    Record r;
-    SavedJob saved;
-    for (;;) {
-        unsigned length = 0;
-        switch (ReadRecord(file.get(), &r, &length)) {
-            case kReadRecord:
-                ParseJob(r, &saved);
-                RestoreJob(saved);
-                continue;
-            case kReadTooLong:
-                TraceError("Invalid printer file %s.\n", path);
-                return;
-            case kReadShort:
-                TraceError("Invalid line size %u in printer file %s.\n", length, path);
-                return;
-            case kReadEnd:
-                break;
-        }
-        break;
-    }
+    bool valid = ReadRestoreRecords(file.get(), path, "printer", [](const Record& r) {
+        SavedJob saved;
+        ParseJob(r, &saved);
+        RestoreJob(saved);
+    });
+    if (!valid) return;
     file.reset();
     RetireRestoreFile(path);
 }
@@ -334,29 +344,13 @@ void RestoreStatusFile() {
     Trace(kTraceNormal, "Restoring status file %s\n", path);
     StreamPtr file(FsOpenStream(path, "r"));
     if (!file) return;
-    Record r;
-    JobRecord status;
-    for (;;) {
-        unsigned length = 0;
-        switch (ReadRecord(file.get(), &r, &length)) {
-            case kReadRecord:
-                ParseStatus(r, &status);
-                Trace(kTraceNormal, "Restoring status %d for job %s.\n", status.Status,
-                      status.JobId);
-                if (InsertJobStatus(status) != 0)
-                    TraceError("Restoring job %s failed\n", status.JobId);
-                continue;
-            case kReadTooLong:
-                TraceError("Invalid status file %s.\n", path);
-                return;
-            case kReadShort:
-                TraceError("Invalid line size %u in status file %s.\n", length, path);
-                return;
-            case kReadEnd:
-                break;
-        }
-        break;
-    }
+    bool valid = ReadRestoreRecords(file.get(), path, "status", [](const Record& r) {
+        JobRecord status;
+        ParseStatus(r, &status);
+        Trace(kTraceNormal, "Restoring status %d for job %s.\n", status.Status, status.JobId);
+        if (InsertJobStatus(status) != 0) TraceError("Restoring job %s failed\n", status.JobId);
+    });
+    if (!valid) return;
     file.reset();
     RetireRestoreFile(path);
 }
