@@ -12,6 +12,7 @@
 #include "jobs/print_backend.h"
 #include "jobs/printer_queue.h"
 #include "jobs/printer_queues.h"
+#include "net/listener.h"
 #include "printserver/zelprsrv.h"
 
 namespace vx {
@@ -112,6 +113,12 @@ void StopService(const char* message) {
     if (g_prsrv != nullptr)
         g_prsrv->Trace(kTraceBanner, "%s", message != nullptr ? message : "Stop service.\n");
     ExitVorlix();
+    // The base libraries after the service's own state: the listening handle and the network trace.
+    if (g_ListenHandle != kNiNoHandle) {
+        NiCloseHandle(g_ListenHandle);
+        g_ListenHandle = kNiNoHandle;
+    }
+    NiTraceClose();
     if (g_StopEvent != nullptr) EvSet(g_StopEvent);
 }
 
