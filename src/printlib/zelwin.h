@@ -11,14 +11,12 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#if defined(_WIN32)
+#include "base/dll_export.h"
+
 #if defined(ZELWIN_BUILDING)
-#define ZELWIN_API __declspec(dllexport)
+#define ZELWIN_API VX_DLL_EXPORT
 #else
-#define ZELWIN_API __declspec(dllimport)
-#endif
-#else
-#define ZELWIN_API __attribute__((visibility("default")))
+#define ZELWIN_API VX_DLL_IMPORT
 #endif
 
 #ifdef __cplusplus
