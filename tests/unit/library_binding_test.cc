@@ -73,20 +73,6 @@ class LibraryBinding : public vxtest::PrsrvFixture {
     std::string Log() { return vxtest::ReadTextFile(mainLog_); }
     std::string ApiLog() { return vxtest::ReadTextFile(apiLog_); }
 
-    // True when the texts occur in the log in this order.
-    static bool InOrder(const std::string& log, std::initializer_list<std::string> texts) {
-        size_t at = 0;
-        for (const std::string& text : texts) {
-            size_t found = log.find(text, at);
-            if (found == std::string::npos) {
-                ADD_FAILURE() << "missing or out of order: " << text;
-                return false;
-            }
-            at = found + text.size();
-        }
-        return true;
-    }
-
     static std::string Name(const char* windowsName) { return vx::LibraryFileName(windowsName); }
 
     std::string mainLog_;
@@ -97,15 +83,16 @@ TEST_F(LibraryBinding, AbsentLibrariesAreReportedAndOnlyTheIconLibraryAsAnError)
     vxtest::ScratchDir empty;
     auto p = Bind(empty.Path());
     std::string log = Log();
-    EXPECT_TRUE(
-        InOrder(log, {"TOLMAPDF (64bit) not installed.\n", "No optional OCR DLL detected.\n",
-                      "No optional barcode64.dll detected.\n",
-                      "Error: No icon DLL loaded, please install zelbtmp64.dll.\n",
-                      "MainLoadDLLs completed successfully.\n"}));
+    EXPECT_TRUE(vxtest::InOrder(
+        log, {"TOLMAPDF (64bit) not installed.\n", "No optional OCR DLL detected.\n",
+              "No optional barcode64.dll detected.\n",
+              "Error: No icon DLL loaded, please install zelbtmp64.dll.\n",
+              "MainLoadDLLs completed successfully.\n"}));
     EXPECT_EQ(vxtest::CountOccurrences(log, "Error: "), 1);
     // The search begins in the executable's directory and ends in its parent.
     std::string parent = empty.Path().substr(0, empty.Path().rfind(vx::kPathSeparator));
-    EXPECT_TRUE(InOrder(log, {"Looking for file " + empty.Path() + Sep() + Name("OCR.DLL") + "\n",
+    EXPECT_TRUE(
+        vxtest::InOrder(log, {"Looking for file " + empty.Path() + Sep() + Name("OCR.DLL") + "\n",
                               "Looking for file " + parent + Sep() + Name("OCR.DLL") + "\n"}));
     // Five places for each of the three libraries that have no installation of their own.
     EXPECT_EQ(vxtest::CountOccurrences(log, "Looking for file "), 3 * 5);
@@ -146,7 +133,7 @@ TEST_F(LibraryBinding, CompleteLibrariesAreBoundAndReleased) {
 
         std::string log = Log();
         std::string pdfPath = dir + Sep() + Name("tolmapdf64.dll");
-        EXPECT_TRUE(InOrder(
+        EXPECT_TRUE(vxtest::InOrder(
             log,
             {"This is TOLMAPDF Version 3.6.14085.0 (64bit)\n", "Testing library " + pdfPath + "\n",
              "File " + pdfPath + " loaded.\n", "tolmapdf64.dll loaded.\n", "OCR DLL loaded.\n",
@@ -154,13 +141,14 @@ TEST_F(LibraryBinding, CompleteLibrariesAreBoundAndReleased) {
              "MainLoadDLLs completed successfully.\n"}));
         EXPECT_EQ(log.find("not found"), std::string::npos);
         EXPECT_EQ(log.find("Error: "), std::string::npos);
-        EXPECT_TRUE(InOrder(
+        EXPECT_TRUE(vxtest::InOrder(
             ApiLog(), {"SetDllDirectory(" + dir + ")\n", "LoadLibraryEx(" + pdfPath + ") = "}));
     }
     // The modules go after the list manager and before the locks.
     std::string api = ApiLog();
     EXPECT_EQ(vxtest::CountOccurrences(api, "FreeLibrary("), 4);
-    EXPECT_TRUE(InOrder(api, {"delete listManager(", "FreeLibrary(", "DeleteCriticalSection("}));
+    EXPECT_TRUE(
+        vxtest::InOrder(api, {"delete listManager(", "FreeLibrary(", "DeleteCriticalSection("}));
 }
 
 TEST_F(LibraryBinding, FaultyLibrariesAreBoundAsFarAsTheyGo) {
@@ -179,7 +167,7 @@ TEST_F(LibraryBinding, FaultyLibrariesAreBoundAsFarAsTheyGo) {
     EXPECT_EQ(libs.icon.GetZELBitmap, nullptr);
 
     std::string log = Log();
-    EXPECT_TRUE(InOrder(
+    EXPECT_TRUE(vxtest::InOrder(
         log,
         {"This is TOLMAPDF Version 3.6.16064.0 (64bit)\n", "tolmapdf64.dll loaded.\n",
          "Error: GetProcAddress failed: ", "tolmapdf64.dll not useable: 'SavePDFFile' not found.\n",
@@ -198,7 +186,8 @@ TEST_F(LibraryBinding, PdfProductWithAnotherVersionCountsAsNotInstalled) {
     EXPECT_FALSE(p->Libraries().pdf.module.Loaded());
     EXPECT_STREQ(p->PdfProductDirectory(), "");
     std::string log = Log();
-    EXPECT_TRUE(InOrder(log, {"TOLMAPDF (64bit) not installed\n",
+    EXPECT_TRUE(
+        vxtest::InOrder(log, {"TOLMAPDF (64bit) not installed\n",
                               "Error: Version 3.6.99999.0 of pdfprint.dll is not compatible.\n",
                               "TOLMAPDF (64bit) not installed.\n"}));
     EXPECT_EQ(ApiLog().find("SetDllDirectory("), std::string::npos);

@@ -6,8 +6,22 @@
 #include <string>
 
 #include "base/ni.h"
+#include "net/listener.h"
 
 namespace vxtest {
+
+// The listener parameters at their defaults: reads and writes wait as long as it takes, the spin
+// phase lasts a second, replies end with their NUL.
+inline void UseDefaultListenerParams() {
+    vx::ListenerParams& p = vx::g_ListenerParams;
+    p.NiReadTimeout = -1;
+    p.NiReadLoopBreak = -1;
+    p.NiWriteTimeout = -1;
+    p.NiAcceptTimeout = 5000;
+    p.NiSpinReadTime = 1000;
+    p.LPDPort = 515;
+    p.send_with_null = 1;
+}
 
 struct LoopbackPair {
     vx::NiHandle listener = vx::kNiNoHandle;

@@ -44,12 +44,7 @@ class LpdReceiveFixture : public vxtest::PrsrvFixture {
         PrsrvFixture::SetUp();
         ASSERT_EQ(vx::NiInit(vx::kNiMaxHandles), vx::kNiOk);
         Seed("LogLevel", "9");
-        vx::ListenerParams& p = vx::g_ListenerParams;
-        p.NiReadTimeout = -1;
-        p.NiReadLoopBreak = -1;
-        p.NiWriteTimeout = -1;
-        p.NiSpinReadTime = 1000;
-        p.send_with_null = 1;
+        vxtest::UseDefaultListenerParams();
         prsrv_ = Make();
         vx::g_prsrv = prsrv_.get();
         temp_ = prsrv_->TempDirectory();

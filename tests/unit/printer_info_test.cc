@@ -100,19 +100,6 @@ class PrinterInfo : public vxtest::PrsrvFixture {
     }
     std::string Log() { return vxtest::ReadTextFile(mainLog_); }
 
-    static bool InOrder(const std::string& log, std::initializer_list<std::string> texts) {
-        size_t at = 0;
-        for (const std::string& text : texts) {
-            size_t found = log.find(text, at);
-            if (found == std::string::npos) {
-                ADD_FAILURE() << "missing or out of order: " << text;
-                return false;
-            }
-            at = found + text.size();
-        }
-        return true;
-    }
-
     void ExpectSpoolerPort(const std::string& printer);
     void ExpectTrayMapping(const std::string& printer, const vx::SpoolerDeviceItem& bin);
     void ExpectSettingsReport(const std::string& printer);
@@ -288,11 +275,13 @@ void PrinterInfo::ExpectTrayMapping(const std::string& printer, const vx::Spoole
         EXPECT_EQ(p->FindConfiguredTray(kUnknownPrinter, 3), -1);
     }
     std::string log = Log();
-    EXPECT_TRUE(InOrder(log, {"Found configured tray ID 260 for printer " + printer + "\n",
+    EXPECT_TRUE(
+        vxtest::InOrder(log, {"Found configured tray ID 260 for printer " + printer + "\n",
                               "ZEL ID = 3  Tray ID = 260\n",
                               "No configured tray ID found for printer " + printer + "\n"}));
     // The tray entries go before the printer list at the end.
-    EXPECT_TRUE(InOrder(log, {"(TrayInfo) in file zelprsrv", "(MyPrinters) in file zelprsrv"}));
+    EXPECT_TRUE(
+        vxtest::InOrder(log, {"(TrayInfo) in file zelprsrv", "(MyPrinters) in file zelprsrv"}));
 }
 
 TEST_F(PrinterInfo, PrinterSettingsReportListsWhatTheDriverSays) {
@@ -308,7 +297,7 @@ void PrinterInfo::ExpectSettingsReport(const std::string& printer) {
     auto p = Open();
     p->ReportPrinterSettings(printer.c_str(), 1);
     std::string log = Log();
-    EXPECT_TRUE(InOrder(
+    EXPECT_TRUE(vxtest::InOrder(
         log, {"Printer settings for printer " + printer + ":\n", "Printer name: " + printer + "\n",
               "Paper formats:\n", "Driver files:\n", "PDLs:\n",
               "Color Printer: ", "Maximum number of copies: ", "Printer driver version: ",

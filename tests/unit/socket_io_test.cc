@@ -26,14 +26,7 @@ class NetFixture : public vxtest::PrsrvFixture {
         PrsrvFixture::SetUp();
         ASSERT_EQ(vx::NiInit(vx::kNiMaxHandles), vx::kNiOk);
         Seed("LogLevel", "9");
-        vx::ListenerParams& p = vx::g_ListenerParams;
-        p.NiReadTimeout = -1;
-        p.NiReadLoopBreak = -1;
-        p.NiWriteTimeout = -1;
-        p.NiAcceptTimeout = 5000;
-        p.NiSpinReadTime = 1000;
-        p.LPDPort = 515;
-        p.send_with_null = 1;
+        vxtest::UseDefaultListenerParams();
         vx::LastNetError = 0;
     }
 

@@ -149,12 +149,7 @@ class StatusQueryTest : public vxtest::JobsFixture {
     void SetUp() override {
         JobsFixture::SetUp();
         ASSERT_EQ(vx::NiInit(vx::kNiMaxHandles), vx::kNiOk);
-        vx::ListenerParams& p = vx::g_ListenerParams;
-        p.NiReadTimeout = -1;
-        p.NiReadLoopBreak = -1;
-        p.NiWriteTimeout = -1;
-        p.NiSpinReadTime = 1000;
-        p.send_with_null = 1;
+        vxtest::UseDefaultListenerParams();
         spooler().Reset();
         spooler().printers["lp"];
         vx::SetStatusSpoolerForTest(FakeSpooler::Table());

@@ -1,5 +1,7 @@
 #include "test_support.h"
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -95,6 +97,23 @@ int CountOccurrences(const std::string& haystack, const std::string& needle) {
          pos = haystack.find(needle, pos + needle.size()))
         ++count;
     return count;
+}
+
+}  // namespace vxtest
+
+namespace vxtest {
+
+bool InOrder(const std::string& text, std::initializer_list<std::string> texts) {
+    size_t at = 0;
+    for (const std::string& wanted : texts) {
+        size_t found = text.find(wanted, at);
+        if (found == std::string::npos) {
+            ADD_FAILURE() << "missing or out of order: " << wanted;
+            return false;
+        }
+        at = found + wanted.size();
+    }
+    return true;
 }
 
 }  // namespace vxtest

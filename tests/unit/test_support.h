@@ -1,6 +1,7 @@
 // Helpers shared by the unit tests: scratch directories, file contents, unique names.
 #pragma once
 
+#include <initializer_list>
 #include <string>
 
 namespace vxtest {
@@ -36,6 +37,9 @@ void UseScratchEnvironment();
 
 // Sets an environment variable for this process (empty value: removes it).
 void SetEnv(const std::string& name, const std::string& value);
+
+// True when the texts occur in the text in this order; a missing one is reported as a failure.
+bool InOrder(const std::string& text, std::initializer_list<std::string> texts);
 
 // Number of times needle occurs in haystack.
 int CountOccurrences(const std::string& haystack, const std::string& needle);
