@@ -3,6 +3,7 @@
 #include "net/listener.h"
 
 #include <cstring>
+#include <limits>
 
 #include "base/syserror.h"
 #include "base/text.h"
@@ -20,8 +21,11 @@ constexpr int32_t kDefaultLpdPort = 515;
 constexpr size_t kHostNameSize = 100;
 
 // Settings give time-outs in hundredths of a second; 0 and negative values keep their meaning.
+// A value whose milliseconds do not fit the 32-bit time-out waits the longest time that does.
 int32_t HundredthsToMs(int32_t value) {
-    return value > 0 ? value * 10 : value;
+    constexpr int32_t kLongest = std::numeric_limits<int32_t>::max();
+    if (value <= 0) return value;
+    return value > kLongest / 10 ? kLongest : value * 10;
 }
 
 // "LPDPort" as a 16-bit port; a stored 0 means the LPD port.

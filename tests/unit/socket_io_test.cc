@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdint>
 #include <string>
 #include <thread>
 
@@ -99,6 +100,18 @@ TEST_F(NetFixture, MissingParametersTakeTheirDefaultsAndPortsAreSixteenBits) {
     EXPECT_EQ(p.NiSpinReadTime, 1000);
     EXPECT_EQ(p.LPDPort, 70000 - 65536);
     EXPECT_EQ(p.send_with_null, 0);
+}
+
+TEST_F(NetFixture, TimeOutsTooLongForMillisecondsWaitTheLongestTimeInstead) {
+    Seed("NiReadTimeout", "214748364");  // the largest that still fits
+    Seed("NiWriteTimeout", "214748365");
+    Seed("NiSpinReadTime", "0x7FFFFFFF");
+    Start();
+    vx::ReadListenerParams(*prsrv_);
+    const vx::ListenerParams& p = vx::g_ListenerParams;
+    EXPECT_EQ(p.NiReadTimeout, 2147483640);
+    EXPECT_EQ(p.NiWriteTimeout, INT32_MAX);
+    EXPECT_EQ(p.NiSpinReadTime, INT32_MAX);
 }
 
 TEST_F(NetFixture, InitNetworkOpensTheNetworkTraceOnlyWhenAsked) {
