@@ -59,8 +59,9 @@ int CallPrintFile(const JobInfo& job) {
 int PrintJob(const JobInfo& job) {
     Trace(kTraceDetail, "Printing job %s for owner %s\n", job.FileName, job.Owner);
     int rc;
+    // Only a positive TestMode counts jobs; zero and negative values print every job.
     int32_t testMode = g_Options.TestMode;
-    if (testMode != 0)
+    if (testMode > 0)
         rc = TestModeFails(testMode) ? ZEL_RC_DEVICE : CallPrintFile(job);
     else if (g_Options.LogTimeCheck != 0)
         rc = TimedPrintFile(job);

@@ -15,8 +15,8 @@ int JobRegistryRoot();
 // Hands the job to PrintFile once, as it stands. Returns the library's rc.
 int CallPrintFile(const JobInfo& job);
 
-// Prints the job (or, in test mode, fails every TestMode-th job with a device error without
-// printing it) and records the outcome of an extended-protocol job in the status list.
+// Prints the job (or, with a positive TestMode, fails every TestMode-th job with a device error
+// without printing it) and records the outcome of an extended-protocol job in the status list.
 int PrintJob(const JobInfo& job);
 
 // Starts the test-mode count again from 0, as at start-up.

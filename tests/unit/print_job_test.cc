@@ -116,6 +116,15 @@ TEST_F(PrintJobTest, TestModeFailsEveryNthJobWithoutPrintingIt) {
     EXPECT_EQ(fake().PrintedIds(), (Ids{"1", "2", "4", "5", "7", "8"}));
 }
 
+TEST_F(PrintJobTest, NegativeTestModePrintsEveryJob) {
+    g_Options.TestMode = -2;
+    std::vector<int> rcs;
+    for (int i = 1; i <= 4; ++i)
+        rcs.push_back(PrintJob(Fill("x", nullptr, 'U', std::to_string(i))));
+    EXPECT_EQ(rcs, (std::vector<int>{0, 0, 0, 0}));
+    EXPECT_EQ(fake().PrintedIds(), (Ids{"1", "2", "3", "4"}));
+}
+
 TEST_F(PrintJobTest, DeviceErrorsWalkTheStatusUntilTheLastRetryEndsTheJob) {
     JobInfo job = ReceivedS("walk");
     JobInfo fine = ReceivedS("fine");
