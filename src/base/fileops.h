@@ -49,6 +49,19 @@ int FsListDirectory(const char* dir, DirVisitor visit, void* context);
 // flush) is honoured where the system supports it and ignored elsewhere.
 FILE* FsOpenStream(const char* path, const char* mode);
 
+// Creates a new file for binary writing, failing when the name exists already (O_EXCL /
+// CREATE_NEW): two writers can never end up in one file. Null on failure; *exists tells whether
+// the name was taken (may be null).
+FILE* FsCreateNewStream(const char* path, bool* exists);
+
+// Writes what the stream holds through to the disk (fflush, then fsync / FlushFileBuffers).
+// 0 or -1.
+int FsFlushToDisk(FILE* stream);
+
+// Makes the directory's entries (files created, renamed or removed in it) durable. 0 or -1;
+// a no-op where the system keeps directory entries with the files.
+int FsSyncDirectory(const char* dir);
+
 struct StreamCloser {
     void operator()(FILE* f) const {
         if (f != nullptr) fclose(f);

@@ -1,9 +1,12 @@
 #include "jobs/job_status_list.h"
 
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "base/text.h"
 #include "config/option_globals.h"
+#include "jobs/job_journal.h"
 #include "jobs/job_lists.h"
 #include "jobs/list_lock.h"
 #include "jobs/print_job.h"
@@ -37,6 +40,31 @@ bool IsFinal(int32_t status) {
 void SetStatus(JobRecord* record, int32_t status, const char* text) {
     record->Status = status;
     CopyText(record->StatusText, text);
+}
+
+// Data files of finished jobs whose final status has not been asked for yet. Guarded by the
+// status list's lock.
+struct WaitingFile {
+    std::string jobId;
+    std::string printer;
+    std::string path;
+};
+std::vector<WaitingFile>& WaitingFiles() {
+    static std::vector<WaitingFile>* files = new std::vector<WaitingFile>;
+    return *files;
+}
+
+// Takes the waiting file of a job out of the list; "" when it has none. The list lock is held.
+std::string TakeWaitingFile(const char* printer, const char* jobId) {
+    std::vector<WaitingFile>& files = WaitingFiles();
+    for (auto it = files.begin(); it != files.end(); ++it) {
+        if (it->jobId == jobId && it->printer == printer) {
+            std::string path = std::move(it->path);
+            files.erase(it);
+            return path;
+        }
+    }
+    return std::string();
 }
 
 }  // namespace
@@ -105,11 +133,26 @@ int RecordPrintOutcome(const char* printer, const char* jobId, int rc) {
     return rc;
 }
 
+bool KeepFileForStatusQuery(const char* printer, const char* jobId, const char* dataFile) {
+    if (printer == nullptr || jobId == nullptr || dataFile == nullptr) return false;
+    JobKey key{jobId, printer};
+    JobRecord record{};
+    int32_t index = 0;
+    ListLockHold hold(g_JobStatusList);
+    if (!hold.Held() || FindElement(g_JobStatusList, MatchJobKey, &index, &key, &record, 0) != 0 ||
+        !IsFinal(record.Status))
+        return false;
+    TakeWaitingFile(printer, jobId);
+    WaitingFiles().push_back(WaitingFile{jobId, printer, dataFile});
+    return true;
+}
+
 void AnswerJobStatusQuery(const char* printer, const char* jobId, JobStatusAnswer* answer) {
     if (answer == nullptr) return;
     memset(answer, 0, sizeof *answer);
     if (printer == nullptr) printer = "";
     if (jobId == nullptr) jobId = "";
+    std::string waitingFile;
     {
         JobKey key{jobId, printer};
         int32_t index = 0;
@@ -124,14 +167,19 @@ void AnswerJobStatusQuery(const char* printer, const char* jobId, JobStatusAnswe
             Trace(kTraceDetail, "Delete job %s from status list %i, status = %i\n", jobId,
                   g_JobStatusList, answer->record.Status);
             DeleteElementAtIndex(g_JobStatusList, index, 0);
+            waitingFile = TakeWaitingFile(printer, jobId);
             if (answer->record.Status == kJobError)
                 TraceError("Found job error for job %s on printer %s\n", jobId, printer);
             answer->outcome = kStatusFinal;
             answer->word = word;
-            return;
         } else {
             TraceError("Unexpected status %i for job %s\n", answer->record.Status, jobId);
         }
+    }
+    if (answer->word != nullptr) {
+        // A final status was reported: a file kept for the query goes now.
+        if (!waitingFile.empty()) ReleaseFinishedJobFiles(waitingFile.c_str());
+        return;
     }
     memset(&answer->record, 0, sizeof answer->record);
     int32_t reportUnknown =

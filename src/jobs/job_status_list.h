@@ -35,6 +35,11 @@ int FindJobStatus(const char* printer, const char* jobId, JobRecord* out);
 // other result. Returns rc, or kPrintRetriesExhausted when the device error was the last retry.
 int RecordPrintOutcome(const char* printer, const char* jobId, int rc);
 
+// A finished job's data file is kept until the status query of its entry has been answered: true
+// when the job has an entry with a final status, whose query will then delete the file; false
+// when no entry waits (the caller deletes the file at once).
+bool KeepFileForStatusQuery(const char* printer, const char* jobId, const char* dataFile);
+
 // What a status query answers for a job.
 enum JobStatusOutcome {
     kStatusFinal = 0,         // final status (0, 4, 5) reported and the record removed

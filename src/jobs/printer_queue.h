@@ -26,6 +26,9 @@ struct JobInfo {
     int32_t OwnThread;   // printed by a thread of its own; the receiver waits for it
     int32_t SetupAgain;  // kept first in the queue after a device error
     EventHandle hEvent;  // named with the JobId, only for jobs printed by their own thread
+    // The data file was received by the service: it has a journal beside it and is deleted when
+    // the job is final. Zero for local files printed on request, which are never deleted.
+    int32_t ReceivedFile;
 };
 
 struct PrinterQueue {

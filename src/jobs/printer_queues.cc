@@ -2,12 +2,14 @@
 
 #include <atomic>
 #include <cstring>
+#include <vector>
 
 #include "base/text.h"
 #include "config/option_globals.h"
 #include "config/process_state.h"
 #include "jobs/job_context.h"
 #include "jobs/job_info.h"
+#include "jobs/job_journal.h"
 #include "jobs/job_lists.h"
 #include "jobs/job_threads.h"
 #include "jobs/list_lock.h"
@@ -142,9 +144,12 @@ void FinishJob(ListId jobs, JobInfo job, int rc) {
     int result;
     if (job.Protocol == 'U' || !deviceError) {
         result = DeleteFirstElement(jobs, 1);
+        if (result == 0) RetireJobFiles(job);
     } else {
         job.SetupAgain = 1;
         result = ReplaceElementAtIndex(jobs, 0, &job, 1);
+        // A crash before the restart must not forget that the job is being set up again.
+        if (result == 0) UpdateJobJournal(job);
     }
     if (deviceError) g_StopReason = kStopDeviceContext;
     if (result != 0) TraceError("Error deleting job from list %i\n", jobs);
@@ -167,24 +172,55 @@ int HandOver(JobInfo* job) {
     return job->hEvent != nullptr ? PrintOnOwnThread(*job) : QueueJob(job);
 }
 
-}  // namespace
-
-int ProcessJob(JobRecord* record, char protocol) {
+// Fills the queued record of a received job and writes its journal. 0, or -1 with nothing left.
+int PrepareReceivedJob(JobRecord* record, char protocol, JobInfo* job) {
     if (record == nullptr) return -1;
     Trace(kTraceDetail, "Start processing %c protocol job %s\n", protocol, record->JobId);
     JobContext* context = record->Context;
     const char* owner = g_Options.ZELUserAsOwner != 0 ? record->Owner : nullptr;
-    JobInfo job;
     if (context == nullptr ||
         FillJobInfo(record->PrinterName, context->FileName, record->JobId, owner, context->Title,
                     record->Copies, record->PrintParam1, record->PrintParam2, record->NoStatusFlag,
-                    protocol, 0, 0, &job) == 0) {
+                    protocol, 0, 0, job) == 0) {
         TraceError("Cannot fill job info for job %s on printer %s\n", record->JobId,
                    record->PrinterName);
         return -1;
     }
-    context->WideData = job.WideData;
-    return HandOver(&job);
+    context->WideData = job->WideData;
+    job->ReceivedFile = 1;
+    if (WriteJobJournal(*job) != 0) {
+        TraceError("Job %s for printer %s refused: it cannot be kept safe\n", record->JobId,
+                   record->PrinterName);
+        if (job->hEvent != nullptr) EvClose(job->hEvent);
+        return -1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int ProcessJob(JobRecord* record, char protocol) {
+    return ProcessJobs(&record, 1, protocol);
+}
+
+int ProcessJobs(JobRecord* const* records, int count, char protocol) {
+    if (records == nullptr || count <= 0) return -1;
+    std::vector<JobInfo> jobs(static_cast<size_t>(count));
+    for (int i = 0; i < count; ++i) {
+        if (PrepareReceivedJob(records[i], protocol, &jobs[static_cast<size_t>(i)]) == 0) continue;
+        // All or none: the ones prepared already are taken back.
+        for (int j = 0; j < i; ++j) {
+            JobInfo& prepared = jobs[static_cast<size_t>(j)];
+            RemoveJobJournal(prepared);
+            if (prepared.hEvent != nullptr) EvClose(prepared.hEvent);
+        }
+        return -1;
+    }
+    // From here on every job is safe: one that cannot be queued now comes back at the next start.
+    int rc = 0;
+    for (JobInfo& job : jobs)
+        if (HandOver(&job) != 0) rc = -1;
+    return rc;
 }
 
 int ProcessFile(const char* printer, const char* fileName, const char* jobId, int32_t copies,
@@ -222,6 +258,7 @@ int QueueJob(JobInfo* job) {
                 TraceError("Invalid printer name %s. Job not queued.\n", job->PrinterName);
                 // The print library still sees the job, so that it reports the failure for it.
                 CallPrintFile(*job);
+                RetireJobFiles(*job);
                 return -1;
             }
             if (CreatePrinterQueue(job->PrinterName, &queue) != 0) return -1;
@@ -263,6 +300,7 @@ void PrintJobThread(JobInfo job) {
     // Without OwnThread the receiver goes on while the job prints.
     if (job.OwnThread == 0) EvSet(job.hEvent);
     PrintJob(job);
+    RetireJobFiles(job);
     if (job.OwnThread != 0) EvSet(job.hEvent);
 }
 

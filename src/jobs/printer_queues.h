@@ -14,8 +14,15 @@ namespace vx {
 constexpr int32_t kPrinterJobListCapacity = 200;
 
 // A received job (its context names the data file and title) with protocol 'U' (LPD) or 'S'
-// (extended protocol). Copies WideData into the job's context. 0, or -1 when the job was dropped.
+// (extended protocol). Copies WideData into the job's context. The job's journal is written
+// before it is handed over. 0, or -1 when the job was dropped.
 int ProcessJob(JobRecord* record, char protocol);
+
+// Several received jobs at once, all or none: each is filled and journaled first, and only when
+// every one is safe are they handed over in order, so that one acknowledgement to the sender
+// covers them all. 0, or -1 when none was taken (no journal is left; the data files are the
+// caller's).
+int ProcessJobs(JobRecord* const* records, int count, char protocol);
 
 // The print-file entry point: a local file printed as an LPD job. With ownThread set (or
 // ProcessingMode 0) it is printed by a thread of its own and the call returns when it has printed

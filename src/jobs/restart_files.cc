@@ -10,12 +10,14 @@
 #include "base/text.h"
 #include "config/option_globals.h"
 #include "jobs/job_info.h"
+#include "jobs/job_journal.h"
 #include "jobs/job_lists.h"
 #include "jobs/job_record.h"
 #include "jobs/job_status_list.h"
 #include "jobs/list_lock.h"
 #include "jobs/printer_queue.h"
 #include "jobs/printer_queues.h"
+#include "jobs/restart_record.h"
 #include "printserver/zelprsrv.h"
 
 namespace vx {
@@ -24,110 +26,8 @@ namespace {
 
 constexpr const char* kPrinterFilePrefix = "prnl";
 constexpr const char* kRestartFileExtension = ".dbd";
-// Written first under this suffix and renamed into place, so that a crash while saving never
-// leaves a half-written restart file.
-constexpr const char* kTemporarySuffix = ".tmp";
 
 // ---- writing ----
-
-struct Record {
-    char data[kMaxRestartRecord + 1];
-    size_t length;
-};
-
-void PutString(Record* r, const char* text) {
-    size_t room = sizeof r->data - r->length;
-    if (room == 0) return;
-    size_t n = strnlen(text, room - 1);
-    memcpy(r->data + r->length, text, n);
-    r->data[r->length + n] = '\0';
-    r->length += n + 1;
-}
-
-void PutByte(Record* r, char c) {
-    if (r->length < sizeof r->data) r->data[r->length++] = c;
-}
-
-void PutTrailer(Record* r, const char* trailer) {
-    size_t n = strlen(trailer);
-    if (n > sizeof r->data - r->length) n = sizeof r->data - r->length;
-    memcpy(r->data + r->length, trailer, n);
-    r->length += n;
-}
-
-// One restart file being written under its temporary name.
-class RestartFileWriter {
-  public:
-    explicit RestartFileWriter(const char* path) {
-        CopyText(path_, path);
-        FormatText(temporary_, sizeof temporary_, "%s%s", path, kTemporarySuffix);
-        file_.reset(FsOpenStream(temporary_, "w"));
-    }
-    ~RestartFileWriter() {
-        // Not committed: the temporary file goes, the previous file stays as it was.
-        if (file_) {
-            file_.reset();
-            FsRemove(temporary_);
-        }
-    }
-    RestartFileWriter(const RestartFileWriter&) = delete;
-    RestartFileWriter& operator=(const RestartFileWriter&) = delete;
-
-    bool Open() const { return file_ != nullptr; }
-
-    // The length field ("%.5u" for jobs, "%.5d" for statuses: the same digits), then the bytes.
-    void Write(const Record& r) {
-        if (!file_) return;
-        fprintf(file_.get(), "%.5u", static_cast<unsigned>(r.length));
-        fwrite(r.data, 1, r.length, file_.get());
-    }
-
-    // Closes the file and moves it into place. 0 or -1.
-    int Commit() {
-        if (!file_) return -1;
-        bool ok = ferror(file_.get()) == 0;
-        ok = fclose(file_.release()) == 0 && ok;
-        if (ok && FsReplace(temporary_, path_) == 0) return 0;
-        FsRemove(temporary_);
-        TraceError("Cannot write restart file %s\n", path_);
-        return -1;
-    }
-
-  private:
-    char path_[kMaxPath];
-    char temporary_[kMaxPath + 8];
-    StreamPtr file_;
-};
-
-void JobToRecord(const JobInfo& job, Record* r) {
-    r->length = 0;
-    PutString(r, job.PrinterName);
-    PutString(r, job.Owner);
-    PutString(r, job.Title);
-    // A blank would end the file name when the record is read back.
-    char fileName[kMaxPath];
-    CopyText(fileName, job.FileName);
-    for (char* c = fileName; *c != '\0'; ++c)
-        if (*c == ' ') *c = '?';
-    PutString(r, fileName);
-    PutString(r, job.JobId);
-    PutByte(r, job.Protocol == 'S' && job.NoStatusFlag != 0 ? 'N' : job.Protocol);
-    char trailer[40];
-    FormatText(trailer, sizeof trailer, " %.5d %.5d\n", job.Copies, job.SetupAgain);
-    PutTrailer(r, trailer);
-}
-
-void StatusToRecord(const JobRecord& status, Record* r) {
-    r->length = 0;
-    PutString(r, status.JobId);
-    PutString(r, status.Owner);
-    PutString(r, status.PrinterName);
-    PutString(r, status.StatusText);
-    char trailer[48];
-    FormatText(trailer, sizeof trailer, " %.5d %.5d %.5d\n", status.PrintParam1, status.Status,
-               status.Copies);
-    PutTrailer(r, trailer);
-}
 
 void SavePrinterQueue(const PrinterQueue& queue) {
     char path[kMaxPath];
@@ -139,7 +39,7 @@ void SavePrinterQueue(const PrinterQueue& queue) {
     {
         ListLockHold hold(queue.JobListId);
         void* data = nullptr;
-        Record r;
+        RestartRecord r;
         for (int rc = GetFirstElement(queue.JobListId, &data, 0); rc == 0 && data != nullptr;
              rc = GetNextElement(queue.JobListId, &data, 0)) {
             JobToRecord(*static_cast<const JobInfo*>(data), &r);
@@ -165,7 +65,7 @@ void SaveStatusList() {
     FormatText(path, sizeof path, "%s%s", JobBaseDirectory(), kStatusFileName);
     RestartFileWriter writer(path);
     if (!writer.Open()) return;
-    Record r;
+    RestartRecord r;
     for (const JobRecord& status : statuses) {
         // Jobs still printing are in a printer file and get status 3 again when restored.
         if (status.Status == kJobPrinting) continue;
@@ -179,77 +79,6 @@ void SaveStatusList() {
 
 // ---- reading ----
 
-enum ReadResult { kReadRecord, kReadEnd, kReadTooLong, kReadShort };
-
-// Reads one record into r (terminated after its bytes). *announced is the length field.
-ReadResult ReadRecord(FILE* file, Record* r, unsigned* announced) {
-    char field[6] = {};
-    size_t got = fread(field, 1, 5, file);
-    if (got == 0) return kReadEnd;
-    unsigned length = 0;
-    bool digits = got == 5;
-    for (size_t i = 0; digits && i < 5; ++i) digits = isdigit(static_cast<unsigned char>(field[i]));
-    if (!digits || sscanf(field, "%5u", &length) != 1 || length > kMaxRestartRecord)
-        return kReadTooLong;
-    *announced = length;
-    r->length = fread(r->data, 1, length, file);
-    r->data[r->length] = '\0';
-    return r->length < length ? kReadShort : kReadRecord;
-}
-
-// Takes the next NUL-terminated string of the record, cut to maxChars.
-void TakeString(const Record& r, size_t* at, char* out, size_t cap, size_t maxChars) {
-    const char* start = r.data + *at;
-    size_t rest = *at < r.length ? r.length - *at : 0;
-    size_t n = strnlen(start, rest);
-    CopyTextN(out, cap, start, n < maxChars ? n : maxChars);
-    *at += n < rest ? n + 1 : n;
-}
-
-struct SavedJob {
-    char printer[257];
-    char owner[13];
-    char title[101];
-    char fileName[kMaxPath];
-    char jobId[51];
-    char protocol;
-    int32_t noStatus;
-    int copies;
-    int setupAgain;
-};
-
-void ParseJob(const Record& r, SavedJob* job) {
-    memset(job, 0, sizeof *job);
-    size_t at = 0;
-    TakeString(r, &at, job->printer, sizeof job->printer, 256);
-    TakeString(r, &at, job->owner, sizeof job->owner, 12);
-    TakeString(r, &at, job->title, sizeof job->title, 100);
-    TakeString(r, &at, job->fileName, sizeof job->fileName, 259);
-    TakeString(r, &at, job->jobId, sizeof job->jobId, 50);
-    for (char* c = job->fileName; *c != '\0'; ++c)
-        if (*c == '?') *c = ' ';
-    job->protocol = at < r.length ? r.data[at++] : 'U';
-    if (job->protocol == 'N') {
-        job->protocol = 'S';
-        job->noStatus = 1;
-    }
-    if (at < r.length) sscanf(r.data + at, "%5d %5d", &job->copies, &job->setupAgain);
-}
-
-void ParseStatus(const Record& r, JobRecord* status) {
-    memset(status, 0, sizeof *status);
-    size_t at = 0;
-    TakeString(r, &at, status->JobId, sizeof status->JobId, 50);
-    TakeString(r, &at, status->Owner, sizeof status->Owner, 12);
-    TakeString(r, &at, status->PrinterName, sizeof status->PrinterName, 256);
-    TakeString(r, &at, status->StatusText, sizeof status->StatusText, 80);
-    int param1 = 0, value = 0, copies = 0;
-    if (at < r.length) sscanf(r.data + at, "%5d %5d %5d", &param1, &value, &copies);
-    status->PrintParam1 = param1;
-    status->Status = value;
-    status->Copies = copies;
-}
-
 int32_t GlobalSetting(const char* name) {
     return g_prsrv != nullptr ? g_prsrv->GetGlobalInt(name, 0) : 0;
 }
@@ -262,15 +91,23 @@ void RetireRestoreFile(const char* path) {
         g_prsrv->RenameWithTimeStamp(path);
 }
 
-void RestoreJob(const SavedJob& saved) {
+// Puts a saved job back into its queue. fromJournal: the job comes from its journal (the
+// process died before it could save its queues), which also keeps its print parameters.
+void RestoreJob(const SavedJob& saved, bool fromJournal) {
     JobInfo job;
+    int32_t param1 = fromJournal ? saved.param1 : 0;
+    int32_t param2 = fromJournal ? saved.param2 : 0;
     if (FillJobInfo(saved.printer, saved.fileName, saved.jobId, saved.owner, saved.title,
-                    saved.copies, 0, 0, saved.noStatus, saved.protocol, 0, saved.setupAgain,
-                    &job) == 0) {
+                    saved.copies, param1, param2, saved.noStatus, saved.protocol, 0,
+                    saved.setupAgain, &job) == 0) {
         TraceError("Restoring job %s for printer %s failed.\n", saved.jobId, saved.printer);
         TraceError("File %s missing.\n", saved.fileName);
+        // A journal without its data file has nothing left to print.
+        if (fromJournal) ReleaseFinishedJobFiles(saved.fileName);
         return;
     }
+    // Only a job the service received has a journal; its file goes when the job is final.
+    job.ReceivedFile = fromJournal || HasJobJournal(saved.fileName) ? 1 : 0;
     // Restored jobs always go to a queue: an event made for the own-thread road is not needed.
     if (job.hEvent != nullptr) EvClose(job.hEvent);
     job.hEvent = nullptr;
@@ -299,10 +136,10 @@ void RestoreJob(const SavedJob& saved) {
 // cut short) is reported and left where it is: false.
 template <typename Apply>
 bool ReadRestoreRecords(FILE* file, const char* path, const char* kind, Apply apply) {
-    Record r;
+    RestartRecord r;
     for (;;) {
         unsigned length = 0;
-        switch (ReadRecord(file, &r, &length)) {
+        switch (ReadRestartRecord(file, &r, &length)) {
             case kReadRecord:
                 apply(r);
                 continue;
@@ -319,15 +156,17 @@ bool ReadRestoreRecords(FILE* file, const char* path, const char* kind, Apply ap
     }
 }
 
-void RestorePrinterFile(const char* path) {
+void RestorePrinterFile(const char* path, std::vector<std::string>* restoredFiles) {
     Trace(kTraceNormal, "Restoring printer file %s.\n", path);
     StreamPtr file(FsOpenStream(path, "r"));
     if (!file) return;
-    bool valid = ReadRestoreRecords(file.get(), path, "printer", [](const Record& r) {
-        SavedJob saved;
-        ParseJob(r, &saved);
-        RestoreJob(saved);
-    });
+    bool valid =
+        ReadRestoreRecords(file.get(), path, "printer", [restoredFiles](const RestartRecord& r) {
+            SavedJob saved;
+            ParseJob(r, &saved);
+            restoredFiles->emplace_back(saved.fileName);
+            RestoreJob(saved, false);
+        });
     if (!valid) return;
     file.reset();
     RetireRestoreFile(path);
@@ -344,7 +183,7 @@ void RestoreStatusFile() {
     Trace(kTraceNormal, "Restoring status file %s\n", path);
     StreamPtr file(FsOpenStream(path, "r"));
     if (!file) return;
-    bool valid = ReadRestoreRecords(file.get(), path, "status", [](const Record& r) {
+    bool valid = ReadRestoreRecords(file.get(), path, "status", [](const RestartRecord& r) {
         JobRecord status;
         ParseStatus(r, &status);
         Trace(kTraceNormal, "Restoring status %d for job %s.\n", status.Status, status.JobId);
@@ -382,6 +221,28 @@ int CollectPrinterFile(void* context, const char* name) {
     return 0;
 }
 
+bool Contains(const std::vector<std::string>& paths, const char* path) {
+    for (const std::string& p : paths)
+        if (p == path) return true;
+    return false;
+}
+
+// The jobs that only their journals know of: the process ended without saving its queues.
+void RestoreJournaledJobs(const std::vector<std::string>& restoredFiles) {
+    for (const SavedJob& saved : ReadJobJournals()) {
+        if (saved.finished != 0) {
+            // Printed; its file waits for the status query, if the status entry came back.
+            JobRecord status;
+            if (FindJobStatus(saved.printer, saved.jobId, &status) != 0 ||
+                !KeepFileForStatusQuery(saved.printer, saved.jobId, saved.fileName))
+                ReleaseFinishedJobFiles(saved.fileName);
+            continue;
+        }
+        if (Contains(restoredFiles, saved.fileName)) continue;
+        RestoreJob(saved, true);
+    }
+}
+
 }  // namespace
 
 void SaveQueuesForRestart() {
@@ -406,7 +267,9 @@ void RestoreQueues() {
     PrinterFileList files;
     const char* base = JobBaseDirectory();
     FsListDirectory(base[0] != '\0' ? base : ".", CollectPrinterFile, &files);
-    for (const std::string& path : files.paths) RestorePrinterFile(path.c_str());
+    std::vector<std::string> restoredFiles;
+    for (const std::string& path : files.paths) RestorePrinterFile(path.c_str(), &restoredFiles);
+    RestoreJournaledJobs(restoredFiles);
 }
 
 }  // namespace vx

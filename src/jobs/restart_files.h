@@ -9,10 +9,9 @@
 
 #include <cstddef>
 
-namespace vx {
+#include "jobs/restart_record.h"
 
-// A record longer than this is not a record of ours.
-constexpr unsigned kMaxRestartRecord = 2000;
+namespace vx {
 
 constexpr const char* kStatusFileName = "stal.dbd";
 

@@ -12,6 +12,7 @@
 #include "config/option_globals.h"
 #include "config/process_state.h"
 #include "jobs/job_context.h"
+#include "jobs/print_backend.h"
 #include "jobs/printer_queues.h"
 #include "jobs/zlplist.h"
 #include "net/security_state.h"
@@ -134,20 +135,6 @@ bool RejectedForSecurity(NetSocket& socket, int peerIsLocal) {
     return true;
 }
 
-JobRecord* ReceiveJobCommand(const char* buffer, int32_t length, NetSocket& socket,
-                             int peerIsLocal) {
-    if (length < kMinCommandLine || length > kMaxCommandLine) {
-        WrongCommand(socket);
-        return nullptr;
-    }
-    if (RejectedForSecurity(socket, peerIsLocal)) return nullptr;
-    char queue[kQueueBufferSize];
-    TakeCommandQueue(buffer, length, queue, sizeof queue);
-    Trace(kTraceBanner, "Receive job for printer %s (Berkley protocol).\n", queue);
-    SendAck(0, socket);
-    return ReceiveJob(queue, &socket);
-}
-
 // Counts a job taken over; every 1000th writes the memory report, and passing RestartAfterJobs
 // asks the main thread for a scheduled restart.
 void CountJob() {
@@ -158,13 +145,34 @@ void CountJob() {
     if (limit > 0 && jobs > limit) g_StopReason = kStopScheduled;
 }
 
-// An LPD job: marked printing, its identifier recorded for processing, handed over, released.
-void ProcessLpdJob(JobRecord* job) {
-    job->Status = kJobPrinting;
-    if (job->Context != nullptr) CopyText(job->Context->JobId, job->JobId);
-    ProcessJob(job, 'U');
-    ReleaseJobRecord(job);
-    CountJob();
+// LPD jobs completed by one file of the dialogue: marked printing, their identifiers recorded for
+// processing, journaled and queued all together, counted.
+int ProcessLpdJobs(void*, JobRecord* const* jobs, int count) {
+    for (int i = 0; i < count; ++i) {
+        jobs[i]->Status = kJobPrinting;
+        if (jobs[i]->Context != nullptr) CopyText(jobs[i]->Context->JobId, jobs[i]->JobId);
+    }
+    if (ProcessJobs(jobs, count, 'U') != 0) return -1;
+    for (int i = 0; i < count; ++i) CountJob();
+    return 0;
+}
+
+void ReceiveJobCommand(const char* buffer, int32_t length, NetSocket& socket, int peerIsLocal) {
+    if (length < kMinCommandLine || length > kMaxCommandLine) return WrongCommand(socket);
+    if (RejectedForSecurity(socket, peerIsLocal)) return;
+    char queue[kQueueBufferSize];
+    TakeCommandQueue(buffer, length, queue, sizeof queue);
+    Trace(kTraceBanner, "Receive job for printer %s (Berkley protocol).\n", queue);
+    // The sender learns at once that the host has no such queue, instead of its job vanishing
+    // after the acknowledgement.
+    ResolveDefaultPrinter(queue, sizeof queue);
+    if (!Backend().CanOpenPrinter(queue)) {
+        TraceError("Receive job for unknown printer %s refused.\n", queue);
+        SendAck(-1, socket);
+        return;
+    }
+    SendAck(0, socket);
+    ReceiveJob(queue, &socket, ProcessLpdJobs, nullptr);
 }
 
 void CloseConnection(NetSocket& socket, int32_t* state) {
@@ -175,8 +183,8 @@ void CloseConnection(NetSocket& socket, int32_t* state) {
 
 }  // namespace
 
-JobRecord* LpdDispatch(const char* buffer, int32_t length, NetSocket* socket, int peerIsLocal) {
-    if (length <= 0 || buffer == nullptr || socket == nullptr) return nullptr;
+void LpdDispatch(const char* buffer, int32_t length, NetSocket* socket, int peerIsLocal) {
+    if (length <= 0 || buffer == nullptr || socket == nullptr) return;
     char queue[kQueueBufferSize];
     switch (buffer[0]) {
         case 0x01:
@@ -184,10 +192,10 @@ JobRecord* LpdDispatch(const char* buffer, int32_t length, NetSocket* socket, in
             // Printing is never held back here: the request is acknowledged and nothing else.
             if (!TakeCommandQueue(buffer, length, queue, sizeof queue)) {
                 WrongCommand(*socket);
-                return nullptr;
+                return;
             }
             SendAck(0, *socket);
-            return nullptr;
+            return;
         case 0x02:
         case '2':
             return ReceiveJobCommand(buffer, length, *socket, peerIsLocal);
@@ -196,17 +204,17 @@ JobRecord* LpdDispatch(const char* buffer, int32_t length, NetSocket* socket, in
         case '3':
         case '4':
             QueueStateCommand(buffer, length, *socket);
-            return nullptr;
+            return;
         case 0x05:
         case '5':
             if (length < kMinCommandLine)
                 WrongCommand(*socket);
             else
                 SendLine(*socket, "lprm not implemented.\n");
-            return nullptr;
+            return;
         default:
             Refuse(*socket, "Unknown lpd command!");
-            return nullptr;
+            return;
     }
 }
 
@@ -232,8 +240,7 @@ void ConnectionHandler(NetSocket* socket, int peerIsLocal, int32_t* state) {
             "served by this build.\n",
             socket->niHandle);
     } else {
-        JobRecord* job = LpdDispatch(buffer, length, socket, peerIsLocal);
-        if (job != nullptr) ProcessLpdJob(job);
+        LpdDispatch(buffer, length, socket, peerIsLocal);
     }
 
     if (*state != -1) {

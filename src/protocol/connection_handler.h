@@ -4,7 +4,6 @@
 
 #include <cstdint>
 
-#include "jobs/job_record.h"
 #include "net/socket_io.h"
 
 namespace vx {
@@ -12,8 +11,8 @@ namespace vx {
 // Serves one connection; on return the socket is closed and *state is -1.
 void ConnectionHandler(NetSocket* socket, int peerIsLocal, int32_t* state);
 
-// Dispatches an LPD command from the first buffer. Returns the received job for a receive-job
-// command, null for every other command and every error.
-JobRecord* LpdDispatch(const char* buffer, int32_t length, NetSocket* socket, int peerIsLocal);
+// Dispatches an LPD command from the first buffer. The jobs of a receive-job command go to job
+// processing as the dialogue completes them.
+void LpdDispatch(const char* buffer, int32_t length, NetSocket* socket, int peerIsLocal);
 
 }  // namespace vx

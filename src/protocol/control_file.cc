@@ -161,4 +161,17 @@ void AnalyseControlFile(const char* control, char* owner, size_t ownerSize, char
     *printLines = count;
 }
 
+int32_t CountPrintLinesNaming(const char* control, const char* dataFileName) {
+    if (control == nullptr || dataFileName == nullptr) return 0;
+    size_t nameLength = strlen(dataFileName);
+    int32_t count = 0;
+    Line line{};
+    for (const char* cursor = control; NextLine(&cursor, &line);) {
+        if (line.length == 0 || !IsLowerCase(line.text[0])) continue;
+        if (line.length - 1 == nameLength && memcmp(line.text + 1, dataFileName, nameLength) == 0)
+            ++count;
+    }
+    return count;
+}
+
 }  // namespace vx

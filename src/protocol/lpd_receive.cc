@@ -1,8 +1,13 @@
-// The receive-job dialogue of an LPD connection: subcommands until the sender closes, then the
-// job record from the control file and the last data file.
+// The receive-job dialogue of an LPD connection: subcommands until the sender closes. Control
+// files are held in memory, data files written to files of their own; a data file becomes a job
+// as soon as a control file describes it, and the job is safe with the service before the sender
+// hears the acknowledgement that completes it. Data files that wait for a control file when the
+// sender closes are described by the last control file; any other end of the dialogue removes
+// them, since the sender, refused or cut off, sends its job again.
 #include "protocol/lpd_receive.h"
 
 #include <cstring>
+#include <vector>
 
 #include "base/text.h"
 #include "jobs/job_context.h"
@@ -24,17 +29,46 @@ enum Subcommand : unsigned char {
     kReceiveDataFile = 0x03,
 };
 
-// The control file as long as the dialogue holds it.
-struct HeldControlFile {
-    char* text = nullptr;
-    HeldControlFile() = default;
-    HeldControlFile(const HeldControlFile&) = delete;
-    HeldControlFile& operator=(const HeldControlFile&) = delete;
-    ~HeldControlFile() { Replace(nullptr); }
-    void Replace(char* other) {
-        FreeControlFile(text);
-        text = other;
+// The control files of the dialogue, released at its end.
+struct ControlFiles {
+    std::vector<char*> texts;
+    ControlFiles() = default;
+    ControlFiles(const ControlFiles&) = delete;
+    ControlFiles& operator=(const ControlFiles&) = delete;
+    ~ControlFiles() {
+        for (char* text : texts) FreeControlFile(text);
     }
+    void DropLast() {
+        FreeControlFile(texts.back());
+        texts.pop_back();
+    }
+};
+
+// A data file that arrived whole, with the name the sender gave it (the one control files name).
+struct ArrivedDataFile {
+    char sentName[kSubcommandLength + 1];
+    DataFileReceipt receipt;
+};
+
+// The job records made for one hand-over, released when it is done.
+struct JobRecords {
+    std::vector<JobRecord*> records;
+    JobRecords() = default;
+    JobRecords(const JobRecords&) = delete;
+    JobRecords& operator=(const JobRecords&) = delete;
+    ~JobRecords() {
+        for (JobRecord* r : records) ReleaseJobRecord(r);
+    }
+};
+
+struct Dialogue {
+    const char* queue;
+    NetSocket* socket;
+    LpdJobHandOver handOver;
+    void* context;
+    ControlFiles controls;
+    std::vector<ArrivedDataFile> waiting;  // whole, not yet described by a control file
+    int jobsMade = 0;
 };
 
 bool IsCountEnd(char c) {
@@ -88,42 +122,121 @@ int ParseFileSubcommand(const char* line, bool control, int64_t* size, char* nam
     return 0;
 }
 
-// The job record from the control file and the last data file, or null.
-JobRecord* MakeJob(const char* queue, const char* control, const DataFileReceipt& lastData) {
+// The job record of one data file, described by a control file: named in its print lines (the
+// copy count is the number of those lines) or, when it names the file nowhere, as a whole.
+JobRecord* MakeJob(const char* queue, const char* control, const ArrivedDataFile& data) {
     JobRecord* job = CreateJobRecord();
     if (job == nullptr) return nullptr;
     CopyText(job->PrinterName, queue);
-    CopyText(job->JobId, lastData.nameUsed);
+    CopyText(job->JobId, data.receipt.nameUsed);
     JobContext* context = job->Context;
-    CopyText(context->FileName, lastData.path);
-    CopyText(context->JobId, lastData.nameUsed);
+    CopyText(context->FileName, data.receipt.path);
+    CopyText(context->JobId, data.receipt.nameUsed);
     int32_t printLines = 0;
     static_assert(sizeof context->Title >= kTitleSize);
     AnalyseControlFile(control, job->Owner, sizeof job->Owner, context->Title, kTitleSize,
                        &printLines);
-    job->Copies = printLines;
+    int32_t naming = CountPrintLinesNaming(control, data.sentName);
+    job->Copies = naming > 0 ? naming : printLines;
     return job;
+}
+
+void RemoveDataFiles(const ArrivedDataFile* files, size_t count) {
+    for (size_t i = 0; i < count; ++i) FsRemove(files[i].receipt.path);
+}
+
+// Makes and hands over the jobs of the data files. 0, or -1 when they were not taken: their files
+// are removed.
+int HandOverJobs(Dialogue& d, const ArrivedDataFile* files, size_t count, const char* control) {
+    if (count == 0) return 0;
+    JobRecords jobs;
+    for (size_t i = 0; i < count; ++i) {
+        JobRecord* job = MakeJob(d.queue, control, files[i]);
+        if (job == nullptr) break;
+        jobs.records.push_back(job);
+    }
+    if (jobs.records.size() == count &&
+        d.handOver(d.context, jobs.records.data(), static_cast<int>(count)) == 0) {
+        d.jobsMade += static_cast<int>(count);
+        return 0;
+    }
+    TraceError("Job for printer '%s' refused: it could not be taken over.\n", d.queue);
+    RemoveDataFiles(files, count);
+    return -1;
+}
+
+// The newest control file that names the data file, or null.
+const char* ControlNaming(const Dialogue& d, const char* sentName) {
+    for (auto it = d.controls.texts.rbegin(); it != d.controls.texts.rend(); ++it)
+        if (CountPrintLinesNaming(*it, sentName) > 0) return *it;
+    return nullptr;
+}
+
+// A data file arrived whole: its job is made now if a control file describes it, else it waits.
+// Either way the sender hears the acknowledgement only now.
+void DataFileArrived(Dialogue& d, const char* sentName, const DataFileReceipt& receipt) {
+    ArrivedDataFile data{};
+    CopyText(data.sentName, sentName);
+    data.receipt = receipt;
+    const char* control = ControlNaming(d, sentName);
+    if (control == nullptr) {
+        d.waiting.push_back(data);
+        SendAck(0, *d.socket);
+        return;
+    }
+    SendAck(HandOverJobs(d, &data, 1, control) == 0 ? 0 : -1, *d.socket);
+}
+
+// A control file arrived: the waiting data files it names become jobs, in the order they came.
+// The control file is acknowledged once they are safe; refused, it is forgotten with them.
+void ControlFileArrived(Dialogue& d, char* control) {
+    d.controls.texts.push_back(control);
+    std::vector<ArrivedDataFile> named, rest;
+    for (const ArrivedDataFile& data : d.waiting)
+        (CountPrintLinesNaming(control, data.sentName) > 0 ? named : rest).push_back(data);
+    d.waiting.swap(rest);
+    if (HandOverJobs(d, named.data(), named.size(), control) == 0) {
+        SendAck(0, *d.socket);
+        return;
+    }
+    d.controls.DropLast();
+    SendAck(-1, *d.socket);
+}
+
+// The end of the dialogue. After an orderly close, data files that still wait are described by
+// the last control file; after any other end they are removed.
+void FinishDialogue(Dialogue& d, bool closedInOrder) {
+    if (d.controls.texts.empty()) {
+        TraceError("Controlfile is missing (protocol or network problem). No printout.\n");
+    } else if (closedInOrder && !d.waiting.empty()) {
+        HandOverJobs(d, d.waiting.data(), d.waiting.size(), d.controls.texts.back());
+        d.waiting.clear();
+    } else if (d.jobsMade == 0 && d.waiting.empty()) {
+        Trace(kTraceNotable, "No data file arrived for the control file. No printout.\n");
+    }
+    RemoveDataFiles(d.waiting.data(), d.waiting.size());
+    d.waiting.clear();
 }
 
 }  // namespace
 
-JobRecord* ReceiveJob(const char* queue, NetSocket* socket) {
-    HeldControlFile control;
-    DataFileReceipt lastData{};
+int ReceiveJob(const char* queue, NetSocket* socket, LpdJobHandOver handOver, void* context) {
+    Dialogue d{queue, socket, handOver, context, {}, {}, 0};
     int failedReads = 0;
-    bool refused = false;
+    bool closedInOrder = false;
 
     for (bool going = true; going;) {
         char line[kSubcommandLength + 1] = {};
         int32_t got = SocketRead(*socket, line, kSubcommandLength);
         if (got == 0) {
             Trace(kTraceNotable, "ReceiveJob finished\n");
+            closedInOrder = true;
             break;
         }
         if (got < 0) {
             if (++failedReads <= kReadRetries) continue;
             SendAck(-1, *socket);
-            return nullptr;
+            break;
         }
         auto subcommand = static_cast<unsigned char>(line[0]);
         Trace(kTraceDetail, "Receive job command, buff[0] = %x\n", subcommand);
@@ -137,14 +250,17 @@ JobRecord* ReceiveJob(const char* queue, NetSocket* socket) {
                 char name[kControlNameLength + 1];
                 if (ParseFileSubcommand(line, true, &size, name, sizeof name) != 0) {
                     SendAck(-1, *socket);
-                    return nullptr;
+                    going = false;
+                    break;
                 }
                 char* text = nullptr;
                 int64_t length = 0;
-                int rc = ReceiveCmd(&text, &length, queue, name, size, socket);
-                if (rc == 0) control.Replace(text);
-                SendAck(rc == 0 ? 0 : -1, *socket);
-                going = rc == 0;
+                if (ReceiveCmd(&text, &length, queue, name, size, socket) == 0) {
+                    ControlFileArrived(d, text);
+                } else {
+                    SendAck(-1, *socket);
+                    going = false;
+                }
                 break;
             }
             case kReceiveDataFile: {
@@ -152,34 +268,27 @@ JobRecord* ReceiveJob(const char* queue, NetSocket* socket) {
                 char name[kSubcommandLength + 1];
                 if (ParseFileSubcommand(line, false, &size, name, sizeof name) != 0) {
                     SendAck(-1, *socket);
-                    return nullptr;
+                    going = false;
+                    break;
                 }
                 DataFileReceipt receipt{};
                 int rc = ReceiveData(queue, name, size, socket, &receipt);
                 Trace(kTraceNormal, "Filename used is %s\n", receipt.nameUsed);
-                if (receipt.nameUsed[0] != '\0') lastData = receipt;
-                refused = receipt.storageFailed;
-                going = rc == 0;
+                if (rc == 0)
+                    DataFileArrived(d, name, receipt);
+                else
+                    going = false;
                 break;
             }
             default:
                 TraceError("Unknown receive job command, buff[0] = %x\n", subcommand);
                 SendAck(-1, *socket);
-                return nullptr;
+                going = false;
+                break;
         }
     }
-
-    if (control.text == nullptr) {
-        TraceError("Controlfile is missing (protocol or network problem). No printout.\n");
-        return nullptr;
-    }
-    if (refused) {
-        TraceError("Job for printer '%s' refused: its data file could not be stored.\n", queue);
-        return nullptr;
-    }
-    JobRecord* job = MakeJob(queue, control.text, lastData);
-    if (job == nullptr) SendAck(-1, *socket);
-    return job;
+    FinishDialogue(d, closedInOrder);
+    return d.jobsMade;
 }
 
 }  // namespace vx

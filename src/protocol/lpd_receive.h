@@ -12,14 +12,26 @@
 
 namespace vx {
 
-// Runs the subcommand dialogue for a queue. Returns the new job record (made with
-// CreateJobRecord; its context holds the last data file and the title), or null.
-JobRecord* ReceiveJob(const char* queue, NetSocket* socket);
+// Takes over the jobs that a file of the dialogue has completed, before the sender hears the
+// acknowledgement of that file: 0 when every one is safe with the service, -1 when none was taken
+// (the sender is refused and their data files are removed). The records stay the caller's.
+using LpdJobHandOver = int (*)(void* context, JobRecord* const* jobs, int count);
+
+// Runs the subcommand dialogue for a queue. Every data file that arrives whole becomes a job of
+// its own, in the order received, described by the control file that names it in its print lines
+// (its copy count is the number of those lines), else by the last control file of the dialogue.
+// A job is handed over as soon as both its files are there. A data file that does not arrive
+// whole, or that no control file describes, is removed. Returns the number of jobs handed over.
+int ReceiveJob(const char* queue, NetSocket* socket, LpdJobHandOver handOver, void* context);
 
 // The control-file analysis: owner (at most 12 characters), title (at most 99) and the number of
 // print lines (the copy count).
 void AnalyseControlFile(const char* control, char* owner, size_t ownerSize, char* title,
                         size_t titleSize, int32_t* printLines);
+
+// The number of print lines (lower-case lines) of the control text whose value is the data file
+// name as the sender gave it.
+int32_t CountPrintLinesNaming(const char* control, const char* dataFileName);
 
 // Largest control file the service takes into memory; a larger announcement is refused.
 constexpr int64_t kMaxControlFileSize = 16 * 1024 * 1024;
@@ -38,7 +50,10 @@ struct DataFileReceipt {
     bool storageFailed;   // the file could not be written: the job is refused
 };
 
-// Receives an announced data file into the temporary directory. 0, or -1.
+// Receives an announced data file into a file of its own in the temporary directory (a free name
+// is searched under the process-wide file lock and the file created exclusively). 0 when the file
+// arrived whole: its last acknowledgement is then the caller's, once the file's job is safe. -1
+// otherwise, with nothing left on disk (a refusal was answered, or the sender went away).
 int ReceiveData(const char* queue, const char* fileName, int64_t size, NetSocket* socket,
                 DataFileReceipt* receipt);
 

@@ -6,6 +6,9 @@
 
 #include "base/fileops.h"
 #include "base/text.h"
+#include "jobs/job_journal.h"
+#include "jobs/temp_names.h"
+#include "printserver/process_locks.h"
 #include "printserver/zelprsrv.h"
 #include "protocol/lpd_receive.h"
 
@@ -23,8 +26,9 @@ constexpr int64_t kDataChunk = 2000;
 constexpr size_t kTracedDataLength = 2048;
 // Letters and digits of a data file name that are kept.
 constexpr size_t kMaxDataName = 512;
-// Room for the ".%03d" suffix of a name that is taken already.
-constexpr size_t kSuffixRoom = 4;
+// Room for the ".%03d" suffix of a name that is taken already, and for the ".job" and ".tmp"
+// of the journal written beside the file.
+constexpr size_t kSuffixRoom = 4 + 4 + 4;
 
 bool IsAsciiAlnum(char c) {
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
@@ -44,28 +48,40 @@ void StoredDataName(const char* fileName, size_t dirLength, char* name, size_t c
             if (IsAsciiAlnum(*c)) name[kept++] = *c;
     }
     name[kept] = '\0';
+    // Letters and digits alone never spell one of the service's own names; the check keeps it so
+    // whatever this rule becomes.
+    if (IsReservedTempName(name)) name[0] = '\0';
 }
 
-// Finds a free path for the name: the name itself, else the first free ".%03d" suffix.
-int FreeDataPath(const char* dir, const char* name, DataFileReceipt* receipt) {
+enum CreateResult { kCreated, kNamesUsed, kCannotCreate };
+
+// Creates the file under the name itself, else under the first free ".%03d" suffix. The search
+// and the creation happen under the process-wide file lock, and the file is created exclusively:
+// two receptions never share a file.
+CreateResult CreateDataFile(const char* dir, const char* name, DataFileReceipt* receipt,
+                            StreamPtr* file) {
+    LockHold hold(ProcessFileLock());
+    // An empty name is the directory itself, which is always taken.
+    bool exists = name[0] == '\0';
     FormatText(receipt->path, sizeof receipt->path, "%s%s", dir, name);
-    if (!FsExists(receipt->path)) {
+    if (!exists) file->reset(FsCreateNewStream(receipt->path, &exists));
+    if (*file != nullptr) {
         CopyText(receipt->nameUsed, name);
-        return 0;
+        return kCreated;
     }
+    if (!exists) return kCannotCreate;
     Trace(kTraceNormal, "ReceiveData: tempfile '%s' exists.\n", receipt->path);
-    int n = 0;
-    for (;;) {
-        n = (n + 1) % 1000;
+    for (int n = 1; n < 1000; ++n) {
         FormatText(receipt->path, sizeof receipt->path, "%s%s.%03d", dir, name, n);
-        if (n == 0) break;  // every suffix is taken
-        if (!FsExists(receipt->path)) {
+        file->reset(FsCreateNewStream(receipt->path, &exists));
+        if (*file != nullptr) {
             FormatText(receipt->nameUsed, sizeof receipt->nameUsed, "%s.%03d", name, n);
-            return 0;
+            return kCreated;
         }
+        if (!exists) return kCannotCreate;
     }
     TraceError("All filenames starting with %s used.\n", name);
-    return -1;
+    return kNamesUsed;
 }
 
 // Bytes of a data file at trace level 10, cut for the trace line.
@@ -141,20 +157,21 @@ int ReceiveData(const char* queue, const char* fileName, int64_t size, NetSocket
     const char* dir = g_prsrv != nullptr ? g_prsrv->TempDirectory() : "";
     char name[kMaxDataName + 1];
     StoredDataName(fileName, strlen(dir), name, sizeof name);
-    if (FreeDataPath(dir, name, receipt) != 0) return -1;
 
-    StreamPtr file(FsOpenStream(receipt->path, "w+b"));
-    if (file == nullptr) {
-        TraceError("Printer '%s', File '%s'\n", queue, receipt->path);
+    StreamPtr file;
+    CreateResult created = CreateDataFile(dir, name, receipt, &file);
+    if (created != kCreated) {
+        if (created == kCannotCreate) TraceError("Printer '%s', File '%s'\n", queue, receipt->path);
         // The sender learns that the job cannot be stored here.
         receipt->storageFailed = true;
+        receipt->nameUsed[0] = '\0';
         SendAck(-1, *socket);
         return -1;
     }
     SendAck(0, *socket);
 
     // A file that cannot be written (disk full) is not written further; the rest is read so
-    // that the dialogue stays in step, and the job is refused at the end.
+    // that the dialogue stays in step, and the file is refused at the end.
     int64_t received = 0;
     int retries = 0;
     char block[kDataChunk];
@@ -168,7 +185,10 @@ int ReceiveData(const char* queue, const char* fileName, int64_t size, NetSocket
                            static_cast<long long>(received), static_cast<long long>(size));
             else
                 TraceError("ReceiveData: SocketRead failed after 100 tries - aborting.\n");
-            return -1;  // the partial file stays
+            // A fragment is never printed: the sender got no acknowledgement and sends it again.
+            file.reset();
+            FsRemove(receipt->path);
+            return -1;
         }
         TraceDataBlock(block, got);
         received += got;
@@ -180,19 +200,26 @@ int ReceiveData(const char* queue, const char* fileName, int64_t size, NetSocket
             receipt->storageFailed = true;
         }
     }
+    if (!receipt->storageFailed && SyncJobFiles() && FsFlushToDisk(file.get()) != 0) {
+        TraceError("Write error on Datafile %s: the file could not be written to disk\n",
+                   receipt->path);
+        receipt->storageFailed = true;
+    }
     if (fclose(file.release()) != 0) {
         if (!receipt->storageFailed)
             TraceError("Write error on Datafile %s: the file could not be closed\n", receipt->path);
         receipt->storageFailed = true;
     }
-    if (AwaitNullbyte(*socket) != 0) return -1;
+    if (AwaitNullbyte(*socket) != 0) {
+        FsRemove(receipt->path);
+        return -1;
+    }
     if (receipt->storageFailed) {
         // What could not be stored is of no use and only holds space that is short already.
         FsRemove(receipt->path);
         SendAck(-1, *socket);
         return -1;
     }
-    SendAck(0, *socket);
     return 0;
 }
 

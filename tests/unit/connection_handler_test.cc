@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "base/ni.h"
+#include "jobs/print_backend.h"
 #include "loopback_pair.h"
 #include "net/listener.h"
 #include "net/security_state.h"
@@ -22,6 +23,11 @@ using vxtest::LoopbackPair;
 const std::string kNegative(1, '\xff');
 const std::string kPositive(1, '\0');
 
+// The host's printers as the receive-job check sees them: only "lp".
+bool OnlyLp(const char* printer) {
+    return std::string(printer) == "lp";
+}
+
 class ConnectionHandlerTest : public vxtest::PrsrvFixture {
   protected:
     void SetUp() override {
@@ -33,9 +39,13 @@ class ConnectionHandlerTest : public vxtest::PrsrvFixture {
         vx::g_ListenerParams.NiReadTimeout = -1;
         vx::g_ListenerParams.NiSpinReadTime = 1000;
         vx::g_ListenerParams.send_with_null = 1;
+        backend_ = vx::Backend();
+        backend_.CanOpenPrinter = OnlyLp;
+        vx::SetPrintBackendForTest(&backend_);
     }
 
     void TearDown() override {
+        vx::SetPrintBackendForTest(nullptr);
         vx::g_SecurityState = 0;
         vx::g_prsrv = nullptr;
     }
@@ -63,6 +73,7 @@ class ConnectionHandlerTest : public vxtest::PrsrvFixture {
 
     std::unique_ptr<vx::Czelprsrv> prsrv_;
     int32_t state_ = 0;
+    vx::PrintBackend backend_{};
 };
 
 TEST_F(ConnectionHandlerTest, CommandsTakeBinaryCodesAndDigitsAlike) {
@@ -114,6 +125,14 @@ TEST_F(ConnectionHandlerTest, RemoteReceiveJobIsRejectedWhileSecurityIsRequired)
     EXPECT_NE(log.find("Error: Vorlix will not accept Berkeley connection (method 'U')"),
               std::string::npos);
     EXPECT_NE(log.find("Receive job for printer lp (Berkley protocol)."), std::string::npos);
+}
+
+// The sender of a job for a queue the host does not have learns it at once.
+TEST_F(ConnectionHandlerTest, ReceiveJobForAnUnknownQueueIsRefusedAtOnce) {
+    EXPECT_EQ(Serve("\x02nosuch\n"), kNegative);
+    EXPECT_EQ(Serve("2lp\n"), kPositive);
+    EXPECT_NE(Log().find("Error: Receive job for unknown printer nosuch refused."),
+              std::string::npos);
 }
 
 TEST_F(ConnectionHandlerTest, ExtendedProtocolOpeningNeverReachesTheLpdDispatch) {

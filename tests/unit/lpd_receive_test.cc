@@ -6,9 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "base/fileops.h"
 #include "base/ni.h"
@@ -32,10 +34,31 @@ using vxtest::LoopbackPair;
 
 constexpr int kNoAck = -2;
 
-// A received job, released at the end.
-struct JobHolder {
-    vx::JobRecord* job = nullptr;
-    ~JobHolder() { vx::ReleaseJobRecord(job); }
+// A job as the dialogue handed it over.
+struct HandedJob {
+    vx::JobRecord record;
+    vx::JobContext context;
+};
+
+// What the dialogue hands over, from its own thread.
+struct HandOvers {
+    std::mutex mutex;
+    std::vector<HandedJob> jobs;
+    std::vector<int> batches;  // the size of each hand-over
+    int result = 0;            // what the next hand-overs answer
+
+    static int Take(void* context, vx::JobRecord* const* jobs, int count) {
+        auto* self = static_cast<HandOvers*>(context);
+        std::lock_guard<std::mutex> hold(self->mutex);
+        if (self->result != 0) return self->result;
+        for (int i = 0; i < count; ++i) self->jobs.push_back({*jobs[i], *jobs[i]->Context});
+        self->batches.push_back(count);
+        return 0;
+    }
+    size_t Count() {
+        std::lock_guard<std::mutex> hold(mutex);
+        return jobs.size();
+    }
 };
 
 class LpdReceiveFixture : public vxtest::PrsrvFixture {
@@ -59,21 +82,28 @@ class LpdReceiveFixture : public vxtest::PrsrvFixture {
 
     // The service side: the dialogue for a queue on its own thread.
     void StartReceiving(const char* queue = "PRINTER") {
-        server_ = std::thread([this, queue] { received_.job = vx::ReceiveJob(queue, &socket_); });
+        if (server_.joinable()) server_.join();
+        handed_.jobs.clear();
+        handed_.batches.clear();
+        server_ = std::thread([this, queue] {
+            made_ = vx::ReceiveJob(queue, &socket_, HandOvers::Take, &handed_);
+        });
     }
 
-    // The sender closes; the dialogue ends and its job (or null) is left in received_.
-    vx::JobRecord* CloseAndFinish() {
+    // The sender closes; the dialogue ends and the jobs it handed over are returned.
+    const std::vector<HandedJob>& CloseAndFinish() {
         LoopbackPair::Close(pair_.client);
-        server_.join();
-        return received_.job;
+        return Finish();
     }
 
     // Waits for the dialogue to end on its own (a refusal), the sender still connected.
-    vx::JobRecord* Finish() {
+    const std::vector<HandedJob>& Finish() {
         server_.join();
-        return received_.job;
+        EXPECT_EQ(static_cast<size_t>(made_), handed_.jobs.size());
+        return handed_.jobs;
     }
+
+    bool Exists(const std::string& name) { return vx::FsExists((temp_ + name).c_str()); }
 
     // The next acknowledgement byte the sender gets, or kNoAck.
     int Ack() {
@@ -109,7 +139,8 @@ class LpdReceiveFixture : public vxtest::PrsrvFixture {
     LoopbackPair pair_;
     vx::NetSocket socket_;
     std::thread server_;
-    JobHolder received_;
+    HandOvers handed_;
+    int made_ = 0;
 };
 
 // A subcommand line: its byte, then the text.
@@ -132,80 +163,142 @@ TEST_F(LpdReceiveFixture, ControlAndDataFileMakeTheJob) {
     EXPECT_EQ(SendFile('\x02', "cfA001host", control), std::make_pair(0, 0));
     const char bytes[] = "first line\r\n\x1b\0binary\xff";
     const std::string data(bytes, sizeof bytes - 1);
-    EXPECT_EQ(SendFile('\x03', "dfA001host.example", data), std::make_pair(0, 0));
-    vx::JobRecord* job = CloseAndFinish();
-    ASSERT_NE(job, nullptr);
-    EXPECT_STREQ(job->PrinterName, "LASER");
-    EXPECT_STREQ(job->JobId, "dfA001hostexample");
-    EXPECT_STREQ(job->Owner, "user");
-    EXPECT_EQ(job->Copies, 1);
-    EXPECT_STREQ(job->Context->JobId, "dfA001hostexample");
-    EXPECT_STREQ(job->Context->Title, "user/SP12345B: Spool-ID 12345-1");
-    EXPECT_EQ(std::string(job->Context->FileName), temp_ + "dfA001hostexample");
-    EXPECT_EQ(vxtest::ReadWholeFile(job->Context->FileName), data);
+    EXPECT_EQ(SendFile('\x03', "dfA001host", data), std::make_pair(0, 0));
+    // The job is handed over before the sender hears the last acknowledgement.
+    EXPECT_EQ(handed_.Count(), 1u);
+    const auto& jobs = CloseAndFinish();
+    ASSERT_EQ(jobs.size(), 1u);
+    const HandedJob& job = jobs[0];
+    EXPECT_STREQ(job.record.PrinterName, "LASER");
+    EXPECT_STREQ(job.record.JobId, "dfA001host");
+    EXPECT_STREQ(job.record.Owner, "user");
+    EXPECT_EQ(job.record.Copies, 1);
+    EXPECT_STREQ(job.context.JobId, "dfA001host");
+    EXPECT_STREQ(job.context.Title, "user/SP12345B: Spool-ID 12345-1");
+    EXPECT_EQ(std::string(job.context.FileName), temp_ + "dfA001host");
+    EXPECT_EQ(vxtest::ReadWholeFile(job.context.FileName), data);
     std::string log = Log();
     EXPECT_NE(log.find("Controlfile cfA001host, 100 Bytes\n"), std::string::npos) << log;
-    EXPECT_NE(log.find("Datafile dfA001host.example, " + std::to_string(data.size()) + " Bytes\n"),
+    EXPECT_NE(log.find("Datafile dfA001host, " + std::to_string(data.size()) + " Bytes\n"),
               std::string::npos);
     EXPECT_NE(log.find("Receive job command, buff[0] = 2\n"), std::string::npos);
-    EXPECT_NE(log.find("Filename used is dfA001hostexample\n"), std::string::npos);
+    EXPECT_NE(log.find("Filename used is dfA001host\n"), std::string::npos);
     EXPECT_NE(log.find("ReceiveJob finished\n"), std::string::npos);
     EXPECT_EQ(log.find("Error: "), std::string::npos);
 }
 
-TEST_F(LpdReceiveFixture, SeveralDataFilesTheLastIsTheJobsAndTakenNamesGetASuffix) {
+// Control file first: each data file becomes its job as it arrives, described by the control file
+// that names it; one it does not name waits for the end and takes the last control file.
+TEST_F(LpdReceiveFixture, EveryDataFileIsAJobOfItsOwnInTheOrderReceived) {
     StartReceiving();
-    EXPECT_EQ(SendFile('\x03', "dfA001host.example", "one"), std::make_pair(0, 0));
+    const std::string control = "Puser\nJjob\nldfA\nldfA\nldfB\n";
+    EXPECT_EQ(SendFile('\x02', "cfA001host", control), std::make_pair(0, 0));
+    EXPECT_EQ(SendFile('\x03', "dfA", "one"), std::make_pair(0, 0));
+    EXPECT_EQ(SendFile('\x03', "dfC", "three"), std::make_pair(0, 0));
+    EXPECT_EQ(SendFile('\x03', "dfB", "two"), std::make_pair(0, 0));
+    EXPECT_EQ(handed_.Count(), 2u);  // dfC waits: no control file names it
+    // A second control file describes what it names; a name taken already gets a suffix.
+    EXPECT_EQ(SendFile('\x02', "cfB001host", "Pother\nJsecond\nldfA\n"), std::make_pair(0, 0));
+    EXPECT_EQ(SendFile('\x03', "dfA", "four"), std::make_pair(0, 0));
+    const auto& jobs = CloseAndFinish();
+    ASSERT_EQ(jobs.size(), 4u);
+    struct Expected {
+        const char* id;
+        const char* content;
+        int copies;
+        const char* owner;
+    };
+    const Expected expected[] = {{"dfA", "one", 2, "user"},
+                                 {"dfB", "two", 1, "user"},
+                                 {"dfA.001", "four", 1, "other"},
+                                 // described by the last control file as a whole: its print lines
+                                 {"dfC", "three", 1, "other"}};
+    for (size_t i = 0; i < jobs.size(); ++i) {
+        EXPECT_STREQ(jobs[i].record.JobId, expected[i].id);
+        EXPECT_EQ(vxtest::ReadWholeFile(jobs[i].context.FileName), expected[i].content);
+        EXPECT_EQ(jobs[i].record.Copies, expected[i].copies) << expected[i].id;
+        EXPECT_STREQ(jobs[i].record.Owner, expected[i].owner);
+    }
+    EXPECT_TRUE(Logged("ReceiveData: tempfile '" + temp_ + "dfA' exists.\n"));
+}
+
+// Data files first (as LPRng sends "lpr a b c"): the control file that names them makes their
+// jobs together, in order, before it is acknowledged.
+TEST_F(LpdReceiveFixture, ControlFileAfterItsDataFilesMakesTheirJobsAtOnce) {
+    StartReceiving();
+    EXPECT_EQ(SendFile('\x03', "dfA001host", "a"), std::make_pair(0, 0));
+    EXPECT_EQ(SendFile('\x03', "dfB001host", "b"), std::make_pair(0, 0));
+    EXPECT_EQ(SendFile('\x03', "dfC001host", "c"), std::make_pair(0, 0));
+    EXPECT_EQ(handed_.Count(), 0u);
+    EXPECT_EQ(SendFile('\x02', "cfA001host", "Pu\nldfA001host\nldfB001host\nldfC001host\n"),
+              std::make_pair(0, 0));
+    EXPECT_EQ(handed_.Count(), 3u);
+    const auto& jobs = CloseAndFinish();
+    ASSERT_EQ(jobs.size(), 3u);
+    EXPECT_EQ(handed_.batches, std::vector<int>{3});
+    for (size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(vxtest::ReadWholeFile(jobs[i].context.FileName), std::string(1, "abc"[i]));
+        EXPECT_EQ(jobs[i].record.Copies, 1);
+    }
+}
+
+// A job that cannot be taken over is refused on the acknowledgement that would complete it, and
+// its data file goes: the sender sends it again.
+TEST_F(LpdReceiveFixture, JobsThatCannotBeTakenOverAreRefusedAndLeaveNoFile) {
+    handed_.result = -1;
+    StartReceiving();
     EXPECT_EQ(SendFile('\x02', "cfA001host", kControl), std::make_pair(0, 0));
-    EXPECT_EQ(SendFile('\x03', "dfA001host.example", "two"), std::make_pair(0, 0));
-    EXPECT_EQ(SendFile('\x03', "dfB001host", ""), std::make_pair(0, 0));
-    EXPECT_EQ(SendFile('\x03', "dfB001host", "four"), std::make_pair(0, 0));
-    vx::JobRecord* job = CloseAndFinish();
-    ASSERT_NE(job, nullptr);
-    EXPECT_STREQ(job->JobId, "dfB001host.001");
-    EXPECT_EQ(std::string(job->Context->FileName), temp_ + "dfB001host.001");
-    EXPECT_EQ(vxtest::ReadWholeFile(temp_ + "dfA001hostexample"), "one");
-    EXPECT_EQ(vxtest::ReadWholeFile(temp_ + "dfA001hostexample.001"), "two");
-    EXPECT_EQ(vxtest::ReadWholeFile(temp_ + "dfB001host"), "");
-    EXPECT_EQ(vxtest::ReadWholeFile(temp_ + "dfB001host.001"), "four");
-    EXPECT_TRUE(Logged("ReceiveData: tempfile '" + temp_ + "dfA001hostexample' exists.\n"));
+    EXPECT_EQ(SendFile('\x03', "dfA001host", "x"), std::make_pair(0, 0xff));
+    EXPECT_EQ(SendFile('\x03', "dfB001host", "y"), std::make_pair(0, 0));  // waits
+    EXPECT_TRUE(CloseAndFinish().empty());
+    EXPECT_FALSE(Exists("dfA001host"));
+    EXPECT_FALSE(Exists("dfB001host"));
+}
+
+TEST_F(LpdReceiveFixture, ControlFileWhoseJobsCannotBeTakenOverIsRefused) {
+    handed_.result = -1;
+    StartReceiving();
+    EXPECT_EQ(SendFile('\x03', "dfA001host", "x"), std::make_pair(0, 0));
+    EXPECT_EQ(SendFile('\x02', "cfA001host", kControl), std::make_pair(0, 0xff));
+    EXPECT_TRUE(CloseAndFinish().empty());
+    EXPECT_FALSE(Exists("dfA001host"));
+    EXPECT_TRUE(Logged("Error: Job for printer 'PRINTER' refused"));
 }
 
 TEST_F(LpdReceiveFixture, LargeControlFilesAreReadInPiecesAfterAWarning) {
     StartReceiving();
     std::string control = PaddedControl(kControl, 40000);
     EXPECT_EQ(SendFile('\x02', "cfA001host", control), std::make_pair(0, 0));
-    vx::JobRecord* job = CloseAndFinish();
-    ASSERT_NE(job, nullptr);
-    EXPECT_STREQ(job->Owner, "user");
+    EXPECT_EQ(SendFile('\x03', "dfA001host", "x"), std::make_pair(0, 0));
+    const auto& jobs = CloseAndFinish();
+    ASSERT_EQ(jobs.size(), 1u);
+    EXPECT_STREQ(jobs[0].record.Owner, "user");
     EXPECT_TRUE(Logged("Error: Warning: Commandfile bigger than 32000 Bytes (40000).\n"));
-    // A job without data file has no file and no identifier.
-    EXPECT_STREQ(job->JobId, "");
-    EXPECT_STREQ(job->Context->FileName, "");
 }
 
 TEST_F(LpdReceiveFixture, ControlFilesAreBoundedAt16MiB) {
     StartReceiving();
     EXPECT_EQ(Send(Line('\x02', "16777217 cfA001host\n")), 0xff);
-    EXPECT_EQ(Finish(), nullptr);  // the failed subcommand ends the dialogue
+    EXPECT_TRUE(Finish().empty());  // the failed subcommand ends the dialogue
     EXPECT_TRUE(
         Logged("Error: Controlfile is missing (protocol or network problem). No printout.\n"));
 
     StartReceiving();
     std::string control = PaddedControl(kControl, 16 * 1024 * 1024);
     EXPECT_EQ(SendFile('\x02', "cfA001host", control), std::make_pair(0, 0));
-    vx::JobRecord* job = CloseAndFinish();
-    ASSERT_NE(job, nullptr);
-    EXPECT_EQ(job->Copies, 1);
+    EXPECT_EQ(SendFile('\x03', "dfA001host", "x"), std::make_pair(0, 0));
+    const auto& jobs = CloseAndFinish();
+    ASSERT_EQ(jobs.size(), 1u);
+    EXPECT_EQ(jobs[0].record.Copies, 1);
 }
 
-TEST_F(LpdReceiveFixture, OnlyDataFilesMakeNoJob) {
+TEST_F(LpdReceiveFixture, DataFilesWithoutControlFileMakeNoJobAndLeaveNoFile) {
     StartReceiving();
     EXPECT_EQ(SendFile('\x03', "dfA001host", "data"), std::make_pair(0, 0));
-    EXPECT_EQ(CloseAndFinish(), nullptr);
+    EXPECT_TRUE(CloseAndFinish().empty());
     EXPECT_TRUE(
         Logged("Error: Controlfile is missing (protocol or network problem). No printout.\n"));
-    EXPECT_EQ(vxtest::ReadWholeFile(temp_ + "dfA001host"), "data");  // left for the clean-up
+    EXPECT_FALSE(Exists("dfA001host"));
 }
 
 TEST_F(LpdReceiveFixture, AbortJobIsRefusedAndTheDialogueGoesOn) {
@@ -213,10 +306,12 @@ TEST_F(LpdReceiveFixture, AbortJobIsRefusedAndTheDialogueGoesOn) {
     EXPECT_EQ(Send(Line('\x01', "\n")), 0xff);
     EXPECT_EQ(SendFile('\x02', "cfA001host", kControl), std::make_pair(0, 0));
     EXPECT_EQ(SendFile('\x03', "dfA001host", "x"), std::make_pair(0, 0));
-    EXPECT_NE(CloseAndFinish(), nullptr);
+    EXPECT_EQ(CloseAndFinish().size(), 1u);
     EXPECT_TRUE(Logged("Error: Abort job not implemented.\n"));
 }
 
+// A refused subcommand ends the dialogue; a data file that waited for its control file goes, since
+// the refused sender sends its job again.
 TEST_F(LpdReceiveFixture, MalformedSubcommandsAreRefusedAndEndTheDialogue) {
     struct Case {
         std::string line, error;
@@ -232,14 +327,17 @@ TEST_F(LpdReceiveFixture, MalformedSubcommandsAreRefusedAndEndTheDialogue) {
     for (const Case& c : cases) {
         StartReceiving();
         EXPECT_EQ(SendFile('\x02', "cfA001host", kControl), std::make_pair(0, 0));
+        EXPECT_EQ(SendFile('\x03', "dfWaiting", "w"), std::make_pair(0, 0));
         EXPECT_EQ(Send(c.line), 0xff) << c.error;
-        EXPECT_EQ(Finish(), nullptr) << c.error;  // without waiting for the sender to close
+        EXPECT_TRUE(Finish().empty()) << c.error;  // without waiting for the sender to close
         EXPECT_TRUE(Logged(c.error)) << c.error;
+        EXPECT_FALSE(Exists("dfWaiting")) << c.error;
     }
     // Blanks, TABs and form feeds may stand before the line feed; a 48-character name is fine.
     StartReceiving();
     EXPECT_EQ(SendFile('\x02', std::string(48, 'c') + " \t\f", kControl), std::make_pair(0, 0));
-    EXPECT_NE(CloseAndFinish(), nullptr);
+    EXPECT_EQ(SendFile('\x03', "dfA001host", "x"), std::make_pair(0, 0));
+    EXPECT_EQ(CloseAndFinish().size(), 1u);
 }
 
 TEST_F(LpdReceiveFixture, SenderNamesNeverLeaveTheTemporaryDirectory) {
@@ -248,16 +346,21 @@ TEST_F(LpdReceiveFixture, SenderNamesNeverLeaveTheTemporaryDirectory) {
     EXPECT_EQ(SendFile('\x03', "../../..", "dots"), std::make_pair(0, 0));
     EXPECT_EQ(SendFile('\x03', "/../", "slash"), std::make_pair(0, 0));
     EXPECT_EQ(SendFile('\x03', "..\\..\\C:\\evil", "evil"), std::make_pair(0, 0));
-    vx::JobRecord* job = CloseAndFinish();
-    ASSERT_NE(job, nullptr);
+    EXPECT_EQ(SendFile('\x03', "stal.dbd", "status"), std::make_pair(0, 0));
+    const auto& jobs = CloseAndFinish();
+    ASSERT_EQ(jobs.size(), 4u);
     // Nothing is left of the first two names: the directory itself is taken, the suffixes are not.
     EXPECT_EQ(vxtest::ReadWholeFile(temp_ + ".001"), "dots");
     EXPECT_EQ(vxtest::ReadWholeFile(temp_ + ".002"), "slash");
-    EXPECT_EQ(std::string(job->Context->FileName), temp_ + "Cevil");
+    EXPECT_EQ(std::string(jobs[2].context.FileName), temp_ + "Cevil");
     EXPECT_EQ(vxtest::ReadWholeFile(temp_ + "Cevil"), "evil");
+    // The service's own names are never taken.
+    EXPECT_EQ(std::string(jobs[3].context.FileName), temp_ + "staldbd");
+    EXPECT_FALSE(Exists("stal.dbd"));
 }
 
-TEST_F(LpdReceiveFixture, PeerGoneInTheMiddleOfADataFileLeavesThePartialFile) {
+// A fragment is never printed: the file goes, and the sender hears no acknowledgement.
+TEST_F(LpdReceiveFixture, PeerGoneInTheMiddleOfADataFileLeavesNothing) {
     int rc = 0;
     vx::DataFileReceipt receipt{};
     server_ = std::thread(
@@ -268,19 +371,19 @@ TEST_F(LpdReceiveFixture, PeerGoneInTheMiddleOfADataFileLeavesThePartialFile) {
     server_.join();
     EXPECT_EQ(rc, -1);
     EXPECT_FALSE(receipt.storageFailed);
-    EXPECT_EQ(vxtest::ReadWholeFile(temp_ + "dfA001host"), std::string(300, 'p'));
+    EXPECT_FALSE(Exists("dfA001host"));
     EXPECT_TRUE(Logged("Error: Premature EOF in do_recv_data ( 300 of 1000 Bytes )\n"));
 }
 
-// A data file cut short after the control file still makes the job, with what arrived.
-TEST_F(LpdReceiveFixture, DataFileCutShortAfterTheControlFileStillMakesTheJob) {
+TEST_F(LpdReceiveFixture, DataFileCutShortAfterTheControlFileMakesNoJob) {
     StartReceiving();
     EXPECT_EQ(SendFile('\x02', "cfA001host", kControl), std::make_pair(0, 0));
+    EXPECT_EQ(SendFile('\x03', "dfB001host", "whole"), std::make_pair(0, 0));
     EXPECT_EQ(Send(Line('\x03', "1000 dfA001host\n")), 0);
     ASSERT_TRUE(pair_.Send("partial"));
-    vx::JobRecord* job = CloseAndFinish();
-    ASSERT_NE(job, nullptr);
-    EXPECT_EQ(vxtest::ReadWholeFile(job->Context->FileName), "partial");
+    EXPECT_TRUE(CloseAndFinish().empty());
+    EXPECT_FALSE(Exists("dfA001host"));
+    EXPECT_FALSE(Exists("dfB001host"));
 }
 
 TEST_F(LpdReceiveFixture, SilentSenderIsRefusedAfterTheRetries) {
@@ -289,7 +392,7 @@ TEST_F(LpdReceiveFixture, SilentSenderIsRefusedAfterTheRetries) {
     vx::g_ListenerParams.NiReadLoopBreak = 0;  // every read fails after two short waits
     StartReceiving();
     EXPECT_EQ(Ack(), 0xff);
-    EXPECT_EQ(Finish(), nullptr);
+    EXPECT_TRUE(Finish().empty());
     EXPECT_EQ(vxtest::CountOccurrences(Log(), "SocketRead failed with returncode -5\n"), 101);
 }
 
@@ -301,7 +404,7 @@ TEST_F(LpdReceiveFixture, LateTrailingByteOfAControlFileMustBeZero) {
         char trailing;
         int ack;
     };
-    for (const Case& c : {Case{"Pfirst\nldf\n", '\0', 0}, Case{"Psecond\nl\n", 'X', 0xff}}) {
+    for (const Case& c : {Case{"Pfirst\nldf\n", '\0', 0}, Case{"Psecond\nldf\n", 'X', 0xff}}) {
         size_t size = c.content.size();
         ASSERT_EQ(Send(Line('\x02', std::to_string(size) + " cfA001host\n")), 0);
         ASSERT_TRUE(pair_.Send(c.content));
@@ -309,10 +412,13 @@ TEST_F(LpdReceiveFixture, LateTrailingByteOfAControlFileMustBeZero) {
                                 " with len " + std::to_string(size) + "\n"));
         ASSERT_TRUE(pair_.Send(std::string(1, c.trailing)));
         EXPECT_EQ(Ack(), c.ack) << c.content;
+        if (c.ack == 0) {
+            EXPECT_EQ(SendFile('\x03', "df", "x"), std::make_pair(0, 0));
+        }
     }
-    vx::JobRecord* job = Finish();  // the refused control file ends the dialogue
-    ASSERT_NE(job, nullptr);
-    EXPECT_STREQ(job->Owner, "first");
+    const auto& jobs = Finish();  // the refused control file ends the dialogue
+    ASSERT_EQ(jobs.size(), 1u);
+    EXPECT_STREQ(jobs[0].record.Owner, "first");
     EXPECT_TRUE(Logged("Error: AwaitNullbyte: Nullbyte expected, protocol error on ni "));
 }
 
@@ -320,7 +426,7 @@ TEST_F(LpdReceiveFixture, ControlFileCutShortIsNoControlFile) {
     StartReceiving();
     EXPECT_EQ(Send(Line('\x02', "100 cfA001host\n")), 0);
     ASSERT_TRUE(pair_.Send("Puser\n"));
-    EXPECT_EQ(CloseAndFinish(), nullptr);
+    EXPECT_TRUE(CloseAndFinish().empty());
     EXPECT_TRUE(Logged("Error: Premature EOF in ReceiveCmd ( 6 of 100 Bytes )\n"));
     EXPECT_TRUE(Logged("Error: Controlfile is missing"));
 }
@@ -340,17 +446,16 @@ TEST_F(LpdReceiveFixture, FullDiskRefusesTheJobAndTheDialogueStaysInStep) {
     EXPECT_EQ(SendFile('\x02', "cfA001host", kControl), std::make_pair(0, 0));
     EXPECT_EQ(SendFile('\x03', "dfA001host", std::string(3 * 1024 * 1024, 'd')),
               std::make_pair(0, 0xff));
-    vx::JobRecord* job = Finish();  // the refused file ends the dialogue
+    bool none = Finish().empty();  // the refused file ends the dialogue
 
     setrlimit(RLIMIT_FSIZE, &saved);
     signal(SIGXFSZ, previous);
-    EXPECT_EQ(job, nullptr);
-    EXPECT_FALSE(vx::FsExists((temp_ + "dfA001host").c_str()));
+    EXPECT_TRUE(none);
+    EXPECT_FALSE(Exists("dfA001host"));
     std::string log = Log();
     EXPECT_NE(log.find("Error: Write error on Datafile " + temp_ + "dfA001host: only "),
               std::string::npos)
         << log;
-    EXPECT_NE(log.find("Error: Job for printer 'PRINTER' refused"), std::string::npos);
 }
 #endif
 
@@ -421,6 +526,14 @@ TEST_F(LpdReceiveFixture, UnknownFormatsCountAndAreLoggedInBothPasses) {
         << log;
     EXPECT_EQ(log.find("file 'l'"), std::string::npos);
     EXPECT_EQ(log.find("Error: "), std::string::npos);
+}
+
+TEST(ControlFileAnalysis, PrintLinesNameDataFilesExactly) {
+    const std::string control = "Pu\nldfA\nfdfA\nUdfA\nldfA.x\nldfB\nNdfA\nldfA";
+    EXPECT_EQ(vx::CountPrintLinesNaming(control.c_str(), "dfA"), 2);  // the last has no line feed
+    EXPECT_EQ(vx::CountPrintLinesNaming(control.c_str(), "dfB"), 1);
+    EXPECT_EQ(vx::CountPrintLinesNaming(control.c_str(), "df"), 0);
+    EXPECT_EQ(vx::CountPrintLinesNaming(control.c_str(), "u"), 0);
 }
 
 TEST(ControlFileAnalysis, OwnerAndJobNameAreCutAndTakeTheLastPathComponent) {

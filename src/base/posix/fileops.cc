@@ -124,4 +124,31 @@ FILE* FsOpenStream(const char* path, const char* mode) {
     return fopen(path, plainMode);
 }
 
+FILE* FsCreateNewStream(const char* path, bool* exists) {
+    if (exists != nullptr) *exists = false;
+    if (path == nullptr) return nullptr;
+    int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        if (exists != nullptr) *exists = errno == EEXIST || errno == EISDIR;
+        return nullptr;
+    }
+    FILE* stream = fdopen(fd, "wb");
+    if (stream == nullptr) close(fd);
+    return stream;
+}
+
+int FsFlushToDisk(FILE* stream) {
+    if (stream == nullptr || fflush(stream) != 0) return -1;
+    return fsync(fileno(stream)) == 0 ? 0 : -1;
+}
+
+int FsSyncDirectory(const char* dir) {
+    if (dir == nullptr) return -1;
+    int fd = open(dir[0] != '\0' ? dir : ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return -1;
+    int rc = fsync(fd);
+    close(fd);
+    return rc == 0 ? 0 : -1;
+}
+
 }  // namespace vx

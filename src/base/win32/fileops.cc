@@ -1,6 +1,8 @@
 // File-system operations over the Win32 narrow ("A") calls.
 #include "base/fileops.h"
 
+#include <fcntl.h>
+#include <io.h>
 #include <windows.h>
 
 #include <cstdio>
@@ -120,6 +122,39 @@ FILE* FsOpenStream(const char* path, const char* mode) {
     if (path == nullptr || mode == nullptr) return nullptr;
     // The C runtime honours 'c': a flush commits the file to disk.
     return fopen(path, mode);
+}
+
+FILE* FsCreateNewStream(const char* path, bool* exists) {
+    if (exists != nullptr) *exists = false;
+    if (path == nullptr) return nullptr;
+    HANDLE file = CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+                              CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        DWORD error = GetLastError();
+        if (exists != nullptr) *exists = error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS;
+        return nullptr;
+    }
+    // From here on the C runtime owns the handle: closing the stream closes it.
+    int fd = _open_osfhandle(reinterpret_cast<intptr_t>(file), _O_BINARY | _O_WRONLY);
+    if (fd < 0) {
+        CloseHandle(file);
+        return nullptr;
+    }
+    FILE* stream = _fdopen(fd, "wb");
+    if (stream == nullptr) _close(fd);
+    return stream;
+}
+
+int FsFlushToDisk(FILE* stream) {
+    if (stream == nullptr || fflush(stream) != 0) return -1;
+    auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
+    if (handle == INVALID_HANDLE_VALUE) return -1;
+    return FlushFileBuffers(handle) ? 0 : -1;
+}
+
+int FsSyncDirectory(const char*) {
+    // NTFS commits directory entries with the metadata of the files flushed through them.
+    return 0;
 }
 
 }  // namespace vx

@@ -1,0 +1,172 @@
+#include "jobs/job_journal.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+
+#include "base/text.h"
+#include "config/option_globals.h"
+#include "jobs/job_info.h"
+#include "jobs/job_status_list.h"
+#include "printserver/zelprsrv.h"
+
+namespace vx {
+
+namespace {
+
+// Orders the journals of one run and across runs: the next start continues beyond the highest
+// one it finds.
+std::atomic<unsigned long long> g_sequence{1};
+
+// "<data file>.job"; false when the name does not fit.
+bool JournalPath(const char* dataFile, char* out, size_t cap) {
+    if (dataFile == nullptr || dataFile[0] == '\0') return false;
+    return FormatText(out, cap, "%s%s", dataFile, kJournalExtension) + 1 < cap;
+}
+
+int32_t GlobalSetting(const char* name) {
+    return g_prsrv != nullptr ? g_prsrv->GetGlobalInt(name, 0) : 0;
+}
+
+bool KeepFiles() {
+    return GlobalSetting("KeepFile") != 0;
+}
+
+void RemoveDataFile(const char* path) {
+    if (FsRemove(path) == 0)
+        Trace(kTraceNotable, "File %s successfully deleted.\n", path);
+    else if (FsExists(path))
+        TraceError("Cannot delete file %s \n.", path);
+}
+
+int WriteJournal(const JobInfo& job, unsigned long long sequence, int finished) {
+    char path[kMaxPath];
+    if (!JournalPath(job.FileName, path, sizeof path)) {
+        TraceError("Cannot write the job record of job %s: the path is too long\n", job.JobId);
+        return -1;
+    }
+    RestartRecord r;
+    JobToJournalRecord(job, sequence, finished, &r);
+    RestartFileWriter writer(path, SyncJobFiles());
+    if (!writer.Open()) {
+        TraceError("Cannot write the job record %s\n", path);
+        return -1;
+    }
+    writer.Write(r);
+    return writer.Commit();
+}
+
+// The sequence a journal was written with, so that a rewrite keeps the job's place.
+unsigned long long JournalSequence(const char* path) {
+    StreamPtr file(FsOpenStream(path, "r"));
+    if (!file) return 0;
+    RestartRecord r;
+    unsigned length = 0;
+    if (ReadRestartRecord(file.get(), &r, &length) != kReadRecord) return 0;
+    SavedJob saved;
+    ParseJob(r, &saved);
+    return saved.sequence;
+}
+
+struct JournalList {
+    std::vector<SavedJob> jobs;
+};
+
+bool IsJournalName(const char* name) {
+    size_t len = strlen(name), ext = strlen(kJournalExtension);
+    return len > ext && EqualsNoCase(name + len - ext, kJournalExtension);
+}
+
+int CollectJournal(void* context, const char* name) {
+    if (!IsJournalName(name)) return 0;
+    char path[kMaxPath];
+    FormatText(path, sizeof path, "%s%s", JobBaseDirectory(), name);
+    StreamPtr file(FsOpenStream(path, "r"));
+    if (!file) return 0;
+    RestartRecord r;
+    unsigned length = 0;
+    if (ReadRestartRecord(file.get(), &r, &length) != kReadRecord) {
+        TraceError("Invalid job record %s.\n", path);
+        return 0;
+    }
+    SavedJob saved;
+    ParseJob(r, &saved);
+    static_cast<JournalList*>(context)->jobs.push_back(saved);
+    return 0;
+}
+
+}  // namespace
+
+bool SyncJobFiles() {
+    return GlobalSetting(kSyncJobFilesSetting) != 0;
+}
+
+bool JournalingOn() {
+    return g_Options.UseEnhancedSW == 0 && g_Options.NoJobRestore == 0;
+}
+
+bool HasJobJournal(const char* dataFile) {
+    char path[kMaxPath];
+    return JournalPath(dataFile, path, sizeof path) && FsExists(path);
+}
+
+int WriteJobJournal(const JobInfo& job) {
+    if (job.ReceivedFile == 0 || !JournalingOn()) return 0;
+    return WriteJournal(job, g_sequence.fetch_add(1), 0);
+}
+
+void UpdateJobJournal(const JobInfo& job) {
+    char path[kMaxPath];
+    if (job.ReceivedFile == 0 || !JournalPath(job.FileName, path, sizeof path) || !FsExists(path))
+        return;
+    unsigned long long sequence = JournalSequence(path);
+    WriteJournal(job, sequence != 0 ? sequence : g_sequence.fetch_add(1), 0);
+}
+
+void RemoveJobJournal(const JobInfo& job) {
+    char path[kMaxPath];
+    if (job.ReceivedFile != 0 && JournalPath(job.FileName, path, sizeof path)) FsRemove(path);
+}
+
+void RetireJobFiles(const JobInfo& job) {
+    if (job.ReceivedFile == 0) return;
+    char path[kMaxPath];
+    bool journaled = JournalPath(job.FileName, path, sizeof path) && FsExists(path);
+    // An extended-protocol job whose final status waits for its query keeps its file until the
+    // query: the journal stays, marked finished, so that a restart still knows the file.
+    if (!KeepFiles() && job.Protocol == 'S' &&
+        KeepFileForStatusQuery(job.PrinterName, job.JobId, job.FileName)) {
+        if (journaled) {
+            unsigned long long sequence = JournalSequence(path);
+            WriteJournal(job, sequence != 0 ? sequence : g_sequence.fetch_add(1), 1);
+        }
+        return;
+    }
+    // The data file first: a journal without its data file is cleared at the next start, a data
+    // file without its journal would stay for ever.
+    if (!KeepFiles()) RemoveDataFile(job.FileName);
+    if (journaled) FsRemove(path);
+}
+
+void ReleaseFinishedJobFiles(const char* dataFile) {
+    if (dataFile == nullptr || dataFile[0] == '\0') return;
+    if (!KeepFiles()) RemoveDataFile(dataFile);
+    char path[kMaxPath];
+    if (JournalPath(dataFile, path, sizeof path)) FsRemove(path);
+}
+
+std::vector<SavedJob> ReadJobJournals() {
+    JournalList list;
+    const char* base = JobBaseDirectory();
+    FsListDirectory(base[0] != '\0' ? base : ".", CollectJournal, &list);
+    std::stable_sort(list.jobs.begin(), list.jobs.end(),
+                     [](const SavedJob& a, const SavedJob& b) { return a.sequence < b.sequence; });
+    unsigned long long next = 1;
+    for (const SavedJob& job : list.jobs) next = std::max(next, job.sequence + 1);
+    unsigned long long current = g_sequence.load();
+    while (current < next && !g_sequence.compare_exchange_weak(current, next)) {
+    }
+    return std::move(list.jobs);
+}
+
+}  // namespace vx
