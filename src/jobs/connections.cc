@@ -9,11 +9,11 @@
 // never holding the list's lock longer than that, so that finishing threads can still reach it.
 #include "jobs/connections.h"
 
+#include <atomic>
 #include <cerrno>
 #include <system_error>
 #include <thread>
 
-#include "config/option_globals.h"
 #include "config/process_state.h"
 #include "jobs/job_lists.h"
 #include "jobs/list_lock.h"
@@ -26,6 +26,10 @@ namespace vx {
 namespace {
 
 constexpr uint32_t kShutdownPollMs = 1000;
+
+// ConnectionMode as the connection list was made with: option changes at run time must not make
+// the accept path or the end of the service use a list that does not exist.
+std::atomic<int32_t> g_listMode{0};
 
 // Connections are keyed by their network handle, the first member of the record.
 int MatchConnection(const void* key, const void* element, int, void*) {
@@ -78,6 +82,20 @@ void ReportThreadStartFailure(int error) {
 
 }  // namespace
 
+int CreateConnectionList(int32_t mode) {
+    g_listMode = 0;
+    if (mode == 0) return 0;
+    int rc = InitList(kConnThreadListCapacity, sizeof(ConnInfo), &g_ConnThreadList, 0);
+    if (rc == 0) g_listMode = mode;
+    return rc;
+}
+
+void DestroyConnectionList() {
+    ExitList(g_ConnThreadList);
+    g_ConnThreadList = kInvalidListId;
+    g_listMode = 0;
+}
+
 void ConnectionThread(ConnInfo* info) {
     ConnInfo own = *info;
     // From here on the accepting thread may reuse its record.
@@ -108,7 +126,7 @@ void AcceptConnection() {
     info.ConnectionArg = isLocal;
     Trace(kTraceDetail, "Got handle %d for new connection\n", info.Connection.niHandle);
 
-    if (g_Options.ConnectionMode == 0) {
+    if (g_listMode == 0) {
         ServeConnection(info);
         return;
     }
@@ -137,7 +155,7 @@ void AcceptConnection() {
 void WaitForConnectionThreads() {
     if (g_prsrv != nullptr)
         g_prsrv->Trace(kTraceNotable, "List memory in use: %u bytes\n", ListMemoryInUse());
-    if (g_Options.ConnectionMode == 0) return;
+    if (g_listMode == 0) return;
     Trace(kTraceNotable, "Enter connection loop\n");
     for (;;) {
         ListLockHold hold(g_ConnThreadList);

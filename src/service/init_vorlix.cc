@@ -5,7 +5,6 @@
 #include "base/eventlog.h"
 #include "base/process.h"
 #include "config/option_globals.h"
-#include "jobs/conn_info.h"
 #include "jobs/connections.h"
 #include "jobs/job_lists.h"
 #include "jobs/job_record.h"
@@ -23,14 +22,12 @@ namespace {
 
 bool g_exited = false;
 
-// Releases the lists made so far (on a failed start and at the end).
+// Releases the job lists made so far (on a failed start and at the end).
 void DestroyJobLists() {
     ExitList(g_JobStatusList);
     ExitList(g_JobQueueList);
-    ExitList(g_ConnThreadList);
     g_JobStatusList = kInvalidListId;
     g_JobQueueList = kInvalidListId;
-    g_ConnThreadList = kInvalidListId;
 }
 
 int CreateJobLists(int pendingJobsMode, uint32_t* pendingJobs) {
@@ -49,13 +46,11 @@ int CreateJobLists(int pendingJobsMode, uint32_t* pendingJobs) {
         TraceError("InitVorlix: cannot init job queue list - aborting\n");
         return rc;
     }
-    if (g_Options.ConnectionMode != 0) {
-        rc = InitList(kConnThreadListCapacity, sizeof(ConnInfo), &g_ConnThreadList, 0);
-        if (rc != 0) {
-            DestroyJobLists();
-            TraceError("InitVorlix: cannot init connection thread list - aborting\n");
-            return rc;
-        }
+    rc = CreateConnectionList(g_Options.ConnectionMode);
+    if (rc != 0) {
+        DestroyJobLists();
+        TraceError("InitVorlix: cannot init connection thread list - aborting\n");
+        return rc;
     }
     return 0;
 }
@@ -104,6 +99,7 @@ void ExitVorlix() {
     else
         StopPrinterQueues();
     DestroyJobLists();
+    DestroyConnectionList();
     Czelprsrv* p = g_prsrv;
     g_prsrv = nullptr;
     delete p;

@@ -1,0 +1,120 @@
+// Connection threads over loopback: the accept path hands each connection to a thread of its own
+// or serves it itself, as the connection list was made, and the end of the service waits for
+// every connection.
+#include "jobs/connections.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "base/ni.h"
+#include "config/option_globals.h"
+#include "config/process_state.h"
+#include "jobs/job_lists.h"
+#include "loopback_pair.h"
+#include "net/listener.h"
+#include "printserver/zelprsrv.h"
+#include "prsrv_fixture.h"
+
+namespace {
+
+constexpr const char* kVersionQuery = "4 x 1";
+constexpr const char* kVersionAnswer = "This is Vorlix Version ";
+// Only a guard against a hang: a reply that never comes fails the test instead.
+constexpr int kHangGuardMs = 30000;
+
+// A sender that connected to the service's port and asked one question.
+class Sender {
+  public:
+    Sender(uint16_t port, const char* line) {
+        EXPECT_EQ(vx::NiConnect("127.0.0.1", std::to_string(port).c_str(), kHangGuardMs, &handle_),
+                  vx::kNiOk);
+        if (line != nullptr) Send(line);
+    }
+    ~Sender() {
+        if (handle_ != vx::kNiNoHandle) vx::NiCloseHandle(handle_);
+    }
+    Sender(const Sender&) = delete;
+    Sender& operator=(const Sender&) = delete;
+
+    void Send(const std::string& text) {
+        int32_t count = 0;
+        EXPECT_EQ(vx::NiRawWrite(handle_, text.data(), static_cast<int32_t>(text.size()),
+                                 kHangGuardMs, &count),
+                  vx::kNiOk);
+    }
+    // Everything the service answers until it closes the connection.
+    std::string Answer() {
+        std::string got;
+        vx::NiSetSingleRead(handle_, true);
+        for (;;) {
+            char buffer[4096];
+            int32_t count = 0;
+            int rc = vx::NiRawRead(handle_, buffer, sizeof buffer, kHangGuardMs, &count);
+            got.append(buffer, static_cast<size_t>(count));
+            if (rc != vx::kNiOk) return got;
+        }
+    }
+
+  private:
+    vx::NiHandle handle_ = vx::kNiNoHandle;
+};
+
+class Connections : public vxtest::PrsrvFixture {
+  protected:
+    void SetUp() override {
+        PrsrvFixture::SetUp();
+        Seed("LogLevel", "9");
+        Seed("WinAPILog", "1");
+        prsrv_ = Make();
+        vx::g_prsrv = prsrv_.get();
+        ASSERT_EQ(vx::NiInit(vx::kNiMaxHandles), vx::kNiOk);
+        vxtest::UseDefaultListenerParams();
+        vx::g_StopReason = vx::kStopNone;
+        ASSERT_EQ(vx::NiServerHandle(&port_, &vx::g_ListenHandle), vx::kNiOk);
+    }
+    void TearDown() override {
+        vx::DestroyConnectionList();
+        vx::NiCloseHandle(vx::g_ListenHandle);
+        vx::g_ListenHandle = vx::kNiNoHandle;
+        vx::g_StopReason = vx::kStopNone;
+        vx::g_Options.ConnectionMode = 1;
+        vx::g_prsrv = nullptr;
+    }
+
+    std::string Log() { return vxtest::ReadTextFile(prsrv_->MainLogPath()); }
+    int LogCount(const std::string& text) { return vxtest::CountOccurrences(Log(), text); }
+
+    std::unique_ptr<vx::Czelprsrv> prsrv_;
+    uint16_t port_ = 0;
+};
+
+TEST_F(Connections, AcceptAndEndKeepToTheModeTheListWasMadeWith) {
+    ASSERT_EQ(vx::CreateConnectionList(1), 0);
+    EXPECT_NE(vx::g_ConnThreadList, vx::kInvalidListId);
+    vx::g_Options.ConnectionMode = 0;  // changed while the service runs
+    {
+        Sender sender(port_, kVersionQuery);
+        vx::AcceptConnection();
+        EXPECT_EQ(sender.Answer().rfind(kVersionAnswer, 0), 0u);
+    }
+    vx::WaitForConnectionThreads();
+    EXPECT_EQ(LogCount("Start new connection thread\n"), 1);
+    EXPECT_EQ(LogCount("Enter connection loop\n"), 1);
+
+    vx::DestroyConnectionList();
+    ASSERT_EQ(vx::CreateConnectionList(0), 0);
+    EXPECT_EQ(vx::g_ConnThreadList, vx::kInvalidListId);
+    vx::g_Options.ConnectionMode = 1;
+    {
+        Sender sender(port_, kVersionQuery);
+        vx::AcceptConnection();  // served by this thread: the answer is complete on return
+        EXPECT_EQ(sender.Answer().rfind(kVersionAnswer, 0), 0u);
+    }
+    vx::WaitForConnectionThreads();
+    EXPECT_EQ(LogCount("Start new connection thread\n"), 1);
+    EXPECT_EQ(LogCount("Enter connection loop\n"), 1);
+}
+
+}  // namespace
