@@ -30,6 +30,8 @@ void DestroyJobLists() {
     g_JobQueueList = kInvalidListId;
 }
 
+// The job status list and the job queue list, or with UseEnhancedSW the print library's queues.
+// 0, the failing list creation's code, or the print library's result.
 int CreateJobLists(int pendingJobsMode, uint32_t* pendingJobs) {
     if (g_Options.UseEnhancedSW != 0) {
         // The print library keeps queues and job states itself in this mode.
@@ -46,13 +48,20 @@ int CreateJobLists(int pendingJobsMode, uint32_t* pendingJobs) {
         TraceError("InitVorlix: cannot init job queue list - aborting\n");
         return rc;
     }
-    rc = CreateConnectionList(g_Options.ConnectionMode);
-    if (rc != 0) {
-        DestroyJobLists();
-        TraceError("InitVorlix: cannot init connection thread list - aborting\n");
-        return rc;
-    }
     return 0;
+}
+
+// The connection list, whichever keeps the jobs: connections are served in both modes. When it
+// cannot be made, what CreateJobLists made is released again.
+int CreateConnectionThreadList() {
+    int rc = CreateConnectionList(g_Options.ConnectionMode);
+    if (rc == 0) return 0;
+    if (g_Options.UseEnhancedSW != 0)
+        Backend().ExitEx();
+    else
+        DestroyJobLists();
+    TraceError("InitVorlix: cannot init connection thread list - aborting\n");
+    return rc;
 }
 
 }  // namespace
@@ -83,6 +92,12 @@ int InitVorlix(int loadLibraries, int pendingJobsMode, uint32_t* pendingJobs, in
     p.Trace(kTraceNotable, "Module name: %s\n", modulePath);
 
     int rc = CreateJobLists(pendingJobsMode, pendingJobs);
+    // A print library that did not start leaves its code to return; connections are served all
+    // the same.
+    if (rc == 0 || g_Options.UseEnhancedSW != 0) {
+        int listRc = CreateConnectionThreadList();
+        if (listRc != 0) rc = listRc;
+    }
     p.ReportMemoryUsage(0, ListMemoryInUse());
     return rc;
 }

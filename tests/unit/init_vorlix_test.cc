@@ -1,0 +1,90 @@
+// Start-up and end of the process: the lists InitVorlix makes in either job mode, what they count
+// in the list memory, and that ExitVorlix releases them again.
+#include "service/init_vorlix.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "base/registry.h"
+#include "config/option_globals.h"
+#include "jobs/job_lists.h"
+#include "jobs/print_backend.h"
+#include "jobs/zlplist.h"
+#include "printserver/zelprsrv.h"
+#include "test_support.h"
+
+namespace {
+
+// The print library's start and end as InitVorlix and ExitVorlix call them.
+struct LibraryCalls {
+    int initEx = 0;
+    int exitEx = 0;
+    static LibraryCalls& Get() {
+        static LibraryCalls calls;
+        return calls;
+    }
+};
+
+class InitVorlixTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        vxtest::UseScratchEnvironment();
+        LibraryCalls::Get() = LibraryCalls{};
+        backend_ = vx::Backend();
+        backend_.InitEx = [](int, int, uint32_t*, const ZelHost*) {
+            ++LibraryCalls::Get().initEx;
+            return 0;
+        };
+        backend_.ExitEx = [] {
+            ++LibraryCalls::Get().exitEx;
+            return 0;
+        };
+        vx::SetPrintBackendForTest(&backend_);
+        // Nothing is saved for a restart at the end.
+        Set("NoJobRestore", "1");
+    }
+    void TearDown() override {
+        vx::ExitVorlix();
+        vx::SetPrintBackendForTest(nullptr);
+        vx::RegKey key;
+        if (vx::RegCreate(vx::kHiveLocalMachine, vx::kDefaultSettingsKey, key.Receive()) ==
+            vx::kRegOk) {
+            for (const std::string& name : written_) vx::RegRemoveValue(key.Get(), name.c_str());
+        }
+        int count = 0;
+        const vx::OptionGlobalEntry* table = vx::OptionGlobalTable(&count);
+        for (int i = 0; i < count; ++i) (vx::g_Options.*(table[i].field)) = table[i].defaultValue;
+    }
+
+    // A setting of the service, removed again after the test.
+    void Set(const std::string& name, const std::string& text) {
+        vx::RegKey key;
+        ASSERT_EQ(vx::RegCreate(vx::kHiveLocalMachine, vx::kDefaultSettingsKey, key.Receive()),
+                  vx::kRegOk);
+        ASSERT_EQ(vx::RegSetText(key.Get(), name.c_str(), text.c_str(),
+                                 static_cast<uint32_t>(text.size())),
+                  vx::kRegOk);
+        written_.push_back(name);
+    }
+
+    vx::PrintBackend backend_{};
+    std::vector<std::string> written_;
+};
+
+TEST_F(InitVorlixTest, ConnectionListIsMadeAlsoWhenThePrintLibraryKeepsTheJobs) {
+    Set("UseEnhancedSW", "1");
+    uint32_t pending = 0;
+    ASSERT_EQ(vx::InitVorlix(0, 0, &pending, 0), 0);
+    EXPECT_EQ(LibraryCalls::Get().initEx, 1);
+    EXPECT_EQ(vx::g_JobStatusList, vx::kInvalidListId);
+    EXPECT_NE(vx::g_ConnThreadList, vx::kInvalidListId);
+
+    vx::ExitVorlix();
+    EXPECT_EQ(LibraryCalls::Get().exitEx, 1);
+    EXPECT_EQ(vx::g_ConnThreadList, vx::kInvalidListId);
+    EXPECT_EQ(vx::g_prsrv, nullptr);
+}
+
+}  // namespace
