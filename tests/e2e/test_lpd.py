@@ -207,21 +207,23 @@ def test_several_data_files_and_a_sender_that_goes_away(vorlix, cups, server, tm
     broken.sock.sendall(random_bytes(30_000, 3))
     broken.close()
 
-    # A job of two data files is printed from its last data file, byte for byte.
+    # A job of two data files prints each of them, in the order they came, byte for byte.
     first, last = random_bytes(20_000, 4), random_bytes(70_000, 5)
     job = RawSender(s.port, cp.PRINTING)
     job.data("dfA002vxtest", first)
     job.data("dfB002vxtest", last)
     job.control(cp.PRINTING, ["dfA002vxtest", "dfB002vxtest"])
     job.close()
-    # Its two print lines are its copy count.
-    assert sink.wait_for_jobs(1) == [last * 2]
+    assert sink.wait_for_jobs(2) == [first, last]
 
     after = random_bytes(10_000, 6)
     (tmp_path / "after.bin").write_bytes(after)
     cups_lpd(s.port, cp.PRINTING, tmp_path / "after.bin")
-    assert sink.wait_for_jobs(2) == [last * 2, after]
+    assert sink.wait_for_jobs(3) == [first, last, after]
     assert "Error: Controlfile is missing (protocol or network problem). No printout." in s.lines()
+    # The fragment and the printed jobs leave nothing behind in the temporary directory.
+    assert s.stop() == 0
+    assert [p.name for p in vorlix.log_dir.iterdir() if p.name.startswith("df")] == []
 
 
 def test_queries_and_commands(vorlix, cups, server, tmp_path):
@@ -240,10 +242,9 @@ def test_queries_and_commands(vorlix, cups, server, tmp_path):
     # An extended-protocol opening never reaches the LPD dispatch.
     assert ask(s.port, b"SC\n") == b""
 
-    # A job for a queue that does not exist is not printed; the server serves the next one.
+    # A job for a queue that does not exist is refused at once; the server serves the next one.
     sink = cups.sink(cp.PRINTING)
-    (tmp_path / "lost.bin").write_bytes(random_bytes(1000, 7))
-    cups_lpd(s.port, cp.UNKNOWN, tmp_path / "lost.bin")
+    assert ask(s.port, f"\x02{cp.UNKNOWN}\n".encode()) == b"\xff"
     data = random_bytes(5000, 8)
     (tmp_path / "ok.bin").write_bytes(data)
     cups_lpd(s.port, cp.PRINTING, tmp_path / "ok.bin")
@@ -252,7 +253,7 @@ def test_queries_and_commands(vorlix, cups, server, tmp_path):
     lines = s.lines()
     assert "Error: Wrong lpd command!" in lines
     assert "Error: Unknown lpd command!" in lines
-    assert f"Error: Invalid printer name {cp.UNKNOWN}. Job not queued." in lines
+    assert f"Error: Receive job for unknown printer {cp.UNKNOWN} refused." in lines
     assert any(line.startswith("Error: Extended protocol request") for line in lines)
 
 
