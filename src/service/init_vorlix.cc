@@ -37,12 +37,13 @@ int CreateJobLists(int pendingJobsMode, uint32_t* pendingJobs) {
         // The print library keeps queues and job states itself in this mode.
         return Backend().InitEx(2, pendingJobsMode, pendingJobs, g_prsrv->Host());
     }
-    int rc = InitList(kJobStatusListCapacity, kJobStatusElementSize, &g_JobStatusList, 1);
+    // Neither list counts in the list memory; the printers' job lists do.
+    int rc = InitList(kJobStatusListCapacity, kJobStatusElementSize, &g_JobStatusList, 0);
     if (rc != 0) {
         TraceError("InitVorlix: cannot init job status list - aborting\n");
         return rc;
     }
-    rc = InitList(kJobQueueListCapacity, sizeof(PrinterQueue), &g_JobQueueList, 1);
+    rc = InitList(kJobQueueListCapacity, sizeof(PrinterQueue), &g_JobQueueList, 0);
     if (rc != 0) {
         DestroyJobLists();
         TraceError("InitVorlix: cannot init job queue list - aborting\n");

@@ -87,4 +87,21 @@ TEST_F(InitVorlixTest, ConnectionListIsMadeAlsoWhenThePrintLibraryKeepsTheJobs) 
     EXPECT_EQ(vx::g_prsrv, nullptr);
 }
 
+TEST_F(InitVorlixTest, StatusAndQueueListsAreNotCountedInTheListMemory) {
+    uint32_t before = vx::ListMemoryInUse();
+    uint32_t pending = 0;
+    ASSERT_EQ(vx::InitVorlix(0, 0, &pending, 0), 0);
+    EXPECT_EQ(LibraryCalls::Get().initEx, 0);
+    EXPECT_NE(vx::g_JobStatusList, vx::kInvalidListId);
+    EXPECT_NE(vx::g_JobQueueList, vx::kInvalidListId);
+    EXPECT_NE(vx::g_ConnThreadList, vx::kInvalidListId);
+    EXPECT_EQ(vx::ListMemoryInUse(), before);
+
+    vx::ExitVorlix();
+    EXPECT_EQ(vx::g_JobStatusList, vx::kInvalidListId);
+    EXPECT_EQ(vx::g_JobQueueList, vx::kInvalidListId);
+    EXPECT_EQ(vx::g_ConnThreadList, vx::kInvalidListId);
+    EXPECT_EQ(vx::ListMemoryInUse(), before);
+}
+
 }  // namespace
