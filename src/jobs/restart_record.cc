@@ -99,8 +99,8 @@ void ParseJob(const RestartRecord& r, SavedJob* job) {
         job->noStatus = 1;
     }
     if (at < r.length)
-        sscanf(r.data + at, "%5d %5d %llu %d %d %d", &job->copies, &job->setupAgain,
-               &job->sequence, &job->param1, &job->param2, &job->finished);
+        sscanf(r.data + at, "%5d %5d %llu %d %d %d", &job->copies, &job->setupAgain, &job->sequence,
+               &job->param1, &job->param2, &job->finished);
 }
 
 void StatusToRecord(const JobRecord& status, RestartRecord* r) {

@@ -85,9 +85,8 @@ class LpdReceiveFixture : public vxtest::PrsrvFixture {
         if (server_.joinable()) server_.join();
         handed_.jobs.clear();
         handed_.batches.clear();
-        server_ = std::thread([this, queue] {
-            made_ = vx::ReceiveJob(queue, &socket_, HandOvers::Take, &handed_);
-        });
+        server_ = std::thread(
+            [this, queue] { made_ = vx::ReceiveJob(queue, &socket_, HandOvers::Take, &handed_); });
     }
 
     // The sender closes; the dialogue ends and the jobs it handed over are returned.

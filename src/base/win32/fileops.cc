@@ -131,7 +131,8 @@ FILE* FsCreateNewStream(const char* path, bool* exists) {
                               CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
         DWORD error = GetLastError();
-        if (exists != nullptr) *exists = error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS;
+        if (exists != nullptr)
+            *exists = error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS;
         return nullptr;
     }
     // From here on the C runtime owns the handle: closing the stream closes it.

@@ -1,0 +1,217 @@
+// The journal beside each received job: written before the job is handed over, gone with the data
+// file once the job is final, and at the next start the way back for every job that a dead
+// process left waiting, in the order received and once. Also the names the service keeps for its
+// own files in the temporary directory.
+#include "jobs/job_journal.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+
+#include "jobs/restart_files.h"
+#include "jobs/temp_names.h"
+#include "jobs_fixture.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace vx;
+using Ids = std::vector<std::string>;
+
+class JobJournalTest : public vxtest::JobsFixture {
+  protected:
+    std::string Temp() { return g_prsrv->TempDirectory(); }
+    bool Exists(const std::string& name) { return fs::exists(Temp() + name); }
+
+    // An LPD job as reception hands it over, its data file in the temporary directory.
+    int ReceiveU(const std::string& printer, const std::string& jobId,
+                 const std::string& content = "data\n") {
+        auto r = Receive(printer, jobId, DataFile(jobId, content));
+        return ProcessJob(&r->record, 'U');
+    }
+
+    // What a process that dies now leaves on disk: the journals and their data files.
+    std::map<std::string, std::string> Snapshot() {
+        std::map<std::string, std::string> files;
+        for (const auto& entry : fs::directory_iterator(Temp())) {
+            std::string name = entry.path().filename().string();
+            if (name.find(".dbg") == std::string::npos)
+                files[name] = vxtest::ReadWholeFile(entry.path().string());
+        }
+        return files;
+    }
+    // The next start of the dead process: empty lists, its files back as they were.
+    void StartAgainWith(const std::map<std::string, std::string>& files) {
+        for (auto& gate : gates_) gate->Open();
+        WaitForPrinterWorkers();
+        DismantlePrinterQueues();
+        ClearList(g_JobStatusList, 1);
+        g_StopReason = kStopNone;
+        for (const auto& [name, content] : files)
+            ASSERT_TRUE(vxtest::WriteWholeFile(Temp() + name, content));
+    }
+    Ids Leftovers() {
+        Ids names;
+        for (const auto& [name, content] : Snapshot()) names.push_back(name);
+        return names;
+    }
+};
+
+TEST_F(JobJournalTest, ReceivedJobsAreJournaledAndLeaveNothingOncePrinted) {
+    vxtest::Gate* gate = BlockPrinting();
+    ASSERT_EQ(ReceiveU("P1", "dfA"), 0);
+    ASSERT_TRUE(fake().WaitStarted(1));
+    EXPECT_TRUE(Exists("dfA") && Exists("dfA.job"));
+    // A local file printed on request is nobody's to delete.
+    const std::string local = DataFile("local.prn");
+    ASSERT_EQ(ProcessFile("P1", local.c_str(), "local", 1, 0), 0);
+    EXPECT_FALSE(Exists("local.prn.job"));
+    gate->Open();
+    ASSERT_TRUE(fake().WaitPrinted(2));
+    ASSERT_TRUE(Eventually([&] { return Leftovers() == Ids{"local.prn"}; }));
+    EXPECT_EQ(LogCount("File " + Temp() + "dfA successfully deleted.\n"), 1);
+
+    // With KeepFile the data file stays; the journal goes all the same (the job is final).
+    Seed("KeepFile", "1");
+    prsrv_->SetGlobalInt("KeepFile", 1);
+    ASSERT_EQ(ReceiveU("P1", "dfB"), 0);
+    ASSERT_TRUE(fake().WaitPrinted(3));
+    ASSERT_TRUE(Eventually([&] { return !Exists("dfB.job"); }));
+    EXPECT_TRUE(Exists("dfB"));
+}
+
+// kill -9 with jobs waiting: the next start finds them by their journals and prints each once,
+// per printer in the order received (not in the order of the directory listing).
+TEST_F(JobJournalTest, JobsOfADeadProcessComeBackOnceInTheOrderReceived) {
+    BlockPrinting();
+    prsrv_->SetGlobalInt("SyncJobFiles", 1);  // the durable road takes the same turns
+    for (const char* id : {"zeta", "alpha", "mid", "beta"})
+        ASSERT_EQ(ReceiveU(std::string(id) == "mid" ? "P2" : "P1", id, std::string(id) + "\n"), 0);
+    ASSERT_TRUE(fake().WaitStarted(2));
+    std::map<std::string, std::string> onDisk = Snapshot();
+    EXPECT_EQ(onDisk.size(), 8u);
+
+    fake().Set(nullptr);
+    StartAgainWith(onDisk);
+    size_t before = fake().Printed().size();
+    RestoreQueues();
+    ASSERT_TRUE(fake().WaitPrinted(before + 4));
+    Ids again;
+    for (const auto& call : fake().Printed())
+        if (call.printer == "P1") again.push_back(call.jobId);
+    // zeta was printing at the crash: it prints again, then the others in their order.
+    Ids p1(again.end() - 3, again.end());
+    EXPECT_EQ(p1, (Ids{"zeta", "alpha", "beta"}));
+    ASSERT_TRUE(Eventually([&] { return Leftovers().empty(); }));
+    EXPECT_EQ(LogCount("Restoring job alpha with 1 copies for printer P1.\n"), 1);
+}
+
+TEST_F(JobJournalTest, AJournalWithoutItsDataFileIsCleared) {
+    BlockPrinting();
+    ASSERT_EQ(ReceiveU("P1", "gone"), 0);
+    std::map<std::string, std::string> onDisk = Snapshot();
+    onDisk.erase("gone");
+    StartAgainWith(onDisk);
+    fs::remove(Temp() + "gone");
+    RestoreQueues();
+    EXPECT_FALSE(Exists("gone.job"));
+    EXPECT_EQ(LogCount("Error: File " + Temp() + "gone missing.\n"), 1);
+}
+
+// An extended-protocol job kept after a device error is journaled as such: restored from the
+// journal it keeps its place and gets no new status entry.
+TEST_F(JobJournalTest, ASetupAgainSurvivesACrash) {
+    FailJobs({"kept"}, ZEL_RC_DEVICE);
+    auto r = Receive("P1", "kept", DataFile("kept"));
+    ASSERT_EQ(EnterReceivedJob(&r->record), 0);
+    ASSERT_EQ(ProcessJob(&r->record, 'S'), 0);
+    ASSERT_TRUE(Eventually([] { return g_StopReason == kStopDeviceContext; }));
+    ASSERT_TRUE(Eventually([&] {
+        return vxtest::ReadWholeFile(Temp() + "kept.job").find(" 00001 ") != std::string::npos;
+    }));
+    std::map<std::string, std::string> onDisk = Snapshot();
+    StartAgainWith(onDisk);
+    BlockPrinting();
+    RestoreQueues();
+    std::vector<JobInfo> queued = Queued("P1");
+    ASSERT_EQ(queued.size(), 1u);
+    EXPECT_EQ(queued[0].SetupAgain, 1);
+    EXPECT_EQ(Count(g_JobStatusList), 0);
+}
+
+// The file of a job whose final status waits for its query stays until the query has answered;
+// a restart keeps it when the status came back with the status file, and clears it otherwise.
+TEST_F(JobJournalTest, AFinishedJobKeepsItsFileUntilItsStatusIsAskedFor) {
+    auto r = Receive("P1", "asked", DataFile("asked"));
+    ASSERT_EQ(EnterReceivedJob(&r->record), 0);
+    ASSERT_EQ(ProcessJob(&r->record, 'S'), 0);
+    ASSERT_TRUE(Eventually([&] { return StatusOf("P1", "asked") == kJobDone; }));
+    ASSERT_TRUE(Eventually([&] {
+        return vxtest::ReadWholeFile(Temp() + "asked.job").find(" 1\n") != std::string::npos;
+    }));
+    EXPECT_TRUE(Exists("asked"));
+
+    // An orderly restart: the status comes back, and so does the file's claim.
+    WaitForPrinterWorkers();
+    SaveQueuesForRestart();
+    std::map<std::string, std::string> onDisk = Snapshot();
+    StartAgainWith(onDisk);
+    RestoreQueues();
+    EXPECT_TRUE(Exists("asked") && Exists("asked.job"));
+    JobStatusAnswer answer;
+    AnswerJobStatusQuery("P1", "asked", &answer);
+    EXPECT_EQ(answer.outcome, kStatusFinal);
+    EXPECT_FALSE(Exists("asked") || Exists("asked.job"));
+
+    // A crash loses the status list: the finished job's files have nobody to wait for.
+    StartAgainWith(onDisk);
+    fs::remove(Temp() + "stal.dbd");
+    RestoreQueues();
+    EXPECT_TRUE(Leftovers().empty());
+    EXPECT_TRUE(fake().Printed().size() == 1u);  // never printed again
+}
+
+// Several jobs of one acknowledgement are taken all or none.
+TEST_F(JobJournalTest, ABatchThatCannotBeTakenWholeLeavesNoJournal) {
+    BlockPrinting();
+    auto first = Receive("P1", "one", DataFile("one"));
+    auto second = Receive("P1", "two", Temp() + "missing");
+    JobRecord* both[] = {&first->record, &second->record};
+    EXPECT_EQ(ProcessJobs(both, 2, 'U'), -1);
+    EXPECT_FALSE(Exists("one.job"));
+    EXPECT_TRUE(Queued("P1").empty());
+}
+
+TEST(TempNames, TheServicesOwnNamesAreReserved) {
+    for (const char* name : {"stal.dbd", "PRNL00001.DBD", "prnl00001.dbd.20261123_101500",
+                             "vorlix.dbg", "vorlixwinapi.dbg", "vorlix.dbg.20261123_101500",
+                             "vorlix.nit", "dfA001.job", "stal.dbd.tmp", "zelwin_1_2.part"})
+        EXPECT_TRUE(IsReservedTempName(name)) << name;
+    for (const char* name : {"dfA001host", "dfA001host.001", "report.pdf", "jobs", "dbd"})
+        EXPECT_FALSE(IsReservedTempName(name)) << name;
+}
+
+TEST(TempNames, SafeNamesStayInTheDirectoryAndOffTheReservedOnes) {
+    struct Case {
+        const char* given;
+        const char* safe;
+    };
+    const Case cases[] = {
+        {"../../etc/passwd", "___.._etc_passwd"},
+        {"C:\\Windows\\x", "C__Windows_x"},
+        {".hidden", "_hidden"},
+        {"stal.dbd", "stal_dbd"},
+        {"prnl00001.dbd", "prnl00001_dbd"},
+        {"x.job", "x_job"},
+        {"report 1.pdf", "report 1.pdf"},
+        {"", ""},
+    };
+    for (const Case& c : cases) {
+        char out[64];
+        SafeTempName(c.given, out, sizeof out);
+        EXPECT_STREQ(out, c.safe) << c.given;
+        EXPECT_FALSE(IsReservedTempName(out)) << c.given;
+    }
+}
+
+}  // namespace
