@@ -7,16 +7,18 @@
 // setting and closing hEventQueue. Once a stop reason is set the thread only sets hEventQueue and
 // leaves the record to the shutdown wait, which polls the first record's event once a second,
 // never holding the list's lock longer than that, so that finishing threads can still reach it.
+// A thread still traces after it has set its event, so the threads are also counted: the shutdown
+// wait ends only when every one has left its body.
 #include "jobs/connections.h"
 
 #include <atomic>
 #include <cerrno>
-#include <system_error>
 #include <thread>
 
 #include "config/process_state.h"
 #include "jobs/job_lists.h"
 #include "jobs/list_lock.h"
+#include "jobs/thread_group.h"
 #include "net/listener.h"
 #include "printserver/zelprsrv.h"
 #include "protocol/connection_handler.h"
@@ -62,14 +64,17 @@ void RemoveFromList(ConnInfo& own) {
     DeleteElement(g_ConnThreadList, MatchConnection, &handle, 0);
 }
 
-// Starts the thread; 0, or the system's error number when it could not be started.
+// The connection threads, counted until each has left its body: the end of the service waits
+// for them before the print-server object they trace through goes away. Never destroyed: a
+// thread may still leave while static objects are being destroyed.
+ThreadGroup& ConnectionThreads() {
+    static ThreadGroup* group = new ThreadGroup;
+    return *group;
+}
+
+// Starts the thread; 0, or EAGAIN (or -1) when it could not be started.
 int StartConnectionThread(ConnInfo* info) {
-    try {
-        std::thread(ConnectionThread, info).detach();
-    } catch (const std::system_error& e) {
-        return e.code() == std::errc::resource_unavailable_try_again ? EAGAIN : -1;
-    }
-    return 0;
+    return ConnectionThreads().Start([info] { ConnectionThread(info); });
 }
 
 void ReportThreadStartFailure(int error) {
@@ -174,6 +179,8 @@ void WaitForConnectionThreads() {
         hold.Release();
         std::this_thread::yield();
     }
+    // A thread still traces and releases its resources after it has signalled its record.
+    ConnectionThreads().WaitUntilNoneRuns();
     Trace(kTraceNotable, "Finish connection loop.\n");
 }
 

@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "base/ni.h"
 #include "config/option_globals.h"
@@ -115,6 +116,29 @@ TEST_F(Connections, AcceptAndEndKeepToTheModeTheListWasMadeWith) {
     vx::WaitForConnectionThreads();
     EXPECT_EQ(LogCount("Start new connection thread\n"), 1);
     EXPECT_EQ(LogCount("Enter connection loop\n"), 1);
+}
+
+TEST_F(Connections, EndOfServiceWaitsUntilEveryConnectionThreadHasLeft) {
+    ASSERT_EQ(vx::CreateConnectionList(1), 0);
+    constexpr int kConnections = 24;
+    std::vector<std::unique_ptr<Sender>> senders;
+    // Every thread waits for its command while the next connection is accepted.
+    for (int i = 0; i < kConnections; ++i) {
+        senders.push_back(std::make_unique<Sender>(port_, nullptr));
+        vx::AcceptConnection();
+    }
+    // Stopping: the threads leave their records to the shutdown wait and end on their own.
+    vx::g_StopReason = vx::kStopFromScm;
+    for (auto& sender : senders) sender->Send(kVersionQuery);
+    vx::WaitForConnectionThreads();
+
+    std::string log = Log();
+    EXPECT_EQ(vxtest::CountOccurrences(log, "End connection thread\n"), kConnections);
+    size_t lastEnd = log.rfind("End connection thread\n");
+    size_t finish = log.find("Finish connection loop.\n");
+    ASSERT_NE(finish, std::string::npos);
+    EXPECT_LT(lastEnd, finish);
+    for (auto& sender : senders) EXPECT_EQ(sender->Answer().rfind(kVersionAnswer, 0), 0u);
 }
 
 }  // namespace
