@@ -1,8 +1,9 @@
 // Connection threads and the connection list.
 //
 // The accepting (main) thread takes one connection at a time. With connection threads it puts a
-// ConnInfo record into the connection list, starts a thread with the address of its own record
-// and waits on hEventInit until the thread has copied it. The thread serves the connection and, as
+// ConnInfo record into the connection list, starts a thread with a copy of the record and waits
+// on hEventInit until the thread has taken it over. Without both events a connection is served by
+// the accepting thread itself. The thread serves the connection and, as
 // long as the service runs, removes its record from the list itself (under the list's lock),
 // setting and closing hEventQueue. Once a stop reason is set the thread only sets hEventQueue and
 // leaves the record to the shutdown wait, which polls the first record's event once a second,
@@ -72,9 +73,21 @@ ThreadGroup& ConnectionThreads() {
     return *group;
 }
 
-// Starts the thread; 0, or EAGAIN (or -1) when it could not be started.
-int StartConnectionThread(ConnInfo* info) {
-    return ConnectionThreads().Start([info] { ConnectionThread(info); });
+// Starts the thread with a copy of the record, which lives as long as the thread: nothing the
+// thread reads depends on the accepting thread's stack. 0, or EAGAIN (or -1) when it could not
+// be started.
+int StartConnectionThread(const ConnInfo& info) {
+    return ConnectionThreads().Start([copy = info]() mutable { ConnectionThread(&copy); });
+}
+
+// True when both events of the record exist; otherwise closes the one that does.
+bool HasBothEvents(ConnInfo& info) {
+    if (info.hEventInit != nullptr && info.hEventQueue != nullptr) return true;
+    if (info.hEventInit != nullptr) EvClose(info.hEventInit);
+    if (info.hEventQueue != nullptr) EvClose(info.hEventQueue);
+    info.hEventInit = nullptr;
+    info.hEventQueue = nullptr;
+    return false;
 }
 
 void ReportThreadStartFailure(int error) {
@@ -142,9 +155,17 @@ void AcceptConnection() {
         g_prsrv->TraceApi("CreateEvent(.., connInfo.hEventInit) = %p\n", info.hEventInit);
         g_prsrv->TraceApi("CreateEvent(.., connInfo.hEventQueue) = %p\n", info.hEventQueue);
     }
+    if (!HasBothEvents(info)) {
+        // No thread could confirm its start or report its end, and the shutdown wait would poll
+        // a record without an event: the connection is served here instead.
+        TraceError("CreateEvent failed: connection %i is served without a connection thread.\n",
+                   info.Connection.niHandle);
+        ServeConnection(info);
+        return;
+    }
     AppendElement(g_ConnThreadList, &info, 1);
 
-    int error = StartConnectionThread(&info);
+    int error = StartConnectionThread(info);
     if (error == 0) {
         EvWait(info.hEventInit, kWaitInfinite);
     } else {
