@@ -241,6 +241,19 @@ TEST_F(NiLayer, LocalAddressesAreTheHostsOwn) {
     EXPECT_NE(vx::NiIsLocalAddress(own), 0) << vx::NiAddrToStr(own);
 }
 
+TEST_F(NiLayer, PeerFromTheHostsOwnAddressIsLocal) {
+    char host[100] = {};
+    ASSERT_EQ(vx::NiMyHostName(host, sizeof host), vx::kNiOk);
+    vx::NiAddress own{};
+    ASSERT_EQ(vx::NiHostToAddr(host, &own), vx::kNiOk);
+    LoopbackPair pair;
+    ASSERT_EQ(pair.Listen(), vx::kNiOk);
+    ASSERT_EQ(pair.Connect(vx::NiAddrToStr(own)), vx::kNiOk);
+    // The dual-stack listener sees an IPv4 peer in the mapped form, which compares as IPv4 with
+    // the addresses of the host's interfaces.
+    EXPECT_NE(vx::NiIsLocalAddress(pair.peer), 0) << vx::NiAddrToStr(pair.peer);
+}
+
 TEST_F(NiLayer, TraceFileShowsConnectionsAtLevelTwoAndDataAtLevelThree) {
     vxtest::ScratchDir dir;
     std::string path = dir.File("vorlix.nit");

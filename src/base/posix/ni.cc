@@ -1,6 +1,7 @@
 // BSD sockets under the network interface layer. Sockets are made non-blocking and
 // close-on-exec; sends use MSG_NOSIGNAL, so that a peer that went away never raises SIGPIPE.
 #include <arpa/inet.h>
+#include <ifaddrs.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -83,6 +84,13 @@ struct AddrInfoFree {
     }
 };
 using AddrInfoList = std::unique_ptr<addrinfo, AddrInfoFree>;
+
+struct InterfacesFree {
+    void operator()(ifaddrs* list) const {
+        if (list != nullptr) freeifaddrs(list);
+    }
+};
+using InterfaceList = std::unique_ptr<ifaddrs, InterfacesFree>;
 
 int NewSocket(int family, int type) {
     return socket(family, type | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
@@ -269,24 +277,23 @@ int NiOsAccept(NiOsSocket listener, NiOsSocket* out, NiAddress* peer) {
 }
 
 bool NiOsIsLocal(const NiAddress& address) {
-    // Binding to an address succeeds only where the host owns it.
-    sockaddr_storage storage{};
-    socklen_t size = 0;
-    int family = NiIsMappedIpv4(address) ? AF_INET : AF_INET6;
-    if (family == AF_INET) {
-        auto* v4 = reinterpret_cast<sockaddr_in*>(&storage);
-        v4->sin_family = AF_INET;
-        memcpy(&v4->sin_addr, address.bytes + 12, 4);
-        size = sizeof *v4;
-    } else {
-        auto* v6 = reinterpret_cast<sockaddr_in6*>(&storage);
-        v6->sin6_family = AF_INET6;
-        memcpy(&v6->sin6_addr, address.bytes, 16);
-        size = sizeof *v6;
+    // The addresses of the host's interfaces. Binding a socket to the address is no test: with
+    // ip_nonlocal_bind the system lets a socket bind to an address the host does not own.
+    ifaddrs* found = nullptr;
+    if (getifaddrs(&found) != 0) {
+        t_lastError = errno;
+        return false;
     }
-    SocketGuard probe(NewSocket(family, SOCK_DGRAM));
-    if (probe.Get() < 0) return false;
-    return bind(probe.Get(), reinterpret_cast<sockaddr*>(&storage), size) == 0;
+    InterfaceList list(found);
+    for (const ifaddrs* entry = found; entry != nullptr; entry = entry->ifa_next) {
+        if (entry->ifa_addr == nullptr) continue;
+        int family = entry->ifa_addr->sa_family;
+        if (family != AF_INET && family != AF_INET6) continue;
+        // IPv4 addresses in the mapped form, as peers of a dual-stack listener arrive.
+        NiAddress own = ToAddress(entry->ifa_addr);
+        if (memcmp(own.bytes, address.bytes, sizeof own.bytes) == 0) return true;
+    }
+    return false;
 }
 
 int NiOsWait(NiOsSocket socket, bool forWrite, int timeoutMs) {
