@@ -3,6 +3,7 @@
 // Reading never fails toward the caller: a missing key or value yields the default. Every
 // registry call is echoed to the API log.
 #include <cstring>
+#include <mutex>
 
 #include "base/eventlog.h"
 #include "base/syserror.h"
@@ -10,25 +11,47 @@
 
 namespace vx {
 
+namespace {
+
+// Guards the first opening of the read and write handles: threads that read or write a setting
+// for the first time at once must not each open the key, nor use a handle that another one is
+// just storing. Once stored, a handle stays until the object goes. The API trace is written after
+// the lock is released, so that it is never held together with the trace lock. Never destroyed.
+std::mutex& KeyOpenLock() {
+    static std::mutex* lock = new std::mutex;
+    return *lock;
+}
+
+}  // namespace
+
 bool Czelprsrv::OpenReadHandle() {
-    if (readKey_.Valid()) return true;
-    long rc = RegOpen(hive_, settingsKey_, readKey_.Receive());
-    TraceApi("RegOpenKeyEx(%p, .., %p, ..) = %i for key %s\n", RegHiveHandle(hive_), readKey_.Get(),
-             static_cast<int>(rc), settingsKey_);
-    if (rc != kRegOk) {
-        readKey_.Close();
-        return false;
+    long rc = kRegOk;
+    RegHandle opened = nullptr;
+    {
+        std::lock_guard<std::mutex> hold(KeyOpenLock());
+        if (readKey_.Valid()) return true;
+        rc = RegOpen(hive_, settingsKey_, readKey_.Receive());
+        opened = readKey_.Get();
+        if (rc != kRegOk) readKey_.Close();
     }
-    return true;
+    TraceApi("RegOpenKeyEx(%p, .., %p, ..) = %i for key %s\n", RegHiveHandle(hive_), opened,
+             static_cast<int>(rc), settingsKey_);
+    return rc == kRegOk;
 }
 
 bool Czelprsrv::OpenWriteHandle() {
-    if (writeKey_.Valid()) return true;
-    long rc = RegCreate(hive_, settingsKey_, writeKey_.Receive());
-    TraceApi("RegCreateKeyEx(%p, .., %p, ..) = %i\n", RegHiveHandle(hive_), writeKey_.Get(),
+    long rc = kRegOk;
+    RegHandle opened = nullptr;
+    {
+        std::lock_guard<std::mutex> hold(KeyOpenLock());
+        if (writeKey_.Valid()) return true;
+        rc = RegCreate(hive_, settingsKey_, writeKey_.Receive());
+        opened = writeKey_.Get();
+        if (rc != kRegOk) writeKey_.Close();
+    }
+    TraceApi("RegCreateKeyEx(%p, .., %p, ..) = %i\n", RegHiveHandle(hive_), opened,
              static_cast<int>(rc));
     if (rc != kRegOk) {
-        writeKey_.Close();
         SetLastSystemError(static_cast<uint32_t>(rc));
         ReportLastError("RegCreateKeyEx", kEventWarning);
         return false;
@@ -172,9 +195,14 @@ void Czelprsrv::SetGlobalString(const char* name, const char* text) {
 int Czelprsrv::DeleteGlobalValue(const char* name) {
     // Deletes go through the write handle, which only a write opens: an object that has written
     // nothing yet deletes nothing. Administrators rely on "-dk" behaving exactly so.
-    if (!writeKey_.Valid()) return -1;
-    long rc = RegRemoveValue(writeKey_.Get(), name);
-    TraceApi("RegDeleteValue(%p, %s) = %i\n", writeKey_.Get(), name, static_cast<int>(rc));
+    RegHandle key = nullptr;
+    {
+        std::lock_guard<std::mutex> hold(KeyOpenLock());
+        key = writeKey_.Get();
+    }
+    if (key == nullptr) return -1;
+    long rc = RegRemoveValue(key, name);
+    TraceApi("RegDeleteValue(%p, %s) = %i\n", key, name, static_cast<int>(rc));
     // The caches keep the old value: the running service goes on with what it has read.
     return rc == kRegOk ? 0 : -1;
 }

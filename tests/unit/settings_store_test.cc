@@ -2,8 +2,12 @@
 // a scratch ".reg" file on Linux): conversion, caching, per-printer fallback, writes.
 #include <gtest/gtest.h>
 
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "base/registry.h"
 #include "printserver/zelprsrv.h"
@@ -109,6 +113,30 @@ TEST_F(SettingsStore, WritesUpdateTheCacheAndTheRegistry) {
     EXPECT_EQ(Stored("Level"), "<missing>");
     EXPECT_EQ(p->GetGlobalInt("Level", 0), -17);
     EXPECT_EQ(p->DeleteGlobalValue("Level"), -1);
+}
+
+TEST_F(SettingsStore, ThreadsWritingFirstAtOnceOpenTheKeyOnce) {
+    auto p = Make();
+    constexpr int kThreads = 8;
+    std::mutex mutex;
+    std::condition_variable go;
+    int ready = 0;
+    std::vector<std::thread> writers;
+    for (int i = 0; i < kThreads; ++i) {
+        writers.emplace_back([&, i] {
+            {
+                std::unique_lock<std::mutex> hold(mutex);
+                ++ready;
+                go.notify_all();
+                go.wait(hold, [&] { return ready == kThreads; });
+            }
+            p->SetGlobalInt(("Writer" + std::to_string(i)).c_str(), i);
+        });
+    }
+    for (std::thread& writer : writers) writer.join();
+    EXPECT_EQ(vxtest::CountOccurrences(ApiLog(*p), "RegCreateKeyEx("), 1);
+    for (int i = 0; i < kThreads; ++i)
+        EXPECT_EQ(Stored("Writer" + std::to_string(i)), std::to_string(i));
 }
 
 TEST_F(SettingsStore, StringsAreCutToTheCallersBuffer) {
