@@ -1,5 +1,6 @@
 // The printer query: the spooler's jobs of the printer, or the warning that keeps them from
-// printing, then the jobs still waiting in the service's own queue for it.
+// printing, then the jobs still waiting in the service's own queue for it. Its lines never carry
+// a NUL byte.
 #include <cstdint>
 #include <cstring>
 
@@ -31,6 +32,12 @@ struct PrinterAnswer {
     int rank;  // the rank of the next job line: 0 is the active job
 };
 
+// The answer's texts go out without their NUL, whatever "send_with_null" says: LPD clients stop
+// reading at the first NUL byte and would show only the header.
+void SendText(NetSocket& socket, const char* text) {
+    SocketWrite(socket, text, static_cast<int32_t>(strlen(text)));
+}
+
 void SendLine(PrinterAnswer& answer, const char* fmt, ...) VX_PRINTF(2, 3);
 void SendLine(PrinterAnswer& answer, const char* fmt, ...) {
     char line[kReplyLineSize];
@@ -38,12 +45,12 @@ void SendLine(PrinterAnswer& answer, const char* fmt, ...) {
     va_start(args, fmt);
     FormatTextV(line, sizeof line, fmt, args);
     va_end(args);
-    SendString(*answer.socket, line);
+    SendText(*answer.socket, line);
 }
 
 void SendHeaderOnce(PrinterAnswer& answer) {
     if (answer.headerSent) return;
-    SendString(*answer.socket, kHeader);
+    SendText(*answer.socket, kHeader);
     answer.headerSent = true;
 }
 
@@ -105,7 +112,7 @@ void SendPrinterWarning(PrinterAnswer& answer, SpoolerPrinter* printer) {
         if ((status & condition.bit) == 0) continue;
         Trace(kTraceNormal, "QueryPrinter returns %s for printer %s\n", condition.traced,
               answer.printer);
-        SendString(*answer.socket, condition.reply);
+        SendText(*answer.socket, condition.reply);
         answer.warningSent = true;
         return;
     }
@@ -118,7 +125,7 @@ void SendSpoolerJob(PrinterAnswer& answer, const SpoolerJobInfo& job) {
     } else {
         for (const JobCondition& condition : kJobConditions) {
             if ((job.status & condition.bit) == 0) continue;
-            SendString(*answer.socket, condition.reply);
+            SendText(*answer.socket, condition.reply);
             break;
         }
     }
@@ -184,7 +191,7 @@ void SendLibraryQueue(PrinterAnswer& answer) {
         if (library.GetNextQueueEntryEx(printer, i, line, static_cast<int>(sizeof line)) != 0)
             continue;
         line[sizeof line - 1] = '\0';
-        SendString(*answer.socket, line);
+        SendText(*answer.socket, line);
     }
     library.UnlockPrinterListEx(printer);
 }
@@ -201,7 +208,7 @@ void QueryPrinter(NetSocket* socket, const char* queue, int queueSize) {
     OpenedPrinter opened(printer);
     if (opened.Get() == nullptr) {
         TraceError("Printer %s not found.\n", printer);
-        SendString(*socket, "Warning: Device unknown\n");
+        SendText(*socket, "Warning: Device unknown\n");
         answer.headerSent = true;
     } else {
         SendSpoolerPart(answer, opened.Get());
@@ -212,7 +219,7 @@ void QueryPrinter(NetSocket* socket, const char* queue, int queueSize) {
     else
         SendOwnQueue(answer);
 
-    if (!answer.headerSent) SendString(*socket, "no entries\n");
+    if (!answer.headerSent) SendText(*socket, "no entries\n");
     if (opened.Get() != nullptr && opened.Close() != 0) TraceError("ClosePrinter failed.\n");
 }
 

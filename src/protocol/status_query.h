@@ -11,10 +11,11 @@ namespace vx {
 // Room for a printer name as a sender gives it, with its terminator.
 constexpr size_t kQueueNameSize = 257;
 
-// Answers the query for a printer's queue on the socket.
+// Answers the query for a printer's queue on the socket, in lines without NUL bytes.
 void QueryPrinter(NetSocket* socket, const char* queue, int queueSize);
 
-// Answers the query for one job of a queue on the socket.
+// Answers the query for one job of a queue on the socket; each line carries its NUL when
+// "send_with_null" is set.
 void QueryJob(NetSocket* socket, const char* queue, int queueSize, const char* job);
 
 // Replaces a default-printer name ("%DEFAULT%", "__DEFAULT", "__Default", "__default") in place by

@@ -268,7 +268,7 @@ TEST_F(StatusQueryTest, LibraryStatesMapToTheStatusWords) {
     EXPECT_EQ(LogCount("Error: JobStatusQueryEx returns 7 for job gone."), 1);
 }
 
-// ---- printer queries ----
+// ---- printer queries: lines without NUL bytes, although send_with_null is 1 here ----
 
 TEST_F(StatusQueryTest, PrinterAnswerListsSpoolerJobsThenTheServiceQueueWithRanks) {
     vx::g_Options.ZELUserAsOwner = 1;
@@ -283,14 +283,14 @@ TEST_F(StatusQueryTest, PrinterAnswerListsSpoolerJobsThenTheServiceQueueWithRank
     ASSERT_TRUE(fake().WaitStarted(1));
     ASSERT_EQ(ReceiveS("lp", "j2"), 0);
     EXPECT_EQ(Printer("lp"),
-              "Rank   Owner      Job  Files\n\0"
-              "active alice         7  report.txt\n\0"
-              "Warning: Paper Error\n\0"
-              "1st    carol         9  a\n\0"
-              "Warning: Device offline\n\0"
-              "2nd    dave-with-a- 10  b\n\0"
-              "3rd    owner         3  j1\n\0"
-              "4th    owner         4  j2\n\0"s);
+              "Rank   Owner      Job  Files\n"
+              "active alice         7  report.txt\n"
+              "Warning: Paper Error\n"
+              "1st    carol         9  a\n"
+              "Warning: Device offline\n"
+              "2nd    dave-with-a- 10  b\n"
+              "3rd    owner         3  j1\n"
+              "4th    owner         4  j2\n");
     EXPECT_EQ(spooler().closed, 1);
     EXPECT_EQ(LogCount("QueryPrinter called for printer lp"), 1);
 }
@@ -299,12 +299,12 @@ TEST_F(StatusQueryTest, ServiceQueueAloneStartsAtFirstRank) {
     BlockPrinting();
     for (const char* id : {"a", "b", "c", "d", "e"}) ASSERT_EQ(ReceiveS("lp", id), 0);
     EXPECT_EQ(Printer("lp"),
-              "Rank   Owner      Job  Files\n\0"
-              "1st                  1  a\n\0"
-              "2nd                  2  b\n\0"
-              "3rd                  3  c\n\0"
-              "4th                  4  d\n\0"
-              "5th                  5  e\n\0"s);
+              "Rank   Owner      Job  Files\n"
+              "1st                  1  a\n"
+              "2nd                  2  b\n"
+              "3rd                  3  c\n"
+              "4th                  4  d\n"
+              "5th                  5  e\n");
 }
 
 TEST_F(StatusQueryTest, PrinterWarningReplacesAllJobLines) {
@@ -312,27 +312,26 @@ TEST_F(StatusQueryTest, PrinterWarningReplacesAllJobLines) {
     spooler().printers["lp"].jobs = {SpoolJob(1, "u", "d")};
     BlockPrinting();
     ASSERT_EQ(ReceiveS("lp", "own"), 0);
-    EXPECT_EQ(Printer("lp"), "Rank   Owner      Job  Files\n\0Warning: Device out of paper\n\0"s);
+    EXPECT_EQ(Printer("lp"), "Rank   Owner      Job  Files\nWarning: Device out of paper\n");
     EXPECT_EQ(LogCount("QueryPrinter returns device out of paper for printer lp"), 1);
 
     spooler().printers["lp"].status = vx::kPrinterUserIntervention;
-    EXPECT_EQ(Printer("lp"),
-              "Rank   Owner      Job  Files\n\0Warning: User intervention required\n\0"s);
+    EXPECT_EQ(Printer("lp"), "Rank   Owner      Job  Files\nWarning: User intervention required\n");
     EXPECT_EQ(LogCount("QueryPrinter returns user invention required for printer lp"), 1);
 
     spooler().printers["lp"].status = vx::kPrinterPaused | vx::kPrinterError;
-    EXPECT_EQ(Printer("lp"), "Rank   Owner      Job  Files\n\0Warning: Device paused\n\0"s);
+    EXPECT_EQ(Printer("lp"), "Rank   Owner      Job  Files\nWarning: Device paused\n");
 }
 
 TEST_F(StatusQueryTest, EmptyUnknownAndFailingPrinters) {
-    EXPECT_EQ(Printer("lp"), "no entries\n\0"s);
+    EXPECT_EQ(Printer("lp"), "no entries\n");
 
-    EXPECT_EQ(Printer("nope"), "Warning: Device unknown\n\0"s);
+    EXPECT_EQ(Printer("nope"), "Warning: Device unknown\n");
     EXPECT_EQ(LogCount("Error: Printer nope not found."), 1);
 
     spooler().enumJobsFails = true;
     spooler().closeFails = true;
-    EXPECT_EQ(Printer("lp"), "no entries\n\0"s);
+    EXPECT_EQ(Printer("lp"), "no entries\n");
     EXPECT_EQ(LogCount("EnumJobs failed, skipping query."), 1);
     EXPECT_EQ(LogCount("Error: ClosePrinter failed."), 1);
 }
@@ -342,9 +341,9 @@ TEST_F(StatusQueryTest, LibraryQueueLinesAreSentUnderItsLock) {
     FakeLibrary::Get().lines = {"first line\n", "second line\n"};
     spooler().printers["lp"].jobs = {SpoolJob(3, "u", "doc")};
     EXPECT_EQ(Printer("lp"),
-              "Rank   Owner      Job  Files\n\0"
-              "active u             3  doc\n\0"
-              "first line\n\0second line\n\0"s);
+              "Rank   Owner      Job  Files\n"
+              "active u             3  doc\n"
+              "first line\nsecond line\n");
     EXPECT_EQ(FakeLibrary::Get().calls, (std::vector<std::string>{"lock lp", "unlock lp"}));
 }
 
@@ -410,8 +409,8 @@ TEST_F(StatusQueryTest, StoppedCupsQueueReportsPausedWithItsJob) {
 
     std::string answer = Printer(queue.c_str());
     std::system(("lpadmin -x " + queue).c_str());
-    EXPECT_EQ(answer, "Rank   Owner      Job  Files\n\0Warning: Device paused\n\0"s);
-    EXPECT_EQ(Printer("__default_none_such"), "Warning: Device unknown\n\0"s);
+    EXPECT_EQ(answer, "Rank   Owner      Job  Files\nWarning: Device paused\n");
+    EXPECT_EQ(Printer("__default_none_such"), "Warning: Device unknown\n");
 }
 
 }  // namespace
