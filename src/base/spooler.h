@@ -141,6 +141,22 @@ struct SpoolerDriverInfo {
 
 int SpoolerGetDriverInfo(const char* printer, SpoolerDriverInfo* out);
 
+// ---- the fonts of a printer ----
+
+// Longer font names are cut to this size.
+constexpr size_t kSpoolerFontNameSize = 128;
+
+// Called once per font name; a nonzero return ends the enumeration early.
+using SpoolerFontVisitor = int (*)(void* context, const char* fontName);
+
+// Visits the fonts the printer offers. Windows: the face names of a device context of the
+// printer, in the driver's order, a face once per character set it has. Linux: the fonts the
+// printer's PPD names; for a printer without a PPD, or whose PPD names none (raw queues, the
+// built-in file printer, no CUPS at all), the host's fonts stand in: the families of its font
+// files. Names may repeat. Returns the number of names visited, or kSpoolerFailed when the
+// printer's fonts cannot be asked for.
+int SpoolerEnumPrinterFonts(const char* printer, SpoolerFontVisitor visit, void* context);
+
 // ---- device settings of a job ----
 //
 // A job's device settings are a block of bytes the print system understands: the printer's

@@ -175,6 +175,8 @@ class Czelprsrv {
     void ReportPrinterSettings(const char* printer, int target);
     void ReportDriverInfo(const SpoolerDriverInfo& info, int target);
     int ReportPrinterDriver(const char* printer, int target);
+    // The default printer's fonts, sorted and each once, on standard output and in the main log.
+    void ReportDefaultPrinterFonts();
     // The printer's current device settings with the copy count set, handed over in *out.
     int GetJobDeviceSettings(const char* printer, int copies, JobSettings* out);
 

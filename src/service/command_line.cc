@@ -70,9 +70,7 @@ void DoHistory(int, char**) {
 void DoEnvironment(int, char**) {
     if (g_prsrv == nullptr) return;
     g_prsrv->WriteEnvironmentReport(0);
-    // The default printer's font list needs the printer information of the print side.
-    printf("Font list of the default printer: not available in this build.\n");
-    fflush(stdout);
+    g_prsrv->ReportDefaultPrinterFonts();
 }
 
 // "-oi" and "-os": a known name and a value, written as an integer or as text.

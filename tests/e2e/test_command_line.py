@@ -3,6 +3,8 @@ import re
 
 import pytest
 
+from cups_printer import LPADMIN, free_port
+
 ASTERISKS = "*" * 41
 WRONG = "Wrong command parameters: see usage by calling vorlix -?\n"
 
@@ -150,6 +152,84 @@ def test_environment_lists_every_setting_with_its_default(vorlix):
     assert "Th " not in out
     # LogLevel 9 from the hand-written hive took effect for the run's own trace.
     assert "Module name: " in vorlix.trace()
+
+
+# A PostScript printer's PPD naming its resident fonts, out of order and one of them twice.
+FONTS_PPD = """*PPD-Adobe: "4.3"
+*FormatVersion: "4.3"
+*FileVersion: "1.0"
+*LanguageVersion: English
+*LanguageEncoding: ISOLatin1
+*PCFileName: "VXFONTS.PPD"
+*Manufacturer: "Vorlix"
+*Product: "(Vorlix Font Printer)"
+*ModelName: "Vorlix Font Printer"
+*ShortNickName: "Vorlix Font Printer"
+*NickName: "Vorlix Font Printer"
+*PSVersion: "(3010.000) 0"
+*LanguageLevel: "3"
+*ColorDevice: False
+*DefaultColorSpace: Gray
+*FileSystem: False
+*Throughput: "1"
+*TTRasterizer: Type42
+*OpenUI *PageSize: PickOne
+*OrderDependency: 10 AnySetup *PageSize
+*DefaultPageSize: A4
+*PageSize A4/A4: "<</PageSize[595 842]/ImagingBBox null>>setpagedevice"
+*CloseUI: *PageSize
+*DefaultPageRegion: A4
+*PageRegion A4/A4: "<</PageSize[595 842]/ImagingBBox null>>setpagedevice"
+*DefaultImageableArea: A4
+*ImageableArea A4/A4: "18 18 577 824"
+*DefaultPaperDimension: A4
+*PaperDimension A4/A4: "595 842"
+*DefaultFont: Courier
+*Font Times-Roman: Standard "(001.007S)" Standard ROM
+*Font Courier: Standard "(002.004S)" Standard ROM
+*Font Helvetica: Standard "(001.006S)" Standard ROM
+*Font Courier: Standard "(002.004S)" Standard ROM
+"""
+
+
+def listed_fonts(text, header):
+    """The indented font names under the header line."""
+    lines = text.split("\n")
+    start = lines.index(header) + 1
+    fonts = []
+    for line in lines[start:]:
+        if not line.startswith("  "):
+            break
+        fonts.append(line[2:])
+    return fonts
+
+
+def test_environment_lists_the_fonts_of_the_default_printer(vorlix, cups, tmp_path):
+    ppd = tmp_path / "fonts.ppd"
+    ppd.write_text(FONTS_PPD)
+    printer = "vx_fonts"
+    # Made before the program's first run: under Wine the spooler reads the printers then.
+    cups.run(LPADMIN, "-h", cups.server, "-p", printer, "-E",
+             "-v", f"socket://127.0.0.1:{free_port()}", "-P", str(ppd))
+    try:
+        cups.run(LPADMIN, "-h", cups.server, "-d", printer)
+        r = vorlix.run("-e")
+    finally:
+        cups.run(LPADMIN, "-h", cups.server, "-x", printer)
+    assert r.rc == 0
+    assert "not available" not in r.stdout
+    header = f"Fonts of the default printer {printer}:"
+    fonts = listed_fonts(r.stdout, header)
+    if vorlix.windows:
+        # The spooler's generic PostScript driver answers for the printer under Wine.
+        assert fonts
+    else:
+        assert fonts == ["Courier", "Helvetica", "Times-Roman"]
+    assert fonts == sorted(set(fonts), key=lambda name: (name.lower(), name))
+    # The same lines at level 1 in the trace, after the settings.
+    lines = texts(vorlix)
+    at = lines.index(header)
+    assert lines[at + 1:at + 1 + len(fonts)] == ["  " + font for font in fonts]
 
 
 def test_unknown_argument_takes_the_service_path(vorlix):

@@ -5,28 +5,18 @@
 
 #include <strings.h>
 
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
-#include <vector>
 
 #include "base/fileops.h"
+#include "base/font_files.h"
+#include "base/posix/font_directories.h"
 #include "base/text.h"
 #include "base/truetype_font.h"
 
 namespace vx {
 
 namespace {
-
-constexpr int kMaxDepth = 8;
-
-struct FileCloser {
-    void operator()(FILE* f) const {
-        if (f != nullptr) fclose(f);
-    }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
 struct Search {
     const char* name;
@@ -35,12 +25,6 @@ struct Search {
     int bestScore = 0;
     std::string bestPath;
 };
-
-bool HasFontExtension(const char* name) {
-    size_t length = strlen(name);
-    return length > 4 &&
-           (EqualsNoCase(name + length - 4, ".ttf") || EqualsNoCase(name + length - 4, ".otf"));
-}
 
 bool ContainsNoCase(const char* text, const char* part) {
     size_t n = strlen(part);
@@ -71,10 +55,8 @@ int Score(const Search& search, const TrueTypeNames& names, const char* fileName
     return EqualsNoCase(stem.c_str(), search.name) ? 1 : 0;
 }
 
-void Consider(Search* search, const std::string& path, const char* fileName) {
-    FilePtr file(fopen(path.c_str(), "rb"));
-    TrueTypeNames names;
-    if (file == nullptr || ReadTrueTypeNames(file.get(), &names) != 0) return;
+int Consider(void* context, const char* path, const char* fileName, const TrueTypeNames& names) {
+    Search* search = static_cast<Search*>(context);
     int score = Score(*search, names, fileName);
     // Directory order is arbitrary: among equal matches the smallest path wins, every time.
     if (score > search->bestScore ||
@@ -82,31 +64,7 @@ void Consider(Search* search, const std::string& path, const char* fileName) {
         search->bestScore = score;
         search->bestPath = path;
     }
-}
-
-struct Walk {
-    Search* search;
-    std::string directory;
-    int depth;
-    std::vector<std::string> subdirectories;
-};
-
-int VisitEntry(void* context, const char* name) {
-    Walk* walk = static_cast<Walk*>(context);
-    std::string path = walk->directory + "/" + name;
-    if (FsIsDirectory(path.c_str())) {
-        walk->subdirectories.push_back(path);
-    } else if (HasFontExtension(name)) {
-        Consider(walk->search, path, name);
-    }
     return 0;
-}
-
-void SearchDirectory(Search* search, const std::string& directory, int depth) {
-    if (depth > kMaxDepth) return;
-    Walk walk{search, directory, depth, {}};
-    if (FsListDirectory(directory.c_str(), VisitEntry, &walk) != 0) return;
-    for (const std::string& sub : walk.subdirectories) SearchDirectory(search, sub, depth + 1);
 }
 
 }  // namespace
@@ -114,18 +72,13 @@ void SearchDirectory(Search* search, const std::string& directory, int depth) {
 int GetInstalledFontMetrics(const char* fontName, bool bold, bool italic, FontMetrics* out,
                             char* error, size_t errorSize) {
     Search search{fontName, bold, italic, 0, std::string()};
-    std::vector<std::string> roots = {"/usr/share/fonts", "/usr/local/share/fonts"};
-    const char* home = getenv("HOME");
-    if (home != nullptr && home[0] != '\0') {
-        roots.push_back(std::string(home) + "/.local/share/fonts");
-        roots.push_back(std::string(home) + "/.fonts");
-    }
-    for (const std::string& root : roots) SearchDirectory(&search, root, 0);
+    for (const std::string& root : HostFontDirectories())
+        WalkFontFiles(root.c_str(), Consider, &search);
     if (search.bestScore == 0) {
         FormatText(error, errorSize, "font \"%s\" not found under the font directories", fontName);
         return -1;
     }
-    FilePtr file(fopen(search.bestPath.c_str(), "rb"));
+    StreamPtr file(fopen(search.bestPath.c_str(), "rb"));
     if (file == nullptr) {
         FormatText(error, errorSize, "font file %s cannot be opened", search.bestPath.c_str());
         return -1;
