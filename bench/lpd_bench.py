@@ -3,10 +3,13 @@
 
 Starts "vorlix -x" on a free port with settings and base directory of its own, prints to the
 built-in file printer ("file", which writes each job into the output directory) and measures:
-  - small jobs per second, one sender after another and 8 senders at once;
+  - small jobs per second, one sender after another and 8 senders at once, in three set-ups:
+    without the journal beside each job (NoJobRestore 1), with it (the default), and with it
+    written through to the disk before each acknowledgement (SyncJobFiles 1);
   - MB/s for one large job;
 each next to the same figure for plain loopback TCP (the same bytes to a socket that reads them)
-measured in the same run. Prints figures; asserts nothing.
+measured in the same run, as min / median / max of 3 rounds and the ratio of the medians.
+Prints figures; asserts nothing.
 
     python3 bench/lpd_bench.py [--build build/linux] [--jobs 400] [--size-mb 200]
 """
@@ -129,18 +132,19 @@ def wait_for_output(directory, count, total_bytes=None, timeout=600):
 
 
 class Server:
-    def __init__(self, build, work):
+    def __init__(self, build, work, settings):
         self.work = work
         self.port = free_port()
         home = work / "home"
         registry = work / "registry"
         home.mkdir()
         registry.mkdir()
+        values = {"LPDPort": str(self.port), "LogLevel": "0", "NiAcceptTimeout": "200"}
+        values.update(settings)
         (registry / "HKLM.reg").write_text(
             "Windows Registry Editor Version 5.00\n\n"
             "[HKEY_LOCAL_MACHINE\\Software\\Zel\\Zellpd\\ZELLPD]\n"
-            f'"LPDPort"="{self.port}"\n"LogLevel"="0"\n"NiAcceptTimeout"="200"\n'
-            '"NoJobRestore"="1"\n\n')
+            + "".join(f'"{name}"="{value}"\n' for name, value in values.items()) + "\n")
         env = dict(os.environ, VORLIX_HOME=str(home), VORLIX_REGISTRY_DIR=str(registry))
         self.output = home / "Output"
         self.proc = subprocess.Popen([str(build / "bin" / "vorlix"), "-x"], env=env, cwd=work,
@@ -162,6 +166,57 @@ class Server:
             self.proc.kill()
 
 
+ROUNDS = 3
+SETUPS = [
+    ("no journal", {"NoJobRestore": "1"}),
+    ("journal", {}),
+    ("journal + SyncJobFiles", {"SyncJobFiles": "1"}),
+]
+
+
+def spread(values):
+    """min / median / max of the rounds."""
+    ordered = sorted(values)
+    return ordered[0], ordered[len(ordered) // 2], ordered[-1]
+
+
+def small_jobs(server, sink, jobs, senders, small, round_no):
+    """Jobs per second from the first send until the last job reached the printer, and the same
+    sends over plain TCP."""
+    server.clear_output()
+    sent = run_senders(jobs, senders,
+                       lambda i, k: send_lpd_job(server.port, "file",
+                                                 f"{round_no}{senders}{i:02d}{k:05d}", small))
+    start = time.perf_counter() - sent
+    if not wait_for_output(server.output, jobs):
+        sys.exit("not every job reached the printer")
+    lpd = jobs / (time.perf_counter() - start)
+    tcp = jobs / run_senders(jobs, senders, lambda i, k: send_tcp(sink.port, small))
+    return lpd, tcp
+
+
+def large_job(server, sink, large, size_mb):
+    server.clear_output()
+    start = time.perf_counter()
+    send_lpd_job(server.port, "file", "large", large)
+    if not wait_for_output(server.output, 1, len(large)):
+        sys.exit("the large job did not reach the printer")
+    lpd = size_mb / (time.perf_counter() - start)
+    start = time.perf_counter()
+    send_tcp(sink.port, large)
+    tcp = size_mb / (time.perf_counter() - start)
+    return lpd, tcp
+
+
+def row(name, unit, pairs):
+    lpd = spread([p[0] for p in pairs])
+    tcp = spread([p[1] for p in pairs])
+    ratio = lpd[1] / tcp[1] if tcp[1] else 0.0
+    fmt = "{:,.0f}" if unit == "jobs/s" else "{:,.1f}"
+    show = lambda t: " / ".join(fmt.format(v) for v in t)
+    return name, f"{show(lpd)} {unit}", f"{show(tcp)} {unit}", f"{ratio:.2f}"
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--build", default=str(REPO / "build" / "linux"))
@@ -174,38 +229,25 @@ def main():
     large = os.urandom(args.size_mb * 1024 * 1024)
     sink = TcpSink()
     rows = []
-    with tempfile.TemporaryDirectory(prefix="vorlix-bench-") as tmp:
-        server = Server(Path(args.build), Path(tmp))
-        try:
-            for senders in (1, 8):
-                server.clear_output()
-                sent = run_senders(args.jobs, senders,
-                                   lambda i, k: send_lpd_job(server.port, "file",
-                                                             f"{senders}{i:02d}{k:05d}", small))
-                start = time.perf_counter() - sent
-                if not wait_for_output(server.output, args.jobs):
-                    sys.exit("not every job reached the printer")
-                lpd = args.jobs / (time.perf_counter() - start)
-                tcp = args.jobs / run_senders(args.jobs, senders, lambda i, k: send_tcp(sink.port, small))
-                rows.append((f"{args.job_bytes}-byte jobs, {senders} sender(s)", f"{lpd:,.0f} jobs/s",
-                             f"{tcp:,.0f} jobs/s"))
+    for setup, settings in SETUPS:
+        with tempfile.TemporaryDirectory(prefix="vorlix-bench-") as tmp:
+            server = Server(Path(args.build), Path(tmp), settings)
+            try:
+                for senders in (1, 8):
+                    pairs = [small_jobs(server, sink, args.jobs, senders, small, r)
+                             for r in range(ROUNDS)]
+                    rows.append(row(f"{args.job_bytes} B jobs, {senders} sender(s), {setup}",
+                                    "jobs/s", pairs))
+                if setup == "journal":
+                    pairs = [large_job(server, sink, large, args.size_mb) for _ in range(ROUNDS)]
+                    rows.append(row(f"one {args.size_mb} MB job, {setup}", "MB/s", pairs))
+            finally:
+                server.stop()
 
-            server.clear_output()
-            start = time.perf_counter()
-            send_lpd_job(server.port, "file", "large", large)
-            if not wait_for_output(server.output, 1, len(large)):
-                sys.exit("the large job did not reach the printer")
-            lpd = args.size_mb / (time.perf_counter() - start)
-            start = time.perf_counter()
-            send_tcp(sink.port, large)
-            tcp = args.size_mb / (time.perf_counter() - start)
-            rows.append((f"one {args.size_mb} MB job", f"{lpd:,.1f} MB/s", f"{tcp:,.1f} MB/s"))
-        finally:
-            server.stop()
-
-    print(f"{'measure':<34} {'vorlix LPD, send to printer':>28} {'raw loopback TCP':>18}")
-    for name, lpd, tcp in rows:
-        print(f"{name:<34} {lpd:>28} {tcp:>18}")
+    print(f"{'measure (min / median / max of 3)':<46} {'vorlix LPD, send to printer':>30} "
+          f"{'raw loopback TCP':>26} {'ratio':>6}")
+    for name, lpd, tcp, ratio in rows:
+        print(f"{name:<46} {lpd:>30} {tcp:>26} {ratio:>6}")
 
 
 if __name__ == "__main__":

@@ -65,4 +65,12 @@ int SpoolJobFinish(SpoolJob* job, uint32_t timeoutMs, char* error, size_t errorS
 // The print system's number of the job (0 before it has one).
 int SpoolJobNumber(const SpoolJob* job);
 
+// What became of a job that an earlier process gave the print system and then died before it
+// heard the end: the print system holds the whole job (waiting, held, printing or printed); the
+// job is gone (cancelled, aborted, unknown to the print system, or still without all its data,
+// in which case it is cancelled now, so that it never prints in part); or the print system cannot
+// tell.
+enum class SpooledJobFate { kTaken, kGone, kUnknown };
+SpooledJobFate SpooledJobFateOf(const char* printer, int number);
+
 }  // namespace vx

@@ -39,14 +39,14 @@ void RemoveDataFile(const char* path) {
         TraceError("Cannot delete file %s \n.", path);
 }
 
-int WriteJournal(const JobInfo& job, unsigned long long sequence, int finished) {
+int WriteJournal(const JobInfo& job, unsigned long long sequence, int finished, int spoolNumber) {
     char path[kMaxPath];
     if (!JournalPath(job.FileName, path, sizeof path)) {
         TraceError("Cannot write the job record of job %s: the path is too long\n", job.JobId);
         return -1;
     }
     RestartRecord r;
-    JobToJournalRecord(job, sequence, finished, &r);
+    JobToJournalRecord(job, sequence, finished, spoolNumber, &r);
     RestartFileWriter writer(path, SyncJobFiles());
     if (!writer.Open()) {
         TraceError("Cannot write the job record %s\n", path);
@@ -56,16 +56,26 @@ int WriteJournal(const JobInfo& job, unsigned long long sequence, int finished) 
     return writer.Commit();
 }
 
-// The sequence a journal was written with, so that a rewrite keeps the job's place.
-unsigned long long JournalSequence(const char* path) {
+// The sequence a journal was written with, so that a rewrite keeps the job's place (a new one
+// when it cannot be read).
+unsigned long long KeptSequence(const char* path) {
     StreamPtr file(FsOpenStream(path, "r"));
-    if (!file) return 0;
     RestartRecord r;
     unsigned length = 0;
-    if (ReadRestartRecord(file.get(), &r, &length) != kReadRecord) return 0;
-    SavedJob saved;
-    ParseJob(r, &saved);
-    return saved.sequence;
+    if (file && ReadRestartRecord(file.get(), &r, &length) == kReadRecord) {
+        SavedJob saved;
+        ParseJob(r, &saved);
+        if (saved.sequence != 0) return saved.sequence;
+    }
+    return g_sequence.fetch_add(1);
+}
+
+// Rewrites the journal of a job that has one.
+void RewriteJournal(const JobInfo& job, int finished, int spoolNumber) {
+    char path[kMaxPath];
+    if (job.ReceivedFile == 0 || !JournalPath(job.FileName, path, sizeof path) || !FsExists(path))
+        return;
+    WriteJournal(job, KeptSequence(path), finished, spoolNumber);
 }
 
 struct JournalList {
@@ -112,15 +122,15 @@ bool HasJobJournal(const char* dataFile) {
 
 int WriteJobJournal(const JobInfo& job) {
     if (job.ReceivedFile == 0 || !JournalingOn()) return 0;
-    return WriteJournal(job, g_sequence.fetch_add(1), 0);
+    return WriteJournal(job, g_sequence.fetch_add(1), 0, 0);
 }
 
 void UpdateJobJournal(const JobInfo& job) {
-    char path[kMaxPath];
-    if (job.ReceivedFile == 0 || !JournalPath(job.FileName, path, sizeof path) || !FsExists(path))
-        return;
-    unsigned long long sequence = JournalSequence(path);
-    WriteJournal(job, sequence != 0 ? sequence : g_sequence.fetch_add(1), 0);
+    RewriteJournal(job, 0, 0);
+}
+
+void NoteJobSpooled(const JobInfo& job, int spoolNumber) {
+    RewriteJournal(job, 0, spoolNumber);
 }
 
 void RemoveJobJournal(const JobInfo& job) {
@@ -136,10 +146,7 @@ void RetireJobFiles(const JobInfo& job) {
     // query: the journal stays, marked finished, so that a restart still knows the file.
     if (!KeepFiles() && job.Protocol == 'S' &&
         KeepFileForStatusQuery(job.PrinterName, job.JobId, job.FileName)) {
-        if (journaled) {
-            unsigned long long sequence = JournalSequence(path);
-            WriteJournal(job, sequence != 0 ? sequence : g_sequence.fetch_add(1), 1);
-        }
+        if (journaled) RewriteJournal(job, 1, 0);
         return;
     }
     // The data file first: a journal without its data file is cleared at the next start, a data

@@ -33,6 +33,10 @@ int WriteJobJournal(const JobInfo& job);
 // Rewrites the journal of a job kept first in its queue after a device error (SetupAgain).
 void UpdateJobJournal(const JobInfo& job);
 
+// The print system has made the job under this number: a process that dies from here on leaves
+// the next start the means to ask whether the job must print again.
+void NoteJobSpooled(const JobInfo& job, int spoolNumber);
+
 // The journal of a job that was refused before it reached a queue (its data file is the
 // receiver's to remove).
 void RemoveJobJournal(const JobInfo& job);

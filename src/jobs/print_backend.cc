@@ -23,6 +23,7 @@ const PrintBackend kLinkedBackend = {
     ::LogPrintEnvironment,
     ::WriteFontMetricFile,
     SpoolerCanOpenPrinter,
+    SpooledJobFateOf,
 };
 
 std::atomic<const PrintBackend*> g_backend{&kLinkedBackend};

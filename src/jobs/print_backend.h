@@ -2,6 +2,7 @@
 // table, so that component tests can put a recording fake behind job processing.
 #pragma once
 
+#include "base/spool_job.h"
 #include "printlib/zelwin.h"
 
 namespace vx {
@@ -22,6 +23,8 @@ struct PrintBackend {
     decltype(&::WriteFontMetricFile) WriteFontMetricFile;
     // OpenPrinter succeeds for the name.
     bool (*CanOpenPrinter)(const char* printer);
+    // What became of a job handed to the print system by a process that died meanwhile.
+    SpooledJobFate (*SpooledJobFateOf)(const char* printer, int number);
 };
 
 // The backend in use: the linked print library and the host's spooler unless a test set another.

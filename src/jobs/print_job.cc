@@ -4,6 +4,7 @@
 
 #include "base/clock.h"
 #include "config/option_globals.h"
+#include "jobs/job_journal.h"
 #include "jobs/job_status_list.h"
 #include "jobs/print_backend.h"
 #include "jobs/zel_wide.h"
@@ -38,6 +39,42 @@ int TimedPrintFile(const JobInfo& job) {
     return rc;
 }
 
+// The print-server object's host, lent to one print call of a received job, with an ear for the
+// number the print system gives the job: it goes into the job's journal.
+struct JobHost {
+    ZelHost host;
+    const ZelHost* inner;
+    const JobInfo* job;
+};
+
+const JobHost& Lender(void* context) {
+    return *static_cast<const JobHost*>(context);
+}
+
+int32_t LentOptionValue(void* context, const char* printer, const char* name, int32_t def) {
+    const ZelHost* inner = Lender(context).inner;
+    return inner->GetOptionValue(inner->context, printer, name, def);
+}
+
+void LentString(void* context, const char* name, const char* def, char* buffer, size_t size) {
+    const ZelHost* inner = Lender(context).inner;
+    inner->GetString(inner->context, name, def, buffer, size);
+}
+
+void LentOutputDirectory(void* context, char* buffer, size_t size) {
+    const ZelHost* inner = Lender(context).inner;
+    inner->GetOutputDirectory(inner->context, buffer, size);
+}
+
+void LentTrace(void* context, int level, const char* text) {
+    const ZelHost* inner = Lender(context).inner;
+    inner->Trace(inner->context, level, text);
+}
+
+void JobSpooled(void* context, const char*, int number) {
+    NoteJobSpooled(*Lender(context).job, number);
+}
+
 }  // namespace
 
 int JobRegistryRoot() {
@@ -49,6 +86,12 @@ int CallPrintFile(const JobInfo& job) {
     ZelWide printer[kMaxPrinterChars + 1];
     ToZelWide(job.PrinterName, kMaxPrinterChars, printer, kMaxPrinterChars + 1);
     const ZelHost* host = g_prsrv != nullptr ? g_prsrv->Host() : nullptr;
+    JobHost lent{{}, host, &job};
+    if (host != nullptr && job.ReceivedFile != 0) {
+        lent.host = {&lent,     LentOptionValue, LentString, LentOutputDirectory,
+                     LentTrace, JobSpooled};
+        host = &lent.host;
+    }
     // The library takes the second print parameter before the first.
     return Backend().PrintFile(job.FileName, job.WorkDir, job.WorkDir, printer, job.JobId,
                                job.Title, job.Owner, job.Copies, job.WideData, job.StreamType,

@@ -15,6 +15,7 @@
 #include "jobs/job_record.h"
 #include "jobs/job_status_list.h"
 #include "jobs/list_lock.h"
+#include "jobs/print_backend.h"
 #include "jobs/printer_queue.h"
 #include "jobs/printer_queues.h"
 #include "jobs/restart_record.h"
@@ -221,6 +222,32 @@ int CollectPrinterFile(void* context, const char* name) {
     return 0;
 }
 
+// A job that was printing when the process died: when the print system holds it whole, it is
+// not printed again. Its status, if it keeps one, is "done" from now on.
+bool PrintedBeforeTheRestart(const SavedJob& saved) {
+    if (Backend().SpooledJobFateOf(saved.printer, saved.spoolNumber) != SpooledJobFate::kTaken)
+        return false;
+    Trace(kTraceNormal,
+          "Job %s was taken by the print system as job %d before the restart: not printed "
+          "again.\n",
+          saved.jobId, saved.spoolNumber);
+    JobRecord status{};
+    if (saved.protocol == 'S' && JobKeepsStatus(saved.printer, saved.noStatus) &&
+        FindJobStatus(saved.printer, saved.jobId, &status) != 0) {
+        status = JobRecord{};
+        status.Status = kJobDone;
+        CopyText(status.StatusText, kStatusTextDone);
+        CopyText(status.JobId, saved.jobId);
+        CopyText(status.Owner, saved.owner);
+        CopyText(status.PrinterName, saved.printer);
+        status.Copies = saved.copies;
+        InsertJobStatus(status);
+    }
+    if (!KeepFileForStatusQuery(saved.printer, saved.jobId, saved.fileName))
+        ReleaseFinishedJobFiles(saved.fileName);
+    return true;
+}
+
 bool Contains(const std::vector<std::string>& paths, const char* path) {
     for (const std::string& p : paths)
         if (p == path) return true;
@@ -239,6 +266,7 @@ void RestoreJournaledJobs(const std::vector<std::string>& restoredFiles) {
             continue;
         }
         if (Contains(restoredFiles, saved.fileName)) continue;
+        if (saved.spoolNumber > 0 && PrintedBeforeTheRestart(saved)) continue;
         RestoreJob(saved, true);
     }
 }

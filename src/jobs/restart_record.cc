@@ -75,11 +75,11 @@ void JobToRecord(const JobInfo& job, RestartRecord* r) {
 }
 
 void JobToJournalRecord(const JobInfo& job, unsigned long long sequence, int finished,
-                        RestartRecord* r) {
+                        int spoolNumber, RestartRecord* r) {
     PutJobHead(job, r);
-    char trailer[96];
-    FormatText(trailer, sizeof trailer, " %.5d %.5d %llu %d %d %d\n", job.Copies, job.SetupAgain,
-               sequence, job.PrintParam1, job.PrintParam2, finished);
+    char trailer[112];
+    FormatText(trailer, sizeof trailer, " %.5d %.5d %llu %d %d %d %d\n", job.Copies, job.SetupAgain,
+               sequence, job.PrintParam1, job.PrintParam2, finished, spoolNumber);
     PutTrailer(r, trailer);
 }
 
@@ -99,8 +99,8 @@ void ParseJob(const RestartRecord& r, SavedJob* job) {
         job->noStatus = 1;
     }
     if (at < r.length)
-        sscanf(r.data + at, "%5d %5d %llu %d %d %d", &job->copies, &job->setupAgain, &job->sequence,
-               &job->param1, &job->param2, &job->finished);
+        sscanf(r.data + at, "%5d %5d %llu %d %d %d %d", &job->copies, &job->setupAgain,
+               &job->sequence, &job->param1, &job->param2, &job->finished, &job->spoolNumber);
 }
 
 void StatusToRecord(const JobRecord& status, RestartRecord* r) {

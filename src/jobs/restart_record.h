@@ -37,14 +37,15 @@ struct SavedJob {
     unsigned long long sequence;  // 0: not written
     int param1;
     int param2;
-    int finished;  // the job has printed and its file waits for the status query
+    int finished;     // the job has printed and its file waits for the status query
+    int spoolNumber;  // the print system's number of the job once it was handed over, else 0
 };
 
 void JobToRecord(const JobInfo& job, RestartRecord* r);
 // The job record beside a data file: the printer-file record with the sequence number, the two
-// print parameters and the finished flag after the setup-again flag.
+// print parameters, the finished flag and the print system's number after the setup-again flag.
 void JobToJournalRecord(const JobInfo& job, unsigned long long sequence, int finished,
-                        RestartRecord* r);
+                        int spoolNumber, RestartRecord* r);
 void ParseJob(const RestartRecord& r, SavedJob* job);
 
 // A status record of "stal.dbd".

@@ -79,6 +79,11 @@ int PrintToSpooler(const ZelHost* host, const PrintRequest& request, FILE* data,
         TraceError(host, "%s\n", error);
         return RcOf(rc);
     }
+    // The host notes the number first: should it die while the job prints, it can ask the print
+    // system afterwards whether the job needs printing again.
+    int number = vx::SpoolJobNumber(job.get());
+    if (host->JobSpooled != nullptr && number > 0)
+        host->JobSpooled(host->context, request.fileName, number);
     int64_t sent = 0;
     if (SendCopies(data, request.fileName, request.copies, WriteToSpoolJob, job.get(), &sent, error,
                    sizeof error) != 0) {

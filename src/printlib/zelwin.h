@@ -57,6 +57,9 @@ typedef struct ZelHost {
     /* One trace line at a level; the text ends with "\n". Error lines are level -1 and their text
        begins "Error: ". */
     void (*Trace)(void* context, int level, const char* text);
+    /* The job of a data file has been made in the print system, which knows it by this number;
+       called before the job's data is sent. May be null. */
+    void (*JobSpooled)(void* context, const char* fileName, int spoolJobNumber);
 } ZelHost;
 
 /* Prints one file. Raw streams reach the printer unchanged; PDF goes as PDF (for the print system

@@ -39,6 +39,8 @@ void FillZelHost(ZelHost* host, Czelprsrv* server) {
     host->GetString = HostGetString;
     host->GetOutputDirectory = HostGetOutputDirectory;
     host->Trace = HostTrace;
+    // Job processing lends each print call a host of its own that hears of spooled jobs.
+    host->JobSpooled = nullptr;
 }
 
 const ZelHost* HostOf(Czelprsrv* server) {

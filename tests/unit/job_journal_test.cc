@@ -147,7 +147,7 @@ TEST_F(JobJournalTest, AFinishedJobKeepsItsFileUntilItsStatusIsAskedFor) {
     ASSERT_EQ(ProcessJob(&r->record, 'S'), 0);
     ASSERT_TRUE(Eventually([&] { return StatusOf("P1", "asked") == kJobDone; }));
     ASSERT_TRUE(Eventually([&] {
-        return vxtest::ReadWholeFile(Temp() + "asked.job").find(" 1\n") != std::string::npos;
+        return vxtest::ReadWholeFile(Temp() + "asked.job").find(" 1 0\n") != std::string::npos;
     }));
     EXPECT_TRUE(Exists("asked"));
 
@@ -169,6 +169,53 @@ TEST_F(JobJournalTest, AFinishedJobKeepsItsFileUntilItsStatusIsAskedFor) {
     RestoreQueues();
     EXPECT_TRUE(Leftovers().empty());
     EXPECT_TRUE(fake().Printed().size() == 1u);  // never printed again
+}
+
+SpooledJobFate g_fate = SpooledJobFate::kUnknown;
+std::vector<int> g_asked;
+
+// A job that was printing when the process died: the print system's number in its journal lets
+// the next start ask whether it has the job whole; only when it has not is the job printed again.
+TEST_F(JobJournalTest, AJobThePrintSystemHoldsIsNotPrintedAgain) {
+    PrintBackend table = Backend();
+    table.SpooledJobFateOf = [](const char* printer, int number) {
+        EXPECT_STREQ(printer, "P1");
+        g_asked.push_back(number);
+        return g_fate;
+    };
+    SetPrintBackendForTest(&table);
+    auto gate = std::make_shared<vxtest::Gate>();
+    fake().Set([gate](const vxtest::PrintCall& call) {
+        if (call.host != nullptr && call.host->JobSpooled != nullptr)
+            call.host->JobSpooled(call.host->context, call.file.c_str(), 77);
+        EXPECT_TRUE(gate->Pass());
+        return ZEL_RC_OK;
+    });
+    ASSERT_EQ(ReceiveU("P1", "inflight"), 0);
+    ASSERT_EQ(ReceiveU("P1", "behind"), 0);
+    ASSERT_TRUE(fake().WaitStarted(1));
+    ASSERT_TRUE(Eventually([&] {
+        return vxtest::ReadWholeFile(Temp() + "inflight.job").find(" 0 77\n") != std::string::npos;
+    }));
+    std::map<std::string, std::string> onDisk = Snapshot();
+    gate->Open();
+    fake().Set(nullptr);
+
+    for (SpooledJobFate fate : {SpooledJobFate::kTaken, SpooledJobFate::kGone}) {
+        g_fate = fate;
+        g_asked.clear();
+        StartAgainWith(onDisk);
+        size_t before = fake().Printed().size();
+        RestoreQueues();
+        size_t again = fate == SpooledJobFate::kTaken ? 1 : 2;
+        ASSERT_TRUE(fake().WaitPrinted(before + again));
+        EXPECT_EQ(g_asked, std::vector<int>{77});
+        EXPECT_EQ(fake().Printed().back().jobId, "behind");
+        ASSERT_TRUE(Eventually([&] { return Leftovers().empty(); }));
+    }
+    EXPECT_EQ(LogCount("Job inflight was taken by the print system as job 77 before the restart: "
+                       "not printed again.\n"),
+              1);
 }
 
 // Several jobs of one acknowledgement are taken all or none.

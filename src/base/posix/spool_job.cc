@@ -5,6 +5,8 @@
 
 #include <cups/cups.h>
 
+#include <cstring>
+
 #include "base/clock.h"
 #include "base/sync.h"
 #include "base/text.h"
@@ -275,6 +277,25 @@ int SpoolJobFinish(SpoolJob* job, uint32_t timeoutMs, char* error, size_t errorS
         }
         SleepMs(kPollIntervalMs);
     }
+}
+
+SpooledJobFate SpooledJobFateOf(const char* printer, int number) {
+    if (printer == nullptr || number <= 0) return SpooledJobFate::kUnknown;
+    HttpPtr http = ConnectToServer();
+    if (http == nullptr) return SpooledJobFate::kUnknown;
+    JobState state;
+    char error[256];
+    if (QueryJob(http.get(), number, &state, error, sizeof error) != kSpoolOk)
+        return cupsLastError() == IPP_STATUS_ERROR_NOT_FOUND ? SpooledJobFate::kGone
+                                                             : SpooledJobFate::kUnknown;
+    if (state.state == IPP_JSTATE_CANCELED || state.state == IPP_JSTATE_ABORTED)
+        return SpooledJobFate::kGone;
+    // Made, but its data never arrived whole: it must not print what it has.
+    if (strstr(state.reasons, "job-incoming") != nullptr) {
+        cupsCancelJob2(http.get(), printer, number, 0);
+        return SpooledJobFate::kGone;
+    }
+    return SpooledJobFate::kTaken;
 }
 
 int SpoolJobNumber(const SpoolJob* job) {

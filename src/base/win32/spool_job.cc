@@ -88,6 +88,35 @@ int SpoolJobFinish(SpoolJob* job, uint32_t, char* error, size_t errorSize) {
     return kSpoolOk;
 }
 
+SpooledJobFate SpooledJobFateOf(const char* printer, int number) {
+    if (printer == nullptr || number <= 0) return SpooledJobFate::kUnknown;
+    HANDLE handle = nullptr;
+    if (!OpenPrinterA(const_cast<char*>(printer), &handle, nullptr))
+        return SpooledJobFate::kUnknown;
+    SpooledJobFate fate = SpooledJobFate::kUnknown;
+    DWORD needed = 0;
+    GetJobA(handle, static_cast<DWORD>(number), 1, nullptr, 0, &needed);
+    // A job that is no longer in the queue may have printed or been deleted: nobody can tell.
+    if (needed >= sizeof(JOB_INFO_1A)) {
+        auto* info = static_cast<JOB_INFO_1A*>(HeapAlloc(GetProcessHeap(), 0, needed));
+        if (info != nullptr && GetJobA(handle, static_cast<DWORD>(number), 1,
+                                       reinterpret_cast<LPBYTE>(info), needed, &needed)) {
+            if ((info->Status & (JOB_STATUS_DELETING | JOB_STATUS_DELETED)) != 0) {
+                fate = SpooledJobFate::kGone;
+            } else if ((info->Status & JOB_STATUS_SPOOLING) != 0) {
+                // Its data never arrived whole: it must not print what it has.
+                SetJobA(handle, static_cast<DWORD>(number), 0, nullptr, JOB_CONTROL_DELETE);
+                fate = SpooledJobFate::kGone;
+            } else {
+                fate = SpooledJobFate::kTaken;
+            }
+        }
+        if (info != nullptr) HeapFree(GetProcessHeap(), 0, info);
+    }
+    ClosePrinter(handle);
+    return fate;
+}
+
 int SpoolJobNumber(const SpoolJob* job) {
     return job != nullptr ? static_cast<int>(job->number) : 0;
 }
