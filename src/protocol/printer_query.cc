@@ -1,8 +1,10 @@
 // The printer query: the spooler's jobs of the printer, or the warning that keeps them from
 // printing, then the jobs still waiting in the service's own queue for it. Its lines never carry
 // a NUL byte.
+#include <array>
 #include <cstdint>
 #include <cstring>
+#include <vector>
 
 #include "base/text.h"
 #include "config/option_globals.h"
@@ -166,20 +168,37 @@ void SendSpoolerPart(PrinterAnswer& answer, SpoolerPrinter* printer) {
     g_prsrv->TrackedFree(jobs, kSourceFile, __LINE__, "job info buffer", 0);
 }
 
-int SendQueuedJob(void* context, int32_t, const JobInfo& job) {
-    auto& answer = *static_cast<PrinterAnswer*>(context);
-    SendHeaderOnce(answer);
-    SendJobLine(answer, job.Owner, answer.rank, job.JobId);
+// What the answer shows of a job waiting in the service's queue.
+struct QueuedJobLine {
+    char owner[sizeof JobInfo::Owner];
+    char jobId[sizeof JobInfo::JobId];
+};
+
+int CollectQueuedJob(void* context, int32_t, const JobInfo& job) {
+    QueuedJobLine line{};
+    CopyText(line.owner, job.Owner);
+    CopyText(line.jobId, job.JobId);
+    static_cast<std::vector<QueuedJobLine>*>(context)->push_back(line);
     return 0;
 }
 
+// The waiting jobs are copied out under the job list's lock and sent after it: a sender that
+// stops reading must not hold up the printer's worker and the receivers of new jobs.
 void SendOwnQueue(PrinterAnswer& answer) {
     if (answer.warningSent) return;
+    std::vector<QueuedJobLine> jobs;
+    VisitQueuedJobs(answer.printer, CollectQueuedJob, &jobs);
     if (answer.rank == 0) answer.rank = 1;  // no spooler job is active: the first waits as "1st"
-    VisitQueuedJobs(answer.printer, SendQueuedJob, &answer);
+    for (const QueuedJobLine& job : jobs) {
+        SendHeaderOnce(answer);
+        SendJobLine(answer, job.owner, answer.rank, job.jobId);
+    }
 }
 
+// The print library's queue lines, likewise read under its lock and sent after it.
 void SendLibraryQueue(PrinterAnswer& answer) {
+    using ReplyLine = std::array<char, kReplyLineSize>;
+    std::vector<ReplyLine> lines;
     const PrintBackend& library = Backend();
     ZelWide printer[kQueueNameSize];
     ToZelWide(answer.printer, kQueueNameSize - 1, printer, kQueueNameSize);
@@ -187,13 +206,15 @@ void SendLibraryQueue(PrinterAnswer& answer) {
     int count = 0;
     if (library.GetNumberOfEntriesEx(printer, &count) != 0) count = 0;
     for (int i = 0; i < count; ++i) {
-        char line[kReplyLineSize] = {};
-        if (library.GetNextQueueEntryEx(printer, i, line, static_cast<int>(sizeof line)) != 0)
+        ReplyLine line{};
+        if (library.GetNextQueueEntryEx(printer, i, line.data(), static_cast<int>(line.size())) !=
+            0)
             continue;
-        line[sizeof line - 1] = '\0';
-        SendText(*answer.socket, line);
+        line.back() = '\0';
+        lines.push_back(line);
     }
     library.UnlockPrinterListEx(printer);
+    for (const ReplyLine& line : lines) SendText(*answer.socket, line.data());
 }
 
 }  // namespace

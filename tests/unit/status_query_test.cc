@@ -5,8 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <map>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -336,15 +340,81 @@ TEST_F(StatusQueryTest, EmptyUnknownAndFailingPrinters) {
     EXPECT_EQ(LogCount("Error: ClosePrinter failed."), 1);
 }
 
-TEST_F(StatusQueryTest, LibraryQueueLinesAreSentUnderItsLock) {
+// ---- a sender that reads slowly holds up no queue ----
+
+// The sender's channel of a secured connection, standing for a sender that reads slowly: every
+// write first lets another thread look at the printer's job list, and notes whether the print
+// library's printer list is locked.
+struct SlowReader {
+    std::string written;
+    int writesWithJobListHeld = 0;
+    int writesWithLibraryListLocked = 0;
+    std::vector<std::thread> lookups;  // joined after the answer
+
+    static SlowReader& Get() {
+        static SlowReader reader;
+        return reader;
+    }
+    static int32_t Write(vx::NetSocket&, const void* data, int32_t length) {
+        SlowReader& r = Get();
+        r.written.append(static_cast<const char*>(data), size_t(length));
+        const auto& calls = FakeLibrary::Get().calls;
+        if (std::count(calls.begin(), calls.end(), "lock lp") >
+            std::count(calls.begin(), calls.end(), "unlock lp"))
+            ++r.writesWithLibraryListLocked;
+        auto looked = std::make_shared<std::atomic<bool>>(false);
+        r.lookups.emplace_back([looked] {
+            vx::VisitQueuedJobs(
+                "lp", [](void*, int32_t, const vx::JobInfo&) { return 0; }, nullptr);
+            *looked = true;
+        });
+        // Only a guard: a job list held by this write never becomes free while it waits.
+        auto end = std::chrono::steady_clock::now() + vxtest::kHangGuard;
+        while (!*looked && std::chrono::steady_clock::now() < end)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        if (!*looked) ++r.writesWithJobListHeld;
+        return length;
+    }
+    static int32_t Read(vx::NetSocket&, void*, int32_t) { return 0; }
+    static void Done(vx::NetSocket&) {}
+
+    // The printer answer on a socket through this channel.
+    static std::string Answer(vx::NetSocket& socket) {
+        static const vx::SecuredChannel channel = {Read, Write, Done};
+        Get() = SlowReader{};
+        int session = 0;
+        vx::NetSocket secured = socket;
+        secured.sncSession = reinterpret_cast<vx::SncSession*>(&session);
+        secured.secured = true;
+        vx::InstallSecuredChannel(&channel);
+        vx::QueryPrinter(&secured, "lp", 257);
+        vx::InstallSecuredChannel(nullptr);
+        for (std::thread& lookup : Get().lookups) lookup.join();
+        return Get().written;
+    }
+};
+
+TEST_F(StatusQueryTest, ServiceQueueIsNotHeldWhileItsLinesAreSent) {
+    BlockPrinting();
+    for (const char* id : {"a", "b", "c"}) ASSERT_EQ(ReceiveS("lp", id), 0);
+    EXPECT_EQ(SlowReader::Answer(socket_),
+              "Rank   Owner      Job  Files\n"
+              "1st                  1  a\n"
+              "2nd                  2  b\n"
+              "3rd                  3  c\n");
+    EXPECT_EQ(SlowReader::Get().writesWithJobListHeld, 0);
+}
+
+TEST_F(StatusQueryTest, LibraryQueueLinesAreReadUnderItsLockAndSentAfterIt) {
     UseLibrary();
     FakeLibrary::Get().lines = {"first line\n", "second line\n"};
     spooler().printers["lp"].jobs = {SpoolJob(3, "u", "doc")};
-    EXPECT_EQ(Printer("lp"),
+    EXPECT_EQ(SlowReader::Answer(socket_),
               "Rank   Owner      Job  Files\n"
               "active u             3  doc\n"
               "first line\nsecond line\n");
     EXPECT_EQ(FakeLibrary::Get().calls, (std::vector<std::string>{"lock lp", "unlock lp"}));
+    EXPECT_EQ(SlowReader::Get().writesWithLibraryListLocked, 0);
 }
 
 // ---- installed printers ----
