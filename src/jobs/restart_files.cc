@@ -92,6 +92,18 @@ void RetireRestoreFile(const char* path) {
         g_prsrv->RenameWithTimeStamp(path);
 }
 
+// Enters a status record for a saved job. 0 or -1.
+int InsertSavedJobStatus(const SavedJob& saved, int32_t value, const char* text) {
+    JobRecord status{};
+    status.Status = value;
+    CopyText(status.StatusText, text);
+    CopyText(status.JobId, saved.jobId);
+    CopyText(status.Owner, saved.owner);
+    CopyText(status.PrinterName, saved.printer);
+    status.Copies = saved.copies;
+    return InsertJobStatus(status);
+}
+
 // Puts a saved job back into its queue. fromJournal: the job comes from its journal (the
 // process died before it could save its queues), which also keeps its print parameters.
 void RestoreJob(const SavedJob& saved, bool fromJournal) {
@@ -117,18 +129,10 @@ void RestoreJob(const SavedJob& saved, bool fromJournal) {
     Trace(kTraceNormal, "Filename = %s Job owner = %s.\n", saved.fileName, saved.owner);
     // A job kept after a device error gets its status (6, 7 or 8) back from the status file.
     if (saved.protocol == 'S' && saved.setupAgain == 0 &&
-        JobKeepsStatus(saved.printer, saved.noStatus)) {
-        JobRecord status{};
-        status.Status = kJobPrinting;
-        CopyText(status.StatusText, kStatusTextPrinting);
-        CopyText(status.JobId, saved.jobId);
-        CopyText(status.Owner, saved.owner);
-        CopyText(status.PrinterName, saved.printer);
-        status.Copies = saved.copies;
-        if (InsertJobStatus(status) != 0) {
-            TraceError("Restoring job %s failed\n", saved.jobId);
-            return;
-        }
+        JobKeepsStatus(saved.printer, saved.noStatus) &&
+        InsertSavedJobStatus(saved, kJobPrinting, kStatusTextPrinting) != 0) {
+        TraceError("Restoring job %s failed\n", saved.jobId);
+        return;
     }
     QueueJob(&job);
 }
@@ -231,18 +235,10 @@ bool PrintedBeforeTheRestart(const SavedJob& saved) {
           "Job %s was taken by the print system as job %d before the restart: not printed "
           "again.\n",
           saved.jobId, saved.spoolNumber);
-    JobRecord status{};
+    JobRecord status;
     if (saved.protocol == 'S' && JobKeepsStatus(saved.printer, saved.noStatus) &&
-        FindJobStatus(saved.printer, saved.jobId, &status) != 0) {
-        status = JobRecord{};
-        status.Status = kJobDone;
-        CopyText(status.StatusText, kStatusTextDone);
-        CopyText(status.JobId, saved.jobId);
-        CopyText(status.Owner, saved.owner);
-        CopyText(status.PrinterName, saved.printer);
-        status.Copies = saved.copies;
-        InsertJobStatus(status);
-    }
+        FindJobStatus(saved.printer, saved.jobId, &status) != 0)
+        InsertSavedJobStatus(saved, kJobDone, kStatusTextDone);
     if (!KeepFileForStatusQuery(saved.printer, saved.jobId, saved.fileName))
         ReleaseFinishedJobFiles(saved.fileName);
     return true;

@@ -127,7 +127,7 @@ TEST_F(JobJournalTest, ASetupAgainSurvivesACrash) {
     ASSERT_EQ(ProcessJob(&r->record, 'S'), 0);
     ASSERT_TRUE(Eventually([] { return g_StopReason == kStopDeviceContext; }));
     ASSERT_TRUE(Eventually([&] {
-        return vxtest::ReadWholeFile(Temp() + "kept.job").find(" 00001 ") != std::string::npos;
+        return vxtest::ReadTextFile(Temp() + "kept.job").find(" 00001 ") != std::string::npos;
     }));
     std::map<std::string, std::string> onDisk = Snapshot();
     StartAgainWith(onDisk);
@@ -147,7 +147,7 @@ TEST_F(JobJournalTest, AFinishedJobKeepsItsFileUntilItsStatusIsAskedFor) {
     ASSERT_EQ(ProcessJob(&r->record, 'S'), 0);
     ASSERT_TRUE(Eventually([&] { return StatusOf("P1", "asked") == kJobDone; }));
     ASSERT_TRUE(Eventually([&] {
-        return vxtest::ReadWholeFile(Temp() + "asked.job").find(" 1 0\n") != std::string::npos;
+        return vxtest::ReadTextFile(Temp() + "asked.job").find(" 1 0\n") != std::string::npos;
     }));
     EXPECT_TRUE(Exists("asked"));
 
@@ -195,7 +195,7 @@ TEST_F(JobJournalTest, AJobThePrintSystemHoldsIsNotPrintedAgain) {
     ASSERT_EQ(ReceiveU("P1", "behind"), 0);
     ASSERT_TRUE(fake().WaitStarted(1));
     ASSERT_TRUE(Eventually([&] {
-        return vxtest::ReadWholeFile(Temp() + "inflight.job").find(" 0 77\n") != std::string::npos;
+        return vxtest::ReadTextFile(Temp() + "inflight.job").find(" 0 77\n") != std::string::npos;
     }));
     std::map<std::string, std::string> onDisk = Snapshot();
     gate->Open();

@@ -126,6 +126,8 @@ TEST_F(PrinterQueuesTest, ProcessJobFillsFromTheContext) {
     ASSERT_EQ(ProcessJob(&r->record, 'U'), 0);
     EXPECT_EQ(r->context.WideData, 1);
     g_Options.ZELUserAsOwner = 1;
+    // A received data file is gone once its job has printed: the second job has a file of its own.
+    r = Receive("P1", "ctx", DataFile("ctx2.prn"));
     ASSERT_EQ(ProcessJob(&r->record, 'U'), 0);
     ASSERT_TRUE(fake().WaitPrinted(2));
     EXPECT_EQ(fake().Printed()[0].owner, "");  // the owner is taken over only with ZELUserAsOwner
