@@ -174,5 +174,5 @@ def parse_reg_file(path, key):
 def vorlix(request, tmp_path):
     target = request.config.getoption("--target")
     build_dir = request.config.getoption("--build-dir")
-    build_dir = Path(build_dir) if build_dir else REPO / "build" / target
+    build_dir = Path(build_dir).resolve() if build_dir else REPO / "build" / target
     return Vorlix(target, build_dir, tmp_path)

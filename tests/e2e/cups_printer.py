@@ -32,6 +32,8 @@ STOPPED = "vx_stopped"
 REJECTING = "vx_rejecting"
 UNREACHABLE = "vx_unreachable"
 UNKNOWN = "vx_no_such_printer"
+HELD = "vx_held"  # its printer can be held: it then takes each job but finishes none
+BULK = [f"vx_bulk{n}" for n in range(4)]  # printers that share many jobs between them
 
 
 def free_port():
@@ -52,7 +54,8 @@ def wait_for_port(port, timeout=30.0):
 
 
 class Sink:
-    """A fake network printer: accepts connections and keeps each one's bytes."""
+    """A fake network printer: accepts connections and keeps each one's bytes. While held, it
+    reads nothing: CUPS's backend waits with the job processing, as for a slow device."""
 
     def __init__(self):
         self.server = socket.socket()
@@ -63,6 +66,8 @@ class Sink:
         self.lock = threading.Condition()
         self.jobs = []  # bytes of every finished connection, in order of their end
         self.closed = False
+        self.running = threading.Event()
+        self.running.set()
         threading.Thread(target=self._accept, daemon=True).start()
 
     def _accept(self):
@@ -74,6 +79,7 @@ class Sink:
             threading.Thread(target=self._receive, args=(conn,), daemon=True).start()
 
     def _receive(self, conn):
+        self.running.wait()
         data = bytearray()
         with conn:
             while True:
@@ -87,6 +93,12 @@ class Sink:
         with self.lock:
             self.jobs.append(bytes(data))
             self.lock.notify_all()
+
+    def hold(self):
+        self.running.clear()
+
+    def release(self):
+        self.running.set()
 
     def clear(self):
         with self.lock:
@@ -262,6 +274,9 @@ def cups_server():
     try:
         cups.add_queue(PRINTING)
         cups.add_queue(SECOND)
+        cups.add_queue(HELD)
+        for name in BULK:
+            cups.add_queue(name)
         cups.add_stopped_queue(STOPPED)
         cups.add_rejecting_queue(REJECTING)
         cups.add_unreachable_queue(UNREACHABLE)
