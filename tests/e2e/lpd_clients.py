@@ -163,21 +163,29 @@ class RawSender:
         self.sock.close()
 
 
-def send_job(port, queue, body, number, data_name=None, copies=1, timeout=30):
+def try_job(port, queue, body, number, data_name=None, copies=1, timeout=30):
     """One job of one data file over a connection of its own, the control file first (as LPRng
-    sends). True once the data file was acknowledged; False when the server refused a subcommand
-    or the connection failed on the way, as a client that will send the job again sees it."""
+    sends). Two flags: the data file went out whole (the server may have made a job of it), and
+    it was acknowledged. A refused subcommand or a failed connection ends the attempt, as for a
+    client that will send the job again."""
     data_name = data_name or f"dfA{number % 1000:03d}vxtest"
     control = control_text([data_name], f"job {number}", copies)
     steps = (b"\x02" + queue.encode() + b"\n",
              f"\x02{len(control)} cfA{number % 1000:03d}vxtest\n".encode(), control + b"\x00",
              f"\x03{len(body)} {data_name}\n".encode(), body + b"\x00")
+    whole = False
     try:
         with connect(port, timeout) as s:
             for step in steps:
                 s.sendall(step)
+                whole = step is steps[-1]
                 if ack(s) != b"\x00":
-                    return False
-        return True
+                    return whole, False
+        return True, True
     except OSError:
-        return False
+        return whole, False
+
+
+def send_job(port, queue, body, number, data_name=None, copies=1, timeout=30):
+    """True once the job was acknowledged (see try_job)."""
+    return try_job(port, queue, body, number, data_name, copies, timeout)[1]
