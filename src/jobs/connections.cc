@@ -2,14 +2,14 @@
 //
 // The accepting (main) thread takes one connection at a time. With connection threads it puts a
 // ConnInfo record into the connection list, starts a thread with a copy of the record and waits
-// on hEventInit until the thread has taken it over. Without both events a connection is served by
-// the accepting thread itself. The thread serves the connection and, as
-// long as the service runs, removes its record from the list itself (under the list's lock),
-// setting and closing hEventQueue. Once a stop reason is set the thread only sets hEventQueue and
-// leaves the record to the shutdown wait, which polls the first record's event once a second,
-// never holding the list's lock longer than that, so that finishing threads can still reach it.
-// A thread still traces after it has set its event, so the threads are also counted: the shutdown
-// wait ends only when every one has left its body.
+// on hEventInit until the thread has taken it over; without both events the accepting thread
+// serves the connection itself. The thread serves the connection and, as long as the service
+// runs, removes its record from the list itself (under the list's lock), setting and closing
+// hEventQueue. Once a stop reason is set the thread only sets hEventQueue and leaves the record
+// to the shutdown wait, which polls the first record's event once a second, never holding the
+// list's lock longer than that, so that finishing threads can still reach it. A thread still
+// traces after it has set its event, so the threads are also counted: the shutdown wait ends
+// only when every one has left its body.
 #include "jobs/connections.h"
 
 #include <atomic>
