@@ -61,7 +61,7 @@ class Driver:
 def driver(request, tmp_path, cups):
     target = request.config.getoption("--target")
     build_dir = request.config.getoption("--build-dir")
-    build_dir = Path(build_dir) if build_dir else REPO / "build" / target
+    build_dir = Path(build_dir).resolve() if build_dir else REPO / "build" / target
     return Driver(target, build_dir, tmp_path)
 
 
