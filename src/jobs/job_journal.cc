@@ -82,20 +82,41 @@ struct JournalList {
     std::vector<SavedJob> jobs;
 };
 
-bool IsJournalName(const char* name) {
-    size_t len = strlen(name), ext = strlen(kJournalExtension);
-    return len > ext && EqualsNoCase(name + len - ext, kJournalExtension);
+bool EndsWithNoCase(const char* name, const char* ending) {
+    size_t len = strlen(name), n = strlen(ending);
+    return len > n && EqualsNoCase(name + len - n, ending);
 }
 
+// A journal being written when the process died ("<data file>.job.tmp").
+constexpr const char* kHalfWrittenJournal = ".job.tmp";
+
 int CollectJournal(void* context, const char* name) {
-    if (!IsJournalName(name)) return 0;
     char path[kMaxPath];
     FormatText(path, sizeof path, "%s%s", JobBaseDirectory(), name);
-    StreamPtr file(FsOpenStream(path, "r"));
-    if (!file) return 0;
+    if (EndsWithNoCase(name, kHalfWrittenJournal)) {
+        FsRemove(path);
+        return 0;
+    }
+    if (!EndsWithNoCase(name, kJournalExtension)) return 0;
     RestartRecord r;
     unsigned length = 0;
-    if (ReadRestartRecord(file.get(), &r, &length) != kReadRecord) {
+    RestartReadResult read;
+    {
+        StreamPtr file(FsOpenStream(path, "r"));
+        if (!file) return 0;
+        read = ReadRestartRecord(file.get(), &r, &length);
+    }
+    if (read == kReadEnd) {
+        // Only reserved: its data file never arrived whole.
+        char dataFile[kMaxPath];
+        CopyTextN(dataFile, sizeof dataFile, path, strlen(path) - strlen(kJournalExtension));
+        Trace(kTraceNormal, "Data file %s did not arrive whole before the restart: removed.\n",
+              dataFile);
+        FsRemove(dataFile);
+        FsRemove(path);
+        return 0;
+    }
+    if (read != kReadRecord) {
         TraceError("Invalid job record %s.\n", path);
         return 0;
     }
@@ -106,6 +127,20 @@ int CollectJournal(void* context, const char* name) {
 }
 
 }  // namespace
+
+int ReserveJobJournal(const char* dataFile, bool* taken) {
+    if (taken != nullptr) *taken = false;
+    if (!JournalingOn()) return 0;
+    char path[kMaxPath];
+    if (!JournalPath(dataFile, path, sizeof path)) return -1;
+    StreamPtr reserved(FsCreateNewStream(path, taken));
+    return reserved ? 0 : -1;
+}
+
+void RemoveJobJournalOf(const char* dataFile) {
+    char path[kMaxPath];
+    if (JournalPath(dataFile, path, sizeof path)) FsRemove(path);
+}
 
 bool SyncJobFiles() {
     return GlobalSetting(kSyncJobFilesSetting) != 0;
@@ -134,8 +169,7 @@ void NoteJobSpooled(const JobInfo& job, int spoolNumber) {
 }
 
 void RemoveJobJournal(const JobInfo& job) {
-    char path[kMaxPath];
-    if (job.ReceivedFile != 0 && JournalPath(job.FileName, path, sizeof path)) FsRemove(path);
+    if (job.ReceivedFile != 0) RemoveJobJournalOf(job.FileName);
 }
 
 void RetireJobFiles(const JobInfo& job) {
@@ -158,8 +192,7 @@ void RetireJobFiles(const JobInfo& job) {
 void ReleaseFinishedJobFiles(const char* dataFile) {
     if (dataFile == nullptr || dataFile[0] == '\0') return;
     if (!KeepFiles()) RemoveDataFile(dataFile);
-    char path[kMaxPath];
-    if (JournalPath(dataFile, path, sizeof path)) FsRemove(path);
+    RemoveJobJournalOf(dataFile);
 }
 
 std::vector<SavedJob> ReadJobJournals() {

@@ -26,6 +26,15 @@ bool SyncJobFiles();
 // True when received jobs are journaled: the service keeps queues of its own and restores them.
 bool JournalingOn();
 
+// Reserves the journal of a data file about to be received: an empty "<data file>.job", created
+// exclusively. A process that dies before the journal is written leaves the reservation, by which
+// the next start knows the data file for a fragment and removes both. 0, or -1 (*taken: the name
+// is in use). Nothing is reserved (0) when journaling is off.
+int ReserveJobJournal(const char* dataFile, bool* taken);
+
+// Removes the journal (or its reservation) of a data file.
+void RemoveJobJournalOf(const char* dataFile);
+
 // Writes the journal of a received job (ReceivedFile set). 0, or -1 (nothing written); 0 without
 // writing anything when journaling is off.
 int WriteJobJournal(const JobInfo& job);
@@ -51,7 +60,9 @@ void ReleaseFinishedJobFiles(const char* dataFile);
 
 // Start-up: the jobs of every journal in the temporary directory, in the order they were
 // received (finished ones included: their status entries decide about them). Sets the journal
-// sequence beyond every one found. A journal that cannot be read is reported and left alone.
+// sequence beyond every one found. A reservation (an empty journal: the process died while the
+// data file arrived) is removed with its data file, and so are journals left half-written; a
+// journal that cannot be read is reported and left alone.
 std::vector<SavedJob> ReadJobJournals();
 
 // True when a journal lies beside the data file.

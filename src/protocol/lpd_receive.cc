@@ -142,7 +142,7 @@ JobRecord* MakeJob(const char* queue, const char* control, const ArrivedDataFile
 }
 
 void RemoveDataFiles(const ArrivedDataFile* files, size_t count) {
-    for (size_t i = 0; i < count; ++i) FsRemove(files[i].receipt.path);
+    for (size_t i = 0; i < count; ++i) RemoveReceivedFile(files[i].receipt.path);
 }
 
 // Makes and hands over the jobs of the data files. 0, or -1 when they were not taken: their files

@@ -50,6 +50,9 @@ struct DataFileReceipt {
     bool storageFailed;   // the file could not be written: the job is refused
 };
 
+// Removes a received data file with its journal (or the journal's reservation).
+void RemoveReceivedFile(const char* path);
+
 // Receives an announced data file into a file of its own in the temporary directory (a free name
 // is searched under the process-wide file lock and the file created exclusively). 0 when the file
 // arrived whole: its last acknowledgement is then the caller's, once the file's job is safe. -1

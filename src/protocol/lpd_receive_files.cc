@@ -55,6 +55,16 @@ void StoredDataName(const char* fileName, size_t dirLength, char* name, size_t c
 
 enum CreateResult { kCreated, kNamesUsed, kCannotCreate };
 
+// Creates the data file under one name, its journal reserved first: a process that dies while the
+// file arrives leaves a reservation, by which the next start knows the file for a fragment.
+// *taken tells that the name (or its journal's) is in use.
+FILE* CreateUnderName(const char* path, bool* taken) {
+    if (ReserveJobJournal(path, taken) != 0) return nullptr;
+    FILE* file = FsCreateNewStream(path, taken);
+    if (file == nullptr) RemoveJobJournalOf(path);
+    return file;
+}
+
 // Creates the file under the name itself, else under the first free ".%03d" suffix. The search
 // and the creation happen under the process-wide file lock, and the file is created exclusively:
 // two receptions never share a file.
@@ -62,23 +72,23 @@ CreateResult CreateDataFile(const char* dir, const char* name, DataFileReceipt* 
                             StreamPtr* file) {
     LockHold hold(ProcessFileLock());
     // An empty name is the directory itself, which is always taken.
-    bool exists = name[0] == '\0';
+    bool taken = name[0] == '\0';
     FormatText(receipt->path, sizeof receipt->path, "%s%s", dir, name);
-    if (!exists) file->reset(FsCreateNewStream(receipt->path, &exists));
+    if (!taken) file->reset(CreateUnderName(receipt->path, &taken));
     if (*file != nullptr) {
         CopyText(receipt->nameUsed, name);
         return kCreated;
     }
-    if (!exists) return kCannotCreate;
+    if (!taken) return kCannotCreate;
     Trace(kTraceNormal, "ReceiveData: tempfile '%s' exists.\n", receipt->path);
     for (int n = 1; n < 1000; ++n) {
         FormatText(receipt->path, sizeof receipt->path, "%s%s.%03d", dir, name, n);
-        file->reset(FsCreateNewStream(receipt->path, &exists));
+        file->reset(CreateUnderName(receipt->path, &taken));
         if (*file != nullptr) {
             FormatText(receipt->nameUsed, sizeof receipt->nameUsed, "%s.%03d", name, n);
             return kCreated;
         }
-        if (!exists) return kCannotCreate;
+        if (!taken) return kCannotCreate;
     }
     TraceError("All filenames starting with %s used.\n", name);
     return kNamesUsed;
@@ -92,6 +102,11 @@ void TraceDataBlock(const char* data, int32_t length) {
 }
 
 }  // namespace
+
+void RemoveReceivedFile(const char* path) {
+    FsRemove(path);
+    RemoveJobJournalOf(path);
+}
 
 void FreeControlFile(char* control) {
     if (control != nullptr && g_prsrv != nullptr)
@@ -187,7 +202,7 @@ int ReceiveData(const char* queue, const char* fileName, int64_t size, NetSocket
                 TraceError("ReceiveData: SocketRead failed after 100 tries - aborting.\n");
             // A fragment is never printed: the sender got no acknowledgement and sends it again.
             file.reset();
-            FsRemove(receipt->path);
+            RemoveReceivedFile(receipt->path);
             return -1;
         }
         TraceDataBlock(block, got);
@@ -211,12 +226,12 @@ int ReceiveData(const char* queue, const char* fileName, int64_t size, NetSocket
         receipt->storageFailed = true;
     }
     if (AwaitNullbyte(*socket) != 0) {
-        FsRemove(receipt->path);
+        RemoveReceivedFile(receipt->path);
         return -1;
     }
     if (receipt->storageFailed) {
         // What could not be stored is of no use and only holds space that is short already.
-        FsRemove(receipt->path);
+        RemoveReceivedFile(receipt->path);
         SendAck(-1, *socket);
         return -1;
     }

@@ -118,6 +118,27 @@ TEST_F(JobJournalTest, AJournalWithoutItsDataFileIsCleared) {
     EXPECT_EQ(LogCount("Error: File " + Temp() + "gone missing.\n"), 1);
 }
 
+// A process that dies while a data file arrives leaves the file with its journal only reserved,
+// or a journal half-written: the next start removes them and prints nothing of them.
+TEST_F(JobJournalTest, FilesOfAReceptionCutShortByACrashAreRemovedAtTheNextStart) {
+    bool taken = true;
+    ASSERT_EQ(ReserveJobJournal((Temp() + "dfCut").c_str(), &taken), 0);
+    EXPECT_FALSE(taken);
+    EXPECT_EQ(ReserveJobJournal((Temp() + "dfCut").c_str(), &taken), -1);
+    EXPECT_TRUE(taken);  // the reservation keeps a second reception off the name
+    DataFile("dfCut", "fragm");
+    DataFile("dfHalf", "whole");
+    ASSERT_TRUE(vxtest::WriteWholeFile(Temp() + "dfHalf.job.tmp", "000"));
+    RestoreQueues();
+    EXPECT_FALSE(Exists("dfCut") || Exists("dfCut.job") || Exists("dfHalf.job.tmp"));
+    EXPECT_TRUE(Exists("dfHalf"));  // no journal of ours: not ours to judge
+    EXPECT_TRUE(fake().Printed().empty());
+    EXPECT_EQ(LogCount("Data file " + Temp() +
+                       "dfCut did not arrive whole before the restart: "
+                       "removed.\n"),
+              1);
+}
+
 // An extended-protocol job kept after a device error is journaled as such: restored from the
 // journal it keeps its place and gets no new status entry.
 TEST_F(JobJournalTest, ASetupAgainSurvivesACrash) {
