@@ -177,11 +177,12 @@ class JobsFixture : public PrsrvFixture {
         vx::SetPrintBackendForTest(fake().Install());
         prsrv_ = Make();
         vx::g_prsrv = prsrv_.get();
+        // As the service makes them: neither list counts in the list memory.
         ASSERT_EQ(vx::InitList(vx::kJobStatusListCapacity, vx::kJobStatusElementSize,
-                               &vx::g_JobStatusList, 1),
+                               &vx::g_JobStatusList, 0),
                   0);
         ASSERT_EQ(vx::InitList(vx::kJobQueueListCapacity, sizeof(vx::PrinterQueue),
-                               &vx::g_JobQueueList, 1),
+                               &vx::g_JobQueueList, 0),
                   0);
     }
 
