@@ -51,18 +51,12 @@ def test_a_200_mb_job_arrives_unchanged(vorlix, cups, server, tmp_path):
     assert hashlib.sha256(jobs[0]).digest() == hashlib.sha256(data).digest()
 
 
-def test_several_data_files_and_a_sender_that_goes_away(vorlix, cups, server, tmp_path):
+def test_several_data_files_print_as_jobs_of_their_own(vorlix, cups, server):
+    """Raw data files first, then the control file naming them: each prints, in the order they
+    came, byte for byte, and nothing is left behind. (Senders cut off mid-file: see
+    test_lpd_reliability.py.)"""
     s = server()
     sink = cups.sink(cp.PRINTING)
-
-    # A sender that goes away in the middle of its data file, before any control file: no job,
-    # and the server goes on.
-    broken = RawSender(s.port, cp.PRINTING)
-    broken.data_header("dfA001vxtest", 100_000)
-    broken.sock.sendall(random_bytes(30_000, 3))
-    broken.close()
-
-    # A job of two data files prints each of them, in the order they came, byte for byte.
     first, last = random_bytes(20_000, 4), random_bytes(70_000, 5)
     job = RawSender(s.port, cp.PRINTING)
     job.data("dfA002vxtest", first)
@@ -70,13 +64,6 @@ def test_several_data_files_and_a_sender_that_goes_away(vorlix, cups, server, tm
     job.control(cp.PRINTING, ["dfA002vxtest", "dfB002vxtest"])
     job.close()
     assert sink.wait_for_jobs(2) == [first, last]
-
-    after = random_bytes(10_000, 6)
-    (tmp_path / "after.bin").write_bytes(after)
-    cups_lpd(s.port, cp.PRINTING, tmp_path / "after.bin")
-    assert sink.wait_for_jobs(3) == [first, last, after]
-    assert "Error: Controlfile is missing (protocol or network problem). No printout." in s.lines()
-    # The fragment and the printed jobs leave nothing behind in the temporary directory.
     assert s.stop() == 0
     assert [p.name for p in vorlix.log_dir.iterdir() if p.name.startswith("df")] == []
 

@@ -15,6 +15,7 @@
 
 #include "config/option_globals.h"
 #include "config/process_state.h"
+#include "gate.h"
 #include "jobs/job_context.h"
 #include "jobs/job_lists.h"
 #include "jobs/job_status_list.h"
@@ -24,9 +25,6 @@
 #include "prsrv_fixture.h"
 
 namespace vxtest {
-
-// Only a guard against hangs, never a timing check.
-constexpr auto kHangGuard = std::chrono::seconds(30);
 
 inline std::string Narrow(const ZelWide* text) {
     std::string out;
@@ -40,25 +38,6 @@ struct PrintCall {
     int copies, wideData, streamType, registryRoot, printParam1, printParam2;
     const ZelHost* host;
     std::thread::id thread;
-};
-
-// A door that print calls wait at until the test opens it.
-class Gate {
-  public:
-    void Open() {
-        std::lock_guard<std::mutex> hold(mutex_);
-        open_ = true;
-        changed_.notify_all();
-    }
-    bool Pass() {
-        std::unique_lock<std::mutex> hold(mutex_);
-        return changed_.wait_for(hold, kHangGuard, [this] { return open_; });
-    }
-
-  private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool open_ = false;
 };
 
 // The recording backend: onPrint decides each result (and may block); a call counts as started

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "base/spool_job.h"
 
@@ -17,6 +18,14 @@ constexpr const char* kFilePrinterPort = "FILE:";
 constexpr const char* kFilePrinterDriver = "Vorlix file printer";
 
 bool IsFilePrinter(const char* printer);
+
+// A connection to a CUPS server, closed on destruction.
+struct HttpCloser {
+    void operator()(http_t* http) const {
+        if (http != nullptr) httpClose(http);
+    }
+};
+using HttpPtr = std::unique_ptr<http_t, HttpCloser>;
 
 // One IPP message, deleted on destruction.
 class IppMessage {

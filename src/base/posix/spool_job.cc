@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "base/clock.h"
+#include "base/posix/cups_printer.h"
 #include "base/sync.h"
 #include "base/text.h"
 
@@ -30,13 +31,6 @@ struct IppDeleter {
     void operator()(ipp_t* ipp) const { ippDelete(ipp); }
 };
 using IppPtr = std::unique_ptr<ipp_t, IppDeleter>;
-
-struct HttpCloser {
-    void operator()(http_t* http) const {
-        if (http != nullptr) httpClose(http);
-    }
-};
-using HttpPtr = std::unique_ptr<http_t, HttpCloser>;
 
 struct PrinterState {
     int state = 0;  // IPP_PSTATE_*

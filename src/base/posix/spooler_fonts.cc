@@ -22,13 +22,6 @@ namespace {
 constexpr int kConnectTimeoutMs = 5000;
 constexpr double kReadTimeoutSeconds = 10.0;
 
-struct HttpCloser {
-    void operator()(http_t* http) const {
-        if (http != nullptr) httpClose(http);
-    }
-};
-using HttpPtr = std::unique_ptr<http_t, HttpCloser>;
-
 // The printer's PPD as the CUPS server hands it out, in an unnamed temporary file read from its
 // start; null when the printer has none (raw queues) or the server cannot be reached.
 StreamPtr FetchPpd(const char* printer) {
