@@ -7,12 +7,12 @@
 #include <memory>
 
 #include "base/fileops.h"
-#include "base/spool_job.h"
 #include "base/text.h"
 #include "printlib/file_printer.h"
 #include "printlib/host_trace.h"
 #include "printlib/job_data.h"
 #include "printlib/library_options.h"
+#include "spooler/spool_job.h"
 
 namespace zel {
 

@@ -10,7 +10,7 @@
 #include "base/process.h"
 #include "base/version_resource.h"
 #include "printserver/zelprsrv.h"
-#include "service/version.h"
+#include "vorlix_version.h"
 
 namespace vx {
 

@@ -5,7 +5,6 @@
 #include "base/eventlog.h"
 #include "base/process.h"
 #include "config/option_globals.h"
-#include "jobs/connections.h"
 #include "jobs/job_lists.h"
 #include "jobs/job_record.h"
 #include "jobs/print_backend.h"
@@ -13,6 +12,7 @@
 #include "jobs/printer_queues.h"
 #include "net/listener.h"
 #include "printserver/zelprsrv.h"
+#include "service/connections.h"
 
 namespace vx {
 
