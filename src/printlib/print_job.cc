@@ -20,6 +20,10 @@ namespace {
 
 constexpr size_t kErrorSize = 1024;
 
+// How long a job may take to reach the device once all its data is with the print system; one
+// that takes longer is cancelled and reported failed, so that it can be sent again.
+constexpr uint32_t kDeliveryTimeoutMs = 120000;
+
 struct FileCloser {
     void operator()(FILE* f) const {
         if (f != nullptr) fclose(f);
@@ -90,7 +94,7 @@ int PrintToSpooler(const ZelHost* host, const PrintRequest& request, FILE* data,
         TraceError(host, "Job %s not printed on %s: %s\n", request.jobId, request.printer, error);
         return ZEL_RC_FAILED;
     }
-    rc = vx::SpoolJobFinish(job.get(), vx::kSpoolFinishTimeoutMs, error, sizeof error);
+    rc = vx::SpoolJobFinish(job.get(), kDeliveryTimeoutMs, error, sizeof error);
     if (rc != vx::kSpoolOk) {
         TraceError(host, "%s\n", error);
         return RcOf(rc);

@@ -37,9 +37,6 @@ enum SpoolResult {
     kSpoolDeviceError = -2,  // the printer is unknown, stopped, not accepting jobs or unreachable
 };
 
-// How long SpoolJobFinish waits at most for the print system to deliver the job.
-constexpr uint32_t kSpoolFinishTimeoutMs = 120000;
-
 struct SpoolJob;
 
 // Cancels a job that was not finished and releases it.

@@ -1,5 +1,4 @@
-// The wording of the service's events, for system logs that carry plain text.
-#include "base/eventlog.h"
+#include "printserver/service_events.h"
 
 #include "base/text.h"
 
@@ -14,6 +13,12 @@ void EventMessageText(uint32_t eventId, const char* insert1, const char* insert2
     } else {
         FormatText(out, cap, "%s: %s", first, second);
     }
+}
+
+int ReportServiceEvent(EventType type, uint32_t eventId, const char* insert1, const char* insert2) {
+    char text[2048];
+    EventMessageText(eventId, insert1, insert2, text, sizeof text);
+    return ReportSystemEvent(kServiceEventSource, type, 0, eventId, insert1, insert2, text);
 }
 
 }  // namespace vx
