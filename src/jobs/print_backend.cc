@@ -2,8 +2,6 @@
 
 #include <atomic>
 
-#include "spooler/spooler.h"
-
 namespace vx {
 
 namespace {
@@ -22,8 +20,6 @@ const PrintBackend kLinkedBackend = {
     ::ChangeOptionEx,
     ::LogPrintEnvironment,
     ::WriteFontMetricFile,
-    SpoolerCanOpenPrinter,
-    SpooledJobFateOf,
 };
 
 std::atomic<const PrintBackend*> g_backend{&kLinkedBackend};

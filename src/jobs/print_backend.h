@@ -1,9 +1,9 @@
-// What job processing prints through: the print library and the spooler's printer check. One
-// table, so that component tests can put a recording fake behind job processing.
+// What job processing prints through: the print library. One table, so that component tests can
+// put a recording fake behind job processing; the print system itself is behind
+// spooler/spooler_seam.h.
 #pragma once
 
 #include "printlib/zelwin.h"
-#include "spooler/spool_job.h"
 
 namespace vx {
 
@@ -21,13 +21,9 @@ struct PrintBackend {
     decltype(&::ChangeOptionEx) ChangeOptionEx;
     decltype(&::LogPrintEnvironment) LogPrintEnvironment;
     decltype(&::WriteFontMetricFile) WriteFontMetricFile;
-    // OpenPrinter succeeds for the name.
-    bool (*CanOpenPrinter)(const char* printer);
-    // What became of a job handed to the print system by a process that died meanwhile.
-    SpooledJobFate (*SpooledJobFateOf)(const char* printer, int number);
 };
 
-// The backend in use: the linked print library and the host's spooler unless a test set another.
+// The backend in use: the linked print library unless a test set another.
 const PrintBackend& Backend();
 
 // Replaces the backend (null: back to the real one). For tests.

@@ -18,6 +18,7 @@
 #include "jobs/zel_wide.h"
 #include "lists/list_lock.h"
 #include "printserver/zelprsrv.h"
+#include "spooler/spooler_seam.h"
 
 namespace vx {
 
@@ -253,7 +254,7 @@ int QueueJob(JobInfo* job) {
         int32_t index = 0;
         if (FindElement(g_JobQueueList, MatchPrinterQueue, &index, job->PrinterName, &queue, 0) !=
             0) {
-            if (!Backend().CanOpenPrinter(job->PrinterName)) {
+            if (!Spooler().CanOpenPrinter(job->PrinterName)) {
                 hold.Release();
                 TraceError("Invalid printer name %s. Job not queued.\n", job->PrinterName);
                 // The print library still sees the job, so that it reports the failure for it.

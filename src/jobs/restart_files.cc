@@ -14,12 +14,12 @@
 #include "jobs/job_lists.h"
 #include "jobs/job_record.h"
 #include "jobs/job_status_list.h"
-#include "jobs/print_backend.h"
 #include "jobs/printer_queue.h"
 #include "jobs/printer_queues.h"
 #include "jobs/restart_record.h"
 #include "lists/list_lock.h"
 #include "printserver/zelprsrv.h"
+#include "spooler/spooler_seam.h"
 
 namespace vx {
 
@@ -229,7 +229,7 @@ int CollectPrinterFile(void* context, const char* name) {
 // A job that was printing when the process died: when the print system holds it whole, it is
 // not printed again. Its status, if it keeps one, is "done" from now on.
 bool PrintedBeforeTheRestart(const SavedJob& saved) {
-    if (Backend().SpooledJobFateOf(saved.printer, saved.spoolNumber) != SpooledJobFate::kTaken)
+    if (Spooler().SpooledJobFateOf(saved.printer, saved.spoolNumber) != SpooledJobFate::kTaken)
         return false;
     Trace(kTraceNormal,
           "Job %s was taken by the print system as job %d before the restart: not printed "

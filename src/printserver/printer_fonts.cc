@@ -6,6 +6,7 @@
 
 #include "printserver/zelprsrv.h"
 #include "spooler/spooler.h"
+#include "spooler/spooler_seam.h"
 
 namespace vx {
 
@@ -51,13 +52,13 @@ void Czelprsrv::ReportDefaultPrinterFonts() {
         ReportLine(1, kTraceNormal, fmt, text);
     };
     char printer[kSpoolerNameSize];
-    if (SpoolerGetDefaultPrinter(printer, sizeof printer) != kSpoolerOk || printer[0] == '\0') {
+    if (Spooler().GetDefaultPrinter(printer, sizeof printer) != kSpoolerOk || printer[0] == '\0') {
         report("%s", "No default printer: no font list.\n");
         fflush(stdout);
         return;
     }
     std::vector<FontName> fonts;
-    if (SpoolerEnumPrinterFonts(printer, CollectFont, &fonts) < 0) {
+    if (Spooler().EnumPrinterFonts(printer, CollectFont, &fonts) < 0) {
         printf("Fonts of the default printer %s cannot be read.\n", printer);
         fflush(stdout);
         TraceError("Fonts of the default printer %s cannot be read.\n", printer);

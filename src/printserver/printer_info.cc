@@ -5,6 +5,7 @@
 #include "base/registry.h"
 #include "printserver/zelprsrv.h"
 #include "spooler/spooler.h"
+#include "spooler/spooler_seam.h"
 
 namespace vx {
 
@@ -52,7 +53,7 @@ int Czelprsrv::GetInstalledPrinters() {
     LockHold hold(libraryLock_);
     ReleasePrinters();
     printersListed_ = true;
-    int count = SpoolerEnumPrinters(nullptr, nullptr);
+    int count = Spooler().EnumPrinters(nullptr, nullptr);
     if (count == kSpoolerNoMemory) {
         TraceError("GetInstalledPrinters: LocalAlloc failed\n");
         return -1;
@@ -71,7 +72,7 @@ int Czelprsrv::GetInstalledPrinters() {
     }
     // Printers that appear between counting and listing wait for the next listing.
     PrinterListFill fill = {printers, count, 0};
-    int rc = SpoolerEnumPrinters(AddInstalledPrinter, &fill);
+    int rc = Spooler().EnumPrinters(AddInstalledPrinter, &fill);
     if (rc < 0) {
         TrackedFree(printers, kSourceFile, __LINE__, "MyPrinters", 1);
         TraceError(rc == kSpoolerNoMemory ? "GetInstalledPrinters: LocalAlloc failed\n"
@@ -167,7 +168,7 @@ int Czelprsrv::DeterminePort(const char* printer, char* port, size_t size) {
     auto* info = static_cast<SpoolerPrinterInfo*>(
         TrackedAlloc(sizeof(SpoolerPrinterInfo), kSourceFile, __LINE__, "PRINTER_INFO_2", 0));
     if (info != nullptr) {
-        known = SpoolerGetPrinter(printer, info) == kSpoolerOk && info->port[0] != '\0';
+        known = Spooler().GetPrinter(printer, info) == kSpoolerOk && info->port[0] != '\0';
         if (known) CopyText(found, info->port);
         TrackedFree(info, kSourceFile, __LINE__, "PRINTER_INFO_2", 0);
     }
@@ -187,13 +188,13 @@ int Czelprsrv::DeterminePort(const char* printer, char* port, size_t size) {
 SpoolerDeviceItem* Czelprsrv::ReadDeviceList(const char* printer, const char* port,
                                              SpoolerDeviceList list, int* count) {
     *count = 0;
-    int wanted = SpoolerGetDeviceList(printer, port, list, nullptr, 0);
+    int wanted = Spooler().GetDeviceList(printer, port, list, nullptr, 0);
     if (wanted <= 0) return nullptr;
     auto* items = static_cast<SpoolerDeviceItem*>(
         TrackedAlloc(static_cast<size_t>(wanted) * sizeof(SpoolerDeviceItem), kSourceFile, __LINE__,
                      "DeviceCapabilities", 0));
     if (items == nullptr) return nullptr;
-    int filled = SpoolerGetDeviceList(printer, port, list, items, wanted);
+    int filled = Spooler().GetDeviceList(printer, port, list, items, wanted);
     if (filled <= 0) {
         TrackedFree(items, kSourceFile, __LINE__, "DeviceCapabilities", 0);
         return nullptr;
@@ -277,7 +278,7 @@ int Czelprsrv::FindConfiguredTray(const char* printer, int zelId) {
 int Czelprsrv::GetJobDeviceSettings(const char* printer, int copies, JobSettings* out) {
     if (out == nullptr) return -1;
     out->Reset();
-    size_t size = SpoolerJobSettingsSize(printer);
+    size_t size = Spooler().JobSettingsSize(printer);
     if (size == 0) {
         TraceError("Cannot read the device settings of printer %s\n",
                    printer != nullptr ? printer : "");
@@ -288,7 +289,7 @@ int Czelprsrv::GetJobDeviceSettings(const char* printer, int copies, JobSettings
     if (copies < 1) copies = 1;
     if (copies > kMaxCopies) copies = kMaxCopies;
     int rc = -1;
-    if (SpoolerReadJobSettings(printer, block, size) != kSpoolerOk) {
+    if (Spooler().ReadJobSettings(printer, block, size) != kSpoolerOk) {
         TraceError("Cannot read the device settings of printer %s\n", printer);
     } else if (SpoolerSetJobCopies(block, size, copies) == kSpoolerOk) {
         out->Adopt(SpoolerPublishJobSettings(block, size));

@@ -4,6 +4,7 @@
 
 #include "printserver/zelprsrv.h"
 #include "spooler/spooler.h"
+#include "spooler/spooler_seam.h"
 
 namespace vx {
 
@@ -74,7 +75,7 @@ void Czelprsrv::ReportPrinterSettings(const char* printer, int target) {
     }
 
     SpoolerDeviceFacts facts;
-    SpoolerGetDeviceFacts(printer, port, &facts);
+    Spooler().GetDeviceFacts(printer, port, &facts);
     AddLine(&report, "Color Printer: %s\n", YesNo(facts.color));
     AddLine(&report, "Maximum number of copies: %d\n", facts.maxCopies);
     AddLine(&report, "Printer driver version: %d\n", facts.driverVersion);
@@ -147,7 +148,7 @@ int Czelprsrv::ReportPrinterDriver(const char* printer, int target) {
     auto* info = static_cast<SpoolerDriverInfo*>(
         TrackedAlloc(sizeof(SpoolerDriverInfo), kSourceFile, __LINE__, "DRIVER_INFO_6", 0));
     if (info == nullptr) return -1;
-    int rc = SpoolerGetDriverInfo(printer, info) == kSpoolerOk ? 0 : -1;
+    int rc = Spooler().GetDriverInfo(printer, info) == kSpoolerOk ? 0 : -1;
     if (rc == 0)
         ReportDriverInfo(*info, target);
     else

@@ -12,7 +12,6 @@
 #include "config/option_globals.h"
 #include "config/process_state.h"
 #include "jobs/job_context.h"
-#include "jobs/print_backend.h"
 #include "jobs/printer_queues.h"
 #include "lists/zlplist.h"
 #include "net/security_state.h"
@@ -20,6 +19,7 @@
 #include "printserver/zelprsrv.h"
 #include "protocol/lpd_receive.h"
 #include "protocol/status_query.h"
+#include "spooler/spooler_seam.h"
 
 namespace vx {
 
@@ -166,7 +166,7 @@ void ReceiveJobCommand(const char* buffer, int32_t length, NetSocket& socket, in
     // The sender learns at once that the host has no such queue, instead of its job vanishing
     // after the acknowledgement.
     ResolveDefaultPrinter(queue, sizeof queue);
-    if (!Backend().CanOpenPrinter(queue)) {
+    if (!Spooler().CanOpenPrinter(queue)) {
         TraceError("Receive job for unknown printer %s refused.\n", queue);
         SendAck(-1, socket);
         return;

@@ -7,8 +7,8 @@
 #include "base/text.h"
 #include "printserver/zelprsrv.h"
 #include "protocol/status_query.h"
-#include "protocol/status_spooler.h"
 #include "spooler/spool_job.h"
+#include "spooler/spooler_seam.h"
 
 namespace vx {
 
@@ -86,7 +86,7 @@ bool SendPrinters(NetSocket& socket, const PrinterList& list) {
 
 bool GetInstalledPrinters(NetSocket* socket) {
     if (socket == nullptr || g_prsrv == nullptr) return false;
-    const StatusSpooler& spooler = StatusSpoolerInUse();
+    const SpoolerCalls& spooler = Spooler();
     int counted = spooler.EnumPrinters(nullptr, nullptr);
     if (counted < 0) {
         TraceError(counted == kSpoolerNoMemory ? "GetInstalledPrinters: LocalAlloc failed\n"

@@ -13,7 +13,7 @@
 #include "jobs/zel_wide.h"
 #include "printserver/zelprsrv.h"
 #include "protocol/status_query.h"
-#include "protocol/status_spooler.h"
+#include "spooler/spooler_seam.h"
 
 namespace vx {
 
@@ -108,7 +108,7 @@ constexpr JobCondition kJobConditions[] = {
 
 void SendPrinterWarning(PrinterAnswer& answer, SpoolerPrinter* printer) {
     uint32_t status = 0;
-    StatusSpoolerInUse().GetPrinterStatus(printer, &status);
+    Spooler().GetPrinterStatus(printer, &status);
     Trace(kTraceDetail, "QueryPrinter: pinfo->Status = %d\n", static_cast<int>(status));
     for (const PrinterCondition& condition : kPrinterConditions) {
         if ((status & condition.bit) == 0) continue;
@@ -136,7 +136,7 @@ void SendSpoolerJob(PrinterAnswer& answer, const SpoolerJobInfo& job) {
 
 // The spooler's jobs of the printer into a tracked block; null when the spooler did not answer.
 SpoolerJobInfo* ReadSpoolerJobs(SpoolerPrinter* printer, int* count) {
-    const StatusSpooler& spooler = StatusSpoolerInUse();
+    const SpoolerCalls& spooler = Spooler();
     for (int attempt = 0; attempt < kEnumAttempts; ++attempt) {
         int needed = spooler.EnumJobs(printer, nullptr, 0);
         if (needed < 0) continue;

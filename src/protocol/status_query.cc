@@ -12,7 +12,7 @@
 #include "jobs/print_backend.h"
 #include "jobs/zel_wide.h"
 #include "printserver/zelprsrv.h"
-#include "protocol/status_spooler.h"
+#include "spooler/spooler_seam.h"
 
 namespace vx {
 
@@ -128,8 +128,7 @@ int ResolveDefaultPrinter(char* printer, size_t size) {
     for (const char* name : kDefaultPrinterNames) isDefaultName |= strcmp(printer, name) == 0;
     if (!isDefaultName) return 0;
     char found[kQueueNameSize];
-    if (StatusSpoolerInUse().GetDefaultPrinter(found, sizeof found) == kSpoolerOk &&
-        found[0] != '\0') {
+    if (Spooler().GetDefaultPrinter(found, sizeof found) == kSpoolerOk && found[0] != '\0') {
         CopyText(printer, size, found);
         Trace(kTraceNotable, "Found default printer %s.\n", printer);
         return 0;

@@ -15,6 +15,7 @@
 #include "jobs/print_backend.h"
 #include "jobs/printer_queues.h"
 #include "printserver/zelprsrv.h"
+#include "spooler/spooler_seam.h"
 
 namespace vx {
 
@@ -79,7 +80,7 @@ void PrintDirectoryOption(const char* directory, const char* printer) {
 }
 
 void PrinterSettingsOption(const char* printer) {
-    if (!Backend().CanOpenPrinter(printer)) {
+    if (!Spooler().CanOpenPrinter(printer)) {
         fputs("Invalid printer name\n", stdout);
         fflush(stdout);
         return;

@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "base/ni.h"
-#include "jobs/print_backend.h"
+#include "fake_spooler.h"
 #include "loopback_pair.h"
 #include "net/listener.h"
 #include "net/security_state.h"
@@ -23,11 +23,6 @@ using vxtest::LoopbackPair;
 const std::string kNegative(1, '\xff');
 const std::string kPositive(1, '\0');
 
-// The host's printers as the receive-job check sees them: only "lp".
-bool OnlyLp(const char* printer) {
-    return std::string(printer) == "lp";
-}
-
 class ConnectionHandlerTest : public vxtest::PrsrvFixture {
   protected:
     void SetUp() override {
@@ -39,13 +34,12 @@ class ConnectionHandlerTest : public vxtest::PrsrvFixture {
         vx::g_ListenerParams.NiReadTimeout = -1;
         vx::g_ListenerParams.NiSpinReadTime = 1000;
         vx::g_ListenerParams.send_with_null = 1;
-        backend_ = vx::Backend();
-        backend_.CanOpenPrinter = OnlyLp;
-        vx::SetPrintBackendForTest(&backend_);
+        // The host's printers as the receive-job check sees them: only "lp".
+        vxtest::FakeSpooler::Install().printers["lp"];
     }
 
     void TearDown() override {
-        vx::SetPrintBackendForTest(nullptr);
+        vxtest::FakeSpooler::Remove();
         vx::g_SecurityState = 0;
         vx::g_prsrv = nullptr;
     }
@@ -73,7 +67,6 @@ class ConnectionHandlerTest : public vxtest::PrsrvFixture {
 
     std::unique_ptr<vx::Czelprsrv> prsrv_;
     int32_t state_ = 0;
-    vx::PrintBackend backend_{};
 };
 
 TEST_F(ConnectionHandlerTest, CommandsTakeBinaryCodesAndDigitsAlike) {

@@ -192,19 +192,9 @@ TEST_F(JobJournalTest, AFinishedJobKeepsItsFileUntilItsStatusIsAskedFor) {
     EXPECT_TRUE(fake().Printed().size() == 1u);  // never printed again
 }
 
-SpooledJobFate g_fate = SpooledJobFate::kUnknown;
-std::vector<int> g_asked;
-
 // A job that was printing when the process died: the print system's number in its journal lets
 // the next start ask whether it has the job whole; only when it has not is the job printed again.
 TEST_F(JobJournalTest, AJobThePrintSystemHoldsIsNotPrintedAgain) {
-    PrintBackend table = Backend();
-    table.SpooledJobFateOf = [](const char* printer, int number) {
-        EXPECT_STREQ(printer, "P1");
-        g_asked.push_back(number);
-        return g_fate;
-    };
-    SetPrintBackendForTest(&table);
     auto gate = std::make_shared<vxtest::Gate>();
     fake().Set([gate](const vxtest::PrintCall& call) {
         if (call.host != nullptr && call.host->JobSpooled != nullptr)
@@ -223,14 +213,14 @@ TEST_F(JobJournalTest, AJobThePrintSystemHoldsIsNotPrintedAgain) {
     fake().Set(nullptr);
 
     for (SpooledJobFate fate : {SpooledJobFate::kTaken, SpooledJobFate::kGone}) {
-        g_fate = fate;
-        g_asked.clear();
+        spooler().printers["P1"].spooled[77] = fate;
+        spooler().fatesAsked.clear();
         StartAgainWith(onDisk);
         size_t before = fake().Printed().size();
         RestoreQueues();
         size_t again = fate == SpooledJobFate::kTaken ? 1 : 2;
         ASSERT_TRUE(fake().WaitPrinted(before + again));
-        EXPECT_EQ(g_asked, std::vector<int>{77});
+        EXPECT_EQ(spooler().fatesAsked, std::vector<std::string>{"P1 77"});
         EXPECT_EQ(fake().Printed().back().jobId, "behind");
         ASSERT_TRUE(Eventually([&] { return Leftovers().empty(); }));
     }

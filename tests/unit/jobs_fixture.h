@@ -1,6 +1,7 @@
 // Job processing under test: a print-server object over scratch settings and directories, the
-// process-wide job lists, and a recording print backend in place of the print library and the
-// spooler. Tests drive the real queues, workers, status list and restart files through it.
+// process-wide job lists, a recording print backend in place of the print library and the fake
+// print system, on which every printer name is a printer. Tests drive the real queues, workers,
+// status list and restart files through it.
 #pragma once
 
 #include <chrono>
@@ -15,6 +16,7 @@
 
 #include "config/option_globals.h"
 #include "config/process_state.h"
+#include "fake_spooler.h"
 #include "gate.h"
 #include "jobs/job_context.h"
 #include "jobs/job_lists.h"
@@ -47,7 +49,6 @@ struct FakePrinting {
     std::condition_variable changed;
     std::vector<PrintCall> started, printed;
     std::vector<std::string> queuedEx;  // "printer|file|title|owner|copies|noStatus|jobId"
-    std::set<std::string> unknownPrinters;
     std::function<int(const PrintCall&)> onPrint;
 
     static FakePrinting& Get() {
@@ -77,15 +78,10 @@ struct FakePrinting {
         table = vx::Backend();
         table.PrintFile = &PrintFile;
         table.QueueJobEx = &QueueJobEx;
-        table.CanOpenPrinter = [](const char* printer) {
-            std::lock_guard<std::mutex> hold(Get().mutex);
-            return Get().unknownPrinters.count(printer) == 0;
-        };
         std::lock_guard<std::mutex> hold(mutex);
         started.clear();
         printed.clear();
         queuedEx.clear();
-        unknownPrinters.clear();
         onPrint = nullptr;
         return &table;
     }
@@ -154,6 +150,7 @@ class JobsFixture : public PrsrvFixture {
         vx::g_StopReason = vx::kStopNone;
         vx::ResetTestModeCount();
         vx::SetPrintBackendForTest(fake().Install());
+        FakeSpooler::Install().anyNameIsAPrinter = true;
         prsrv_ = Make();
         vx::g_prsrv = prsrv_.get();
         // As the service makes them: neither list counts in the list memory.
@@ -175,6 +172,7 @@ class JobsFixture : public PrsrvFixture {
         vx::ExitList(vx::g_JobQueueList);
         vx::g_JobStatusList = vx::g_JobQueueList = vx::kInvalidListId;
         vx::SetPrintBackendForTest(nullptr);
+        FakeSpooler::Remove();
         vx::g_prsrv = nullptr;
         prsrv_.reset();
         ResetOptionGlobals();
@@ -182,6 +180,7 @@ class JobsFixture : public PrsrvFixture {
     }
 
     static FakePrinting& fake() { return FakePrinting::Get(); }
+    static FakeSpooler& spooler() { return FakeSpooler::Get(); }
 
     // Every print call waits at a new gate (opened by TearDown at the latest), then returns rc.
     Gate* BlockPrinting(int rc = ZEL_RC_OK) {

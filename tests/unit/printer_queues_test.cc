@@ -66,7 +66,7 @@ TEST_F(PrinterQueuesTest, TwoPrintersPrintInParallel) {
 }
 
 TEST_F(PrinterQueuesTest, UnknownPrinterGetsNoQueueButOnePrintFile) {
-    fake().unknownPrinters.insert("Nowhere");
+    spooler().anyNameIsAPrinter = false;
     EXPECT_EQ(QueueU("Nowhere", "lost"), -1);
     EXPECT_EQ(fake().PrintedIds(), (Ids{"lost"}));
     EXPECT_EQ(Count(g_JobQueueList), 0);

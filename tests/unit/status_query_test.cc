@@ -16,94 +16,15 @@
 #include <vector>
 
 #include "base/ni.h"
+#include "fake_spooler.h"
 #include "jobs_fixture.h"
 #include "loopback_pair.h"
 #include "net/listener.h"
-#include "protocol/status_spooler.h"
 #include "spooler/spool_job.h"
 
 using namespace std::string_literals;
 
 namespace {
-
-// ---- a fake spooler: printers with status bits and jobs ----
-
-struct FakePrinter {
-    uint32_t status = 0;
-    std::vector<vx::SpoolerJobInfo> jobs;
-    std::string location, driver;
-};
-
-struct FakeSpooler {
-    std::map<std::string, FakePrinter> printers;
-    std::string defaultPrinter;  // "": there is none
-    bool enumJobsFails = false;
-    bool closeFails = false;
-    int closed = 0;
-
-    static FakeSpooler& Get() {
-        static FakeSpooler fake;
-        return fake;
-    }
-    static FakePrinter* Of(vx::SpoolerPrinter* printer) {
-        return reinterpret_cast<FakePrinter*>(printer);
-    }
-    static const vx::StatusSpooler* Table() {
-        static const vx::StatusSpooler table = {
-            [](const char* name) {
-                auto it = Get().printers.find(name);
-                return it == Get().printers.end()
-                           ? nullptr
-                           : reinterpret_cast<vx::SpoolerPrinter*>(&it->second);
-            },
-            [](vx::SpoolerPrinter*) {
-                ++Get().closed;
-                return static_cast<int>(Get().closeFails ? vx::kSpoolerFailed : vx::kSpoolerOk);
-            },
-            [](vx::SpoolerPrinter* printer, vx::SpoolerJobInfo* out, int capacity) {
-                if (Get().enumJobsFails) return static_cast<int>(vx::kSpoolerFailed);
-                const auto& jobs = Of(printer)->jobs;
-                for (size_t i = 0; out != nullptr && i < jobs.size() && int(i) < capacity; ++i)
-                    out[i] = jobs[i];
-                return static_cast<int>(jobs.size());
-            },
-            [](vx::SpoolerPrinter* printer, uint32_t* status) {
-                *status = Of(printer)->status;
-                return static_cast<int>(vx::kSpoolerOk);
-            },
-            [](char* out, size_t cap) {
-                if (Get().defaultPrinter.empty()) return static_cast<int>(vx::kSpoolerFailed);
-                vx::CopyText(out, cap, Get().defaultPrinter.c_str());
-                return static_cast<int>(vx::kSpoolerOk);
-            },
-            [](vx::SpoolerPrinterVisitor visit, void* context) {
-                int n = 0;
-                for (auto& [name, printer] : Get().printers) {
-                    vx::SpoolerPrinterInfo info{};
-                    vx::CopyText(info.name, name.c_str());
-                    vx::CopyText(info.location, printer.location.c_str());
-                    vx::CopyText(info.driver, printer.driver.c_str());
-                    ++n;
-                    if (visit != nullptr && visit(context, info) != 0) break;
-                }
-                return n;
-            },
-        };
-        return &table;
-    }
-    void Reset() { *this = FakeSpooler{}; }
-};
-
-vx::SpoolerJobInfo SpoolJob(uint32_t id, const char* user, const char* document,
-                            uint32_t status = 0, const char* statusText = "") {
-    vx::SpoolerJobInfo job{};
-    job.id = id;
-    vx::CopyText(job.user, user);
-    vx::CopyText(job.document, document);
-    vx::CopyText(job.statusText, statusText);
-    job.status = status;
-    return job;
-}
 
 // ---- the print library's job states and queue lines ----
 
@@ -154,18 +75,11 @@ class StatusQueryTest : public vxtest::JobsFixture {
         JobsFixture::SetUp();
         ASSERT_EQ(vx::NiInit(vx::kNiMaxHandles), vx::kNiOk);
         vxtest::UseDefaultListenerParams();
-        spooler().Reset();
+        spooler().anyNameIsAPrinter = false;
         spooler().printers["lp"];
-        vx::SetStatusSpoolerForTest(FakeSpooler::Table());
         ASSERT_EQ(pair_.Open(), vx::kNiOk);
         socket_.niHandle = pair_.server;
     }
-    void TearDown() override {
-        vx::SetStatusSpoolerForTest(nullptr);
-        JobsFixture::TearDown();
-    }
-
-    static FakeSpooler& spooler() { return FakeSpooler::Get(); }
 
     std::string Job(const char* queue, const char* job) {
         vx::QueryJob(&socket_, queue, 257, job);
@@ -277,10 +191,11 @@ TEST_F(StatusQueryTest, LibraryStatesMapToTheStatusWords) {
 TEST_F(StatusQueryTest, PrinterAnswerListsSpoolerJobsThenTheServiceQueueWithRanks) {
     vx::g_Options.ZELUserAsOwner = 1;
     spooler().printers["lp"].jobs = {
-        SpoolJob(7, "alice", "report.txt", vx::kSpoolJobPrinting),
-        SpoolJob(8, "bob", "printed already", vx::kSpoolJobPrinted),
-        SpoolJob(9, "carol", "a", vx::kSpoolJobPaused, "Paper Error"),
-        SpoolJob(10, "dave-with-a-long-name", "b", vx::kSpoolJobOffline | vx::kSpoolJobPaused),
+        vxtest::SpoolJob(7, "alice", "report.txt", vx::kSpoolJobPrinting),
+        vxtest::SpoolJob(8, "bob", "printed already", vx::kSpoolJobPrinted),
+        vxtest::SpoolJob(9, "carol", "a", vx::kSpoolJobPaused, "Paper Error"),
+        vxtest::SpoolJob(10, "dave-with-a-long-name", "b",
+                         vx::kSpoolJobOffline | vx::kSpoolJobPaused),
     };
     BlockPrinting();
     ASSERT_EQ(ReceiveS("lp", "j1"), 0);
@@ -313,7 +228,7 @@ TEST_F(StatusQueryTest, ServiceQueueAloneStartsAtFirstRank) {
 
 TEST_F(StatusQueryTest, PrinterWarningReplacesAllJobLines) {
     spooler().printers["lp"].status = vx::kPrinterPaperOut | vx::kPrinterUserIntervention;
-    spooler().printers["lp"].jobs = {SpoolJob(1, "u", "d")};
+    spooler().printers["lp"].jobs = {vxtest::SpoolJob(1, "u", "d")};
     BlockPrinting();
     ASSERT_EQ(ReceiveS("lp", "own"), 0);
     EXPECT_EQ(Printer("lp"), "Rank   Owner      Job  Files\nWarning: Device out of paper\n");
@@ -408,7 +323,7 @@ TEST_F(StatusQueryTest, ServiceQueueIsNotHeldWhileItsLinesAreSent) {
 TEST_F(StatusQueryTest, LibraryQueueLinesAreReadUnderItsLockAndSentAfterIt) {
     UseLibrary();
     FakeLibrary::Get().lines = {"first line\n", "second line\n"};
-    spooler().printers["lp"].jobs = {SpoolJob(3, "u", "doc")};
+    spooler().printers["lp"].jobs = {vxtest::SpoolJob(3, "u", "doc")};
     EXPECT_EQ(SlowReader::Answer(socket_),
               "Rank   Owner      Job  Files\n"
               "active u             3  doc\n"
@@ -469,7 +384,7 @@ TEST_F(StatusQueryTest, StoppedCupsQueueReportsPausedWithItsJob) {
     const char* server = getenv("CUPS_SERVER");
     if (vx::BuiltInPrinterName() == nullptr || server == nullptr || server[0] == '\0')
         GTEST_SKIP() << "needs a private cupsd named by CUPS_SERVER (Linux)";
-    vx::SetStatusSpoolerForTest(nullptr);
+    vxtest::FakeSpooler::Remove();
     std::string queue = vxtest::UniqueName("sq_");
     std::string file = DataFile("cups.txt", "held\n");
     std::string add = "lpadmin -p " + queue +
