@@ -1,7 +1,7 @@
 // A print system for tests, put behind Spooler() in place of the host's: printers with their
-// status, spooler jobs, port, driver, paper bins and fonts, a default printer, and what became of
-// jobs handed over before a restart. Tests set it up through Get() and the fields below; its
-// calls hold a lock, so worker threads may ask it while a test waits.
+// status and spooler jobs, a default printer, and what became of jobs handed over before a
+// restart. Its printers report no paper bins, fonts or device settings. Every call holds the
+// fake's lock, so worker threads may ask it while a test waits.
 #pragma once
 
 #include <cstdint>
@@ -17,33 +17,28 @@ namespace vxtest {
 struct FakePrinter {
     uint32_t status = 0;  // vx::kPrinter... bits
     std::vector<vx::SpoolerJobInfo> jobs;
-    std::string port, driver, location, comment;
-    std::vector<vx::SpoolerDeviceItem> bins;
-    std::vector<std::string> fonts;
-    std::map<int, vx::SpooledJobFate> spooled;  // the print system's job numbers; else kUnknown
+    std::string location, driver;
+    std::map<int, vx::SpooledJobFate> spooled;  // by the print system's job number; else kUnknown
 };
 
-class FakeSpooler {
-  public:
+struct FakeSpooler {
     // Empties the fake and puts it behind Spooler(); Remove() gives the host's back.
     static FakeSpooler& Install();
     static void Remove();
     static FakeSpooler& Get();
 
-    std::mutex mutex;  // held by every call of the fake
+    // The printer of that name, null when there is none. Called under the lock.
+    FakePrinter* Find(const char* name);
+
+    std::mutex mutex;
     std::map<std::string, FakePrinter> printers;
-    // Tests that print to names they make up: every name is a printer, in its default state.
+    // For tests that print to names they make up: every name is a printer in its first state.
     bool anyNameIsAPrinter = false;
     std::string defaultPrinter;  // "": there is none
     bool enumJobsFails = false;
     bool closeFails = false;
     int closed = 0;                       // printers closed
     std::vector<std::string> fatesAsked;  // "printer number", one per question
-
-  private:
-    FakeSpooler() = default;
-    FakePrinter* Find(const char* name);
-    static const vx::SpoolerCalls kCalls;
 };
 
 // A spooler job as the print system lists it.
