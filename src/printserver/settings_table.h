@@ -18,7 +18,9 @@ enum SettingType : uint8_t {
     kSettingText,
 };
 
-// Who applies a change of an option global while the service runs.
+// Who applies a change of an option global while the service runs. The other settings say
+// kChangeNever: which of them the option pipe hands to the print-server object or the security
+// layer is that pipe's own chain.
 enum OptionChange : uint8_t {
     kChangeNever = 0,       // read at start only
     kChangeGlobal = 1,      // the global changes
