@@ -16,14 +16,15 @@
 #include "base/dynlib.h"
 #include "base/fileops.h"
 #include "base/registry.h"
-#include "base/spooler.h"
 #include "base/sync.h"
 #include "base/text.h"
-#include "jobs/list_hooks.h"
-#include "jobs/swlistman.h"
+#include "lists/list_hooks.h"
+#include "lists/swlistman.h"
 #include "printlib/zelwin.h"
 #include "printserver/print_environment.h"
 #include "printserver/settings_table.h"
+#include "printserver/trace.h"
+#include "spooler/spooler.h"
 
 namespace vx {
 
@@ -35,17 +36,6 @@ enum RunMode {
     kRunModeManager = 6,
 };
 
-// Trace levels used throughout the service.
-enum TraceLevel {
-    kTraceError = -1,
-    kTraceBanner = 0,
-    kTraceNormal = 1,
-    kTraceNotable = 5,
-    kTraceDetail = 9,
-    kTraceData = 10,
-};
-
-constexpr size_t kTraceLineSize = 1024;
 constexpr size_t kRegistryTextSize = 1024;
 
 constexpr const char* kDefaultSettingsKey = "Software\\Zel\\Zellpd\\ZELLPD";
@@ -305,9 +295,5 @@ class Czelprsrv {
 
 // The one print-server object of the process (null before InitVorlix and after ExitVorlix).
 extern Czelprsrv* g_prsrv;
-
-// Trace through g_prsrv; nothing happens while there is none.
-void Trace(int level, const char* fmt, ...) VX_PRINTF(2, 3);
-void TraceError(const char* fmt, ...) VX_PRINTF(1, 2);
 
 }  // namespace vx

@@ -1,0 +1,150 @@
+#include "printlib/job_delivery.h"
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "base/fileops.h"
+#include "base/text.h"
+#include "printlib/file_printer.h"
+#include "printlib/host_trace.h"
+#include "printlib/job_data.h"
+#include "printlib/library_options.h"
+#include "spooler/spool_job.h"
+
+namespace zel {
+
+namespace {
+
+constexpr size_t kErrorSize = 1024;
+
+// How long a job may take to reach the device once all its data is with the print system; one
+// that takes longer is cancelled and reported failed, so that it can be sent again.
+constexpr uint32_t kDeliveryTimeoutMs = 120000;
+
+struct FileCloser {
+    void operator()(FILE* f) const {
+        if (f != nullptr) fclose(f);
+    }
+};
+using FilePtr = std::unique_ptr<FILE, FileCloser>;
+
+int WriteToSpoolJob(void* context, const void* data, size_t size, char* error, size_t errorSize) {
+    return vx::SpoolJobWrite(static_cast<vx::SpoolJob*>(context), data, size, error, errorSize) ==
+                   vx::kSpoolOk
+               ? 0
+               : -1;
+}
+
+int RcOf(int spoolResult) {
+    if (spoolResult == vx::kSpoolOk) return ZEL_RC_OK;
+    return spoolResult == vx::kSpoolDeviceError ? ZEL_RC_DEVICE : ZEL_RC_FAILED;
+}
+
+// The document name the print system shows: the title, else the job id, else the file's name.
+const char* DocumentName(const PrintRequest& request) {
+    if (request.title != nullptr && request.title[0] != '\0') return request.title;
+    if (request.jobId != nullptr && request.jobId[0] != '\0') return request.jobId;
+    const char* name = request.fileName;
+    for (const char* p = request.fileName; *p != '\0'; ++p) {
+        if (vx::IsPathSeparator(*p)) name = p + 1;
+    }
+    return name;
+}
+
+int PrintToFilePrinter(const ZelHost* host, const PrintRequest& request, FILE* data,
+                       vx::SpoolFormat format) {
+    char directory[vx::kMaxPath * 2] = {};
+    if (host->GetOutputDirectory != nullptr) {
+        host->GetOutputDirectory(host->context, directory, sizeof directory);
+    }
+    char path[vx::kMaxPath * 2];
+    char error[kErrorSize];
+    const char* extension = format == vx::SpoolFormat::kPdf ? ".pdf" : ".prn";
+    if (WriteToFilePrinter(directory, request.jobId, extension, data, request.fileName,
+                           request.copies, path, sizeof path, error, sizeof error) != 0) {
+        TraceError(host, "File printer %s failed for job %s: %s\n", vx::kFilePrinterName,
+                   request.jobId, error);
+        return ZEL_RC_FAILED;
+    }
+    TraceLine(host, 9, "PrintFile: job %s written to %s\n", request.jobId, path);
+    return ZEL_RC_OK;
+}
+
+int PrintToSpooler(const ZelHost* host, const PrintRequest& request, FILE* data,
+                   vx::SpoolFormat format) {
+    char error[kErrorSize];
+    vx::SpoolJobPtr job;
+    int rc = vx::SpoolJobStart(request.printer, DocumentName(request), format, &job, error,
+                               sizeof error);
+    if (rc != vx::kSpoolOk) {
+        TraceError(host, "%s\n", error);
+        return RcOf(rc);
+    }
+    // The host notes the number first: should it die while the job prints, it can ask the print
+    // system afterwards whether the job needs printing again.
+    int number = vx::SpoolJobNumber(job.get());
+    if (host->JobSpooled != nullptr && number > 0)
+        host->JobSpooled(host->context, request.fileName, number);
+    int64_t sent = 0;
+    if (SendCopies(data, request.fileName, request.copies, WriteToSpoolJob, job.get(), &sent, error,
+                   sizeof error) != 0) {
+        TraceError(host, "Job %s not printed on %s: %s\n", request.jobId, request.printer, error);
+        return ZEL_RC_FAILED;
+    }
+    rc = vx::SpoolJobFinish(job.get(), kDeliveryTimeoutMs, error, sizeof error);
+    if (rc != vx::kSpoolOk) {
+        TraceError(host, "%s\n", error);
+        return RcOf(rc);
+    }
+    TraceLine(host, 9, "PrintFile: job %s: %" PRId64 " bytes printed on %s (spooler job %d)\n",
+              request.jobId, sent, request.printer, vx::SpoolJobNumber(job.get()));
+    return ZEL_RC_OK;
+}
+
+}  // namespace
+
+int PrintOneJob(const ZelHost* host, const PrintRequest& request) {
+    const char* jobId = request.jobId != nullptr ? request.jobId : "";
+    if (request.streamType == ZEL_STREAM_ZELWIN) {
+        TraceError(host,
+                   "Job %s on printer %s: the print-library stream (ZELWIN) cannot be rendered by "
+                   "this print library; only raw and PDF streams print\n",
+                   jobId, request.printer);
+        return ZEL_RC_NOT_SUPPORTED;
+    }
+    if (request.streamType != ZEL_STREAM_RAW && request.streamType != ZEL_STREAM_PDF) {
+        TraceError(host, "Job %s: unknown stream type %d\n", jobId, request.streamType);
+        return ZEL_RC_BAD_ARGUMENT;
+    }
+    if (request.printer[0] == '\0') {
+        TraceError(host, "Job %s: no printer name given\n", jobId);
+        return ZEL_RC_BAD_ARGUMENT;
+    }
+    FilePtr data(fopen(request.fileName, "rb"));
+    if (data == nullptr) {
+        TraceError(host, "fopen failed for file %s of job %s: %s\n", request.fileName, jobId,
+                   strerror(errno));
+        return ZEL_RC_NO_FILE;
+    }
+    PrintRequest job = request;
+    job.jobId = jobId;
+    job.copies = request.copies > 0 ? request.copies : 1;
+
+    // PDF goes to the print system as PDF unless the printer takes it as it is.
+    bool pdfAsRaw = OptionValue(host, job.printer, "PDFasRAW", 0) != 0;
+    vx::SpoolFormat format = job.streamType == ZEL_STREAM_PDF && !pdfAsRaw ? vx::SpoolFormat::kPdf
+                                                                           : vx::SpoolFormat::kRaw;
+    bool toFile = vx::kFilePrinterBuiltIn && strcmp(job.printer, vx::kFilePrinterName) == 0;
+    TraceLine(host, 9,
+              "PrintFile: job %s: file %s (%" PRId64 " bytes) x %d copies to %s %s as %s\n", jobId,
+              job.fileName, vx::FsSize(job.fileName), job.copies,
+              toFile ? "file printer" : "printer", job.printer,
+              format == vx::SpoolFormat::kPdf ? "PDF" : "raw");
+    return toFile ? PrintToFilePrinter(host, job, data.get(), format)
+                  : PrintToSpooler(host, job, data.get(), format);
+}
+
+}  // namespace zel

@@ -1,0 +1,174 @@
+// Where font names come from without a font service: the "*Font" lines of a PPD, and the family
+// names of the font files under a directory. Every PPD and font here is made by the test.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/fileops.h"
+#include "spooler/font_files.h"
+#include "spooler/ppd_fonts.h"
+#include "test_support.h"
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+int Collect(void* context, const char* name) {
+    static_cast<Names*>(context)->push_back(name);
+    return 0;
+}
+
+// Stops after the second name.
+int CollectTwo(void* context, const char* name) {
+    auto* names = static_cast<Names*>(context);
+    names->push_back(name);
+    return names->size() >= 2 ? 1 : 0;
+}
+
+Names PpdFonts(const vxtest::ScratchDir& dir, const std::string& text, int* count = nullptr) {
+    std::string path = dir.File("printer.ppd");
+    EXPECT_TRUE(vxtest::WriteWholeFile(path, text));
+    vx::StreamPtr file(fopen(path.c_str(), "rb"));
+    Names names;
+    int visited = vx::ReadPpdFontNames(file.get(), Collect, &names);
+    if (count != nullptr) *count = visited;
+    return names;
+}
+
+TEST(PpdFonts, EveryFontLineInFileOrderAndNothingElse) {
+    vxtest::ScratchDir dir;
+    // LF, CR LF and a lone CR all end lines in PPD files.
+    std::string ppd =
+        "*PPD-Adobe: \"4.3\"\r\n"
+        "*% *Font InComment: a comment may hold an unbalanced \" quote\n"
+        "*DefaultFont: Courier\n"
+        "*Font Courier: Standard \"(002.004S)\" Standard ROM\r\n"
+        "*FontFoo Bar: \"another keyword\"\n"
+        "*JCLBegin: \"<1B>%-12345X@PJL JOB<0A>\n"
+        "*Font InsideAValue: the quoted value goes on over lines\n"
+        "\"\n"
+        "*End\n"
+        "*Font Helvetica-Bold: Standard \"(001.007S)\" Standard ROM\r"
+        "*Font \tSymbol: Special \"(001.007S)\" Special ROM\n"
+        "*Font Courier: Standard \"(002.004S)\" Standard ROM\n"
+        "*Font : no name\n"
+        "*Font Times-Roman/Times Roman: Standard \"(001.007S)\" Standard ROM";
+    int count = 0;
+    EXPECT_EQ(PpdFonts(dir, ppd, &count),
+              (Names{"Courier", "Helvetica-Bold", "Symbol", "Courier", "Times-Roman"}));
+    EXPECT_EQ(count, 5);
+}
+
+TEST(PpdFonts, ALineLongerThanAPpdLineKeepsItsQuotes) {
+    vxtest::ScratchDir dir;
+    // The closing quote lies beyond the 255 characters kept of the line: had it been lost with
+    // them, the rest of the file would read as one quoted value.
+    std::string longValue = "*cupsFilter2: \"" + std::string(400, 'x') + "\"\n";
+    std::string longName = "*Font " + std::string(300, 'N') + ": Standard \"(1)\" Standard ROM\n";
+    std::string ppd = "*PPD-Adobe: \"4.3\"\n" + longValue +
+                      "*Font Courier: Standard \"(002.004S)\" Standard ROM\n" + longName +
+                      "*Font Symbol: Special \"(001.007S)\" Special ROM\n";
+    Names names = PpdFonts(dir, ppd);
+    ASSERT_EQ(names.size(), 3u);
+    EXPECT_EQ(names[0], "Courier");
+    EXPECT_EQ(names[1].find_first_not_of('N'), std::string::npos);  // cut, never overflowing
+    EXPECT_LT(names[1].size(), 300u);
+    EXPECT_EQ(names[2], "Symbol");
+}
+
+TEST(PpdFonts, StopsWhenAskedAndCountsWithoutAVisitor) {
+    vxtest::ScratchDir dir;
+    std::string ppd = "*Font A: x\n*Font B: x\n*Font C: x\n";
+    std::string path = dir.File("printer.ppd");
+    ASSERT_TRUE(vxtest::WriteWholeFile(path, ppd));
+    vx::StreamPtr file(fopen(path.c_str(), "rb"));
+    Names names;
+    EXPECT_EQ(vx::ReadPpdFontNames(file.get(), CollectTwo, &names), 2);
+    EXPECT_EQ(names, (Names{"A", "B"}));
+    rewind(file.get());
+    EXPECT_EQ(vx::ReadPpdFontNames(file.get(), nullptr, nullptr), 3);
+    EXPECT_EQ(vx::ReadPpdFontNames(nullptr, Collect, &names), -1);
+}
+
+// ---- font files ----
+
+using Bytes = std::string;
+
+void Put16(Bytes* b, uint32_t v) {
+    b->push_back(static_cast<char>(v >> 8 & 0xFF));
+    b->push_back(static_cast<char>(v & 0xFF));
+}
+
+// A font file that holds only its 'name' table: Windows English records, UTF-16BE.
+Bytes NamesOnlyFont(const std::string& family, const std::string& fullName) {
+    std::vector<std::pair<uint16_t, std::string>> records;
+    if (!family.empty()) records.push_back({1, family});
+    if (!fullName.empty()) records.push_back({4, fullName});
+    Bytes strings;
+    Bytes name;
+    Put16(&name, 0);
+    Put16(&name, static_cast<uint32_t>(records.size()));
+    Put16(&name, static_cast<uint32_t>(6 + records.size() * 12));
+    for (const auto& [id, text] : records) {
+        for (uint32_t v : {3u, 1u, 0x409u, static_cast<uint32_t>(id)}) Put16(&name, v);
+        Put16(&name, static_cast<uint32_t>(text.size() * 2));
+        Put16(&name, static_cast<uint32_t>(strings.size()));
+        for (char c : text) {
+            strings.push_back('\0');
+            strings.push_back(c);
+        }
+    }
+    name += strings;
+    Bytes font;
+    Put16(&font, 0x0001);
+    Put16(&font, 0x0000);
+    Put16(&font, 1);  // one table
+    for (int i = 0; i < 3; ++i) Put16(&font, 0);
+    font += "name";
+    for (uint32_t v : {0u, 0u, 0u, 28u, 0u, static_cast<uint32_t>(name.size())}) Put16(&font, v);
+    return font + name;
+}
+
+void WriteFont(const vxtest::ScratchDir& dir, const std::string& relative, const Bytes& content) {
+    std::filesystem::path path = std::filesystem::path(dir.Path()) / relative;
+    std::filesystem::create_directories(path.parent_path());
+    ASSERT_TRUE(vxtest::WriteWholeFile(path.string(), content));
+}
+
+TEST(FontFiles, TheFamilyOfEveryFontFileBelowTheDirectory) {
+    vxtest::ScratchDir dir;
+    WriteFont(dir, "Tiny.ttf", NamesOnlyFont("Tiny Sans", "Tiny Sans Regular"));
+    WriteFont(dir, "truetype/tiny/TinyBold.ttf", NamesOnlyFont("Tiny Sans", "Tiny Sans Bold"));
+    WriteFont(dir, "opentype/a/b/c/Other.OTF", NamesOnlyFont("Other Serif", ""));
+    WriteFont(dir, "Lonely.otf", NamesOnlyFont("", "Lonely Full Name"));
+    // Not fonts: another extension, and text that only carries a font's name.
+    WriteFont(dir, "type1/Tiny.afm", NamesOnlyFont("Type One", ""));
+    WriteFont(dir, "Broken.ttf", "this is no font, only text in a file named like one");
+    WriteFont(dir, "Empty.ttf", "");
+
+    Names names;
+    EXPECT_EQ(vx::ListFontFamilies(dir.Path().c_str(), Collect, &names), 4);
+    std::sort(names.begin(), names.end());  // directory order is the file system's
+    EXPECT_EQ(names, (Names{"Lonely Full Name", "Other Serif", "Tiny Sans", "Tiny Sans"}));
+
+    Names two;
+    EXPECT_EQ(vx::ListFontFamilies(dir.Path().c_str(), CollectTwo, &two), 2);
+    EXPECT_EQ(two.size(), 2u);
+    EXPECT_EQ(vx::ListFontFamilies(dir.Path().c_str(), nullptr, nullptr), 4);
+}
+
+TEST(FontFiles, AMissingDirectoryHasNoFonts) {
+    vxtest::ScratchDir dir;
+    Names names;
+    EXPECT_EQ(vx::ListFontFamilies(dir.File("missing").c_str(), Collect, &names), 0);
+    EXPECT_EQ(vx::ListFontFamilies("", Collect, &names), 0);
+    EXPECT_TRUE(names.empty());
+}
+
+}  // namespace
