@@ -1,5 +1,8 @@
 #include "config/option_globals.h"
 
+#include <array>
+#include <string_view>
+
 #include "printserver/zelprsrv.h"
 
 namespace vx {
@@ -10,33 +13,69 @@ namespace {
 
 using G = OptionGlobals;
 
-constexpr OptionGlobalEntry kOptionGlobals[] = {
-    {"ZELUserAsOwner", 0, &G::ZELUserAsOwner, kChangeGlobal},
-    {"UseOldTitle", 1, &G::UseOldTitle, kChangeAndForward},
-    {"ProcessingMode", 1, &G::ProcessingMode, kChangeAndForward},
-    {"ConnectionMode", 1, &G::ConnectionMode, kChangeGlobal},
-    {"TestMode", 0, &G::TestMode, kChangeNever},
-    {"RestartAfterJobs", 0, &G::RestartAfterJobs, kChangeAndForward},
-    {"NoStatus", 0, &G::NoStatus, kChangeAndForward},
-    {"NoJobRestore", 0, &G::NoJobRestore, kChangeAndForward},
-    {"NoLogFileSwitch", 0, &G::NoLogFileSwitch, kChangeNever},
-    {"IgnoreDCError", 0, &G::IgnoreDCError, kChangeAndForward},
-    {"UseEnhancedSW", 0, &G::UseEnhancedSW, kChangeNever},
-    {"UseNonASCII", 1, &G::UseNonASCII, kChangeNever},
-    {"KeepJobSequence", 0, &G::KeepJobSequence, kChangeGlobal},
-    {"LogTimeCheck", 0, &G::LogTimeCheck, kChangeAndForward},
+struct FieldOfSetting {
+    const char* name;
+    std::atomic<int32_t> G::*field;
 };
+
+// Which global holds which setting; the settings table says in which order they are read.
+constexpr FieldOfSetting kFields[] = {
+    {"ZELUserAsOwner", &G::ZELUserAsOwner},
+    {"UseOldTitle", &G::UseOldTitle},
+    {"ProcessingMode", &G::ProcessingMode},
+    {"ConnectionMode", &G::ConnectionMode},
+    {"TestMode", &G::TestMode},
+    {"RestartAfterJobs", &G::RestartAfterJobs},
+    {"NoStatus", &G::NoStatus},
+    {"NoJobRestore", &G::NoJobRestore},
+    {"NoLogFileSwitch", &G::NoLogFileSwitch},
+    {"IgnoreDCError", &G::IgnoreDCError},
+    {"UseEnhancedSW", &G::UseEnhancedSW},
+    {"UseNonASCII", &G::UseNonASCII},
+    {"KeepJobSequence", &G::KeepJobSequence},
+    {"LogTimeCheck", &G::LogTimeCheck},
+};
+constexpr size_t kCount = sizeof kFields / sizeof kFields[0];
+
+constexpr std::array<OptionGlobalEntry, kCount> InReadingOrder() {
+    std::array<OptionGlobalEntry, kCount> entries{};
+    for (const Setting& setting : kSettings) {
+        if (setting.startOrder == 0 || setting.startOrder > kCount) continue;
+        for (const FieldOfSetting& f : kFields) {
+            if (std::string_view(f.name) == setting.name)
+                entries[setting.startOrder - 1] = {&setting, f.field};
+        }
+    }
+    return entries;
+}
+
+constexpr std::array<OptionGlobalEntry, kCount> kOptionGlobals = InReadingOrder();
+
+// Every global has its row, every reading position one global, and no other row has one.
+constexpr bool EveryGlobalHasItsPlace() {
+    for (const OptionGlobalEntry& entry : kOptionGlobals) {
+        if (entry.setting == nullptr || entry.field == nullptr) return false;
+    }
+    size_t withPlace = 0;
+    for (const Setting& setting : kSettings) {
+        if (setting.startOrder != 0) ++withPlace;
+    }
+    return withPlace == kCount;
+}
+static_assert(EveryGlobalHasItsPlace(), "option globals and settings table disagree");
 
 }  // namespace
 
 const OptionGlobalEntry* OptionGlobalTable(int* count) {
-    *count = static_cast<int>(sizeof kOptionGlobals / sizeof kOptionGlobals[0]);
-    return kOptionGlobals;
+    *count = static_cast<int>(kOptionGlobals.size());
+    return kOptionGlobals.data();
 }
 
 void ReadOptionGlobals(Czelprsrv& settings) {
-    for (const OptionGlobalEntry& entry : kOptionGlobals)
-        (g_Options.*entry.field).store(settings.GetGlobalInt(entry.name, entry.defaultValue));
+    for (const OptionGlobalEntry& entry : kOptionGlobals) {
+        const Setting& s = *entry.setting;
+        (g_Options.*entry.field).store(settings.GetGlobalInt(s.name, s.defaultValue));
+    }
 }
 
 }  // namespace vx

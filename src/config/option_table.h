@@ -1,5 +1,5 @@
-// The option table of the command line: which names "-oi", "-os" and "-dk" accept, and which
-// names "-t" resets.
+// The command line's view of the settings table: which names "-oi", "-os" and "-dk" accept, and
+// which names "-t" resets.
 #pragma once
 
 namespace vx {
@@ -7,15 +7,12 @@ namespace vx {
 class Czelprsrv;
 
 // True when the command line may set or delete the name: every name beginning with "Auth" (the
-// authorised senders), every name containing "COL" (case-sensitive), and the known names.
+// authorised senders), every name containing "COL" (case-sensitive), and the settings the table
+// marks as known.
 bool IsKnownOption(const char* name);
 
-// Deletes every value of the reset list under the settings key, in order, ignoring failures.
-// Authorised senders and per-printer values stay.
+// Deletes every setting the table marks for reset under the settings key, in table order,
+// ignoring failures. Authorised senders and per-printer values stay.
 void ResetOptions(Czelprsrv& settings);
-
-// The two lists, for tests and the documentation of the options.
-const char* const* KnownOptionNames(int* count);
-const char* const* ResetOptionNames(int* count);
 
 }  // namespace vx

@@ -24,8 +24,8 @@ bool JournalPath(const char* dataFile, char* out, size_t cap) {
     return FormatText(out, cap, "%s%s", dataFile, kJournalExtension) + 1 < cap;
 }
 
-int32_t GlobalSetting(const char* name) {
-    return g_prsrv != nullptr ? g_prsrv->GetGlobalInt(name, 0) : 0;
+int32_t GlobalSetting(IntSettingName name) {
+    return g_prsrv != nullptr ? g_prsrv->GetSetting(name) : name.setting->defaultValue;
 }
 
 bool KeepFiles() {

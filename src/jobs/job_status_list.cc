@@ -77,7 +77,7 @@ const char* JobStatusWord(int32_t status) {
 bool JobKeepsStatus(const char* printer, int32_t noStatusFlag) {
     if (g_Options.NoStatus != 0 || noStatusFlag != 0) return false;
     if (g_prsrv != nullptr && printer != nullptr &&
-        g_prsrv->GetPrinterInt(printer, "NoStatus", 0) != 0)
+        g_prsrv->GetPrinterInt(printer, "NoStatus", BuiltInDefault("NoStatus")) != 0)
         return false;
     return true;
 }
@@ -182,8 +182,8 @@ void AnswerJobStatusQuery(const char* printer, const char* jobId, JobStatusAnswe
         return;
     }
     memset(&answer->record, 0, sizeof answer->record);
-    int32_t reportUnknown =
-        g_prsrv != nullptr ? g_prsrv->GetGlobalInt("report_unknown_status", 1) : 1;
+    int32_t reportUnknown = g_prsrv != nullptr ? g_prsrv->GetSetting("report_unknown_status")
+                                               : BuiltInDefault("report_unknown_status");
     if (reportUnknown != 0) {
         Trace(kTraceNormal, "Job %s not in joblist. ZEL status changed to 'unknown'.\n", jobId);
         answer->outcome = kStatusUnknown;

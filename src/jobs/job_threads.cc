@@ -1,3 +1,6 @@
+// The job threads (printer workers and one-job threads) are one thread group for the whole
+// process: started detached and counted, so that the end of the service waits until none of them
+// is still inside its body, whatever its events said before.
 #include "jobs/job_threads.h"
 
 #include <utility>

@@ -1,3 +1,15 @@
+// Printer queues and their worker threads.
+//
+// The printer queue list holds one PrinterQueue per printer; each has a job list of its own and
+// one worker thread, started by the first receiver that queues a job for the printer (the queue
+// list's lock is held from the lookup to the creation, so two receivers never make the same queue;
+// the creator then waits on hInitEvent without holding it). Receivers append under the job list's
+// lock and set hQueueEvent. The worker alone takes jobs out: it copies the first job, prints it
+// without any lock held, and only then removes it (or keeps it first after a device error), so a
+// job is in the list, and in the restart files, until it is final. The worker polls hQueueEvent
+// and leaves after its current job once a stop reason is set or the service ends, setting
+// hEndEvent; a queue list lock and a job list lock are never held together. Jobs printed by a
+// thread of their own (ProcessingMode 0, OwnThread) run as counted job threads instead.
 #include "jobs/printer_queues.h"
 
 #include <atomic>

@@ -70,7 +70,8 @@ void SaveStatusList() {
     for (const JobRecord& status : statuses) {
         // Jobs still printing are in a printer file and get status 3 again when restored.
         if (status.Status == kJobPrinting) continue;
-        if (g_prsrv != nullptr && g_prsrv->GetPrinterInt(status.PrinterName, "NoStatus", 0) != 0)
+        if (g_prsrv != nullptr &&
+            g_prsrv->GetPrinterInt(status.PrinterName, "NoStatus", BuiltInDefault("NoStatus")) != 0)
             continue;
         StatusToRecord(status, &r);
         writer.Write(r);
@@ -80,8 +81,8 @@ void SaveStatusList() {
 
 // ---- reading ----
 
-int32_t GlobalSetting(const char* name) {
-    return g_prsrv != nullptr ? g_prsrv->GetGlobalInt(name, 0) : 0;
+int32_t GlobalSetting(IntSettingName name) {
+    return g_prsrv != nullptr ? g_prsrv->GetSetting(name) : name.setting->defaultValue;
 }
 
 // A restore file read to its end is deleted, or kept under a time-stamped name.

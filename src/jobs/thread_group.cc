@@ -1,3 +1,7 @@
+// Threads of a group are detached: nothing joins them. The count goes up before the thread starts
+// (so a wait cannot miss a thread about to run) and down as its very last act, under the group's
+// mutex, which the waiter also takes: once the count reaches zero no thread of the group touches
+// anything the waiter may destroy next.
 #include "jobs/thread_group.h"
 
 #include <cerrno>

@@ -3,7 +3,6 @@
 #include "net/listener.h"
 
 #include <cstring>
-#include <limits>
 
 #include "base/syserror.h"
 #include "base/text.h"
@@ -17,36 +16,27 @@ NiHandle g_ListenHandle = kNiNoHandle;
 
 namespace {
 
-constexpr int32_t kDefaultLpdPort = 515;
 constexpr size_t kHostNameSize = 100;
-
-// Settings give time-outs in hundredths of a second; 0 and negative values keep their meaning.
-// A value whose milliseconds do not fit the 32-bit time-out waits the longest time that does.
-int32_t HundredthsToMs(int32_t value) {
-    constexpr int32_t kLongest = std::numeric_limits<int32_t>::max();
-    if (value <= 0) return value;
-    return value > kLongest / 10 ? kLongest : value * 10;
-}
 
 // "LPDPort" as a 16-bit port; a stored 0 means the LPD port.
 int32_t ReadLpdPort(Czelprsrv& settings) {
-    auto port = static_cast<uint16_t>(settings.GetGlobalInt("LPDPort", kDefaultLpdPort));
-    return port == 0 ? kDefaultLpdPort : port;
+    auto port = static_cast<uint16_t>(settings.GetSetting("LPDPort"));
+    return port == 0 ? BuiltInDefault("LPDPort") : port;
 }
 
 int32_t ReadSendWithNull(Czelprsrv& settings) {
-    return settings.GetGlobalInt("send_with_null", 1) != 0 ? 1 : 0;
+    return settings.GetSetting("send_with_null") != 0 ? 1 : 0;
 }
 
 }  // namespace
 
 void ReadListenerParams(Czelprsrv& settings) {
     ListenerParams& p = g_ListenerParams;
-    p.NiReadTimeout = HundredthsToMs(settings.GetGlobalInt("NiReadTimeout", -1));
-    p.NiReadLoopBreak = settings.GetGlobalInt("NiReadLoopBreak", -1);
-    p.NiWriteTimeout = HundredthsToMs(settings.GetGlobalInt("NiWriteTimeout", -1));
-    p.NiAcceptTimeout = settings.GetGlobalInt("NiAcceptTimeout", 5000);
-    p.NiSpinReadTime = HundredthsToMs(settings.GetGlobalInt("NiSpinReadTime", 100));
+    p.NiReadTimeout = HundredthsToMs(settings.GetSetting("NiReadTimeout"));
+    p.NiReadLoopBreak = settings.GetSetting("NiReadLoopBreak");
+    p.NiWriteTimeout = HundredthsToMs(settings.GetSetting("NiWriteTimeout"));
+    p.NiAcceptTimeout = settings.GetSetting("NiAcceptTimeout");
+    p.NiSpinReadTime = HundredthsToMs(settings.GetSetting("NiSpinReadTime"));
     p.LPDPort = ReadLpdPort(settings);
     p.send_with_null = ReadSendWithNull(settings);
 }

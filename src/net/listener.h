@@ -6,24 +6,38 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 
 #include "base/ni.h"
 #include "net/socket_io.h"
+#include "printserver/settings_table.h"
 
 namespace vx {
 
 class Czelprsrv;
 
-// Settings read once when the network is set up. Time-outs are stored in milliseconds: the
-// settings give hundredths of a second, so a positive value is multiplied by 10.
+// Settings give time-outs in hundredths of a second; 0 and negative values keep their meaning.
+// A value whose milliseconds do not fit the 32-bit time-out waits the longest time that does.
+constexpr int32_t HundredthsToMs(int32_t value) {
+    constexpr int32_t kLongest = std::numeric_limits<int32_t>::max();
+    if (value <= 0) return value;
+    return value > kLongest / 10 ? kLongest : value * 10;
+}
+
+// Settings read once when the network is set up; until then their built-in defaults. Time-outs
+// are stored in milliseconds.
 struct ListenerParams {
-    std::atomic<int32_t> NiReadTimeout{-1};    // peek time-out of each patient read pass
-    std::atomic<int32_t> NiReadLoopBreak{-1};  // peek time-outs a read tolerates; -1 no limit
-    std::atomic<int32_t> NiWriteTimeout{-1};   // time-out of each plain write
-    std::atomic<int32_t> NiAcceptTimeout{5000};
-    std::atomic<int32_t> NiSpinReadTime{1000};  // length of a read's spin phase; < 0 none
-    std::atomic<int32_t> LPDPort{515};
-    std::atomic<int32_t> send_with_null{1};  // 0 or 1
+    // peek time-out of each patient read pass
+    std::atomic<int32_t> NiReadTimeout{HundredthsToMs(BuiltInDefault("NiReadTimeout"))};
+    // peek time-outs a read tolerates; -1 no limit
+    std::atomic<int32_t> NiReadLoopBreak{BuiltInDefault("NiReadLoopBreak")};
+    // time-out of each plain write
+    std::atomic<int32_t> NiWriteTimeout{HundredthsToMs(BuiltInDefault("NiWriteTimeout"))};
+    std::atomic<int32_t> NiAcceptTimeout{BuiltInDefault("NiAcceptTimeout")};
+    // length of a read's spin phase; < 0 none
+    std::atomic<int32_t> NiSpinReadTime{HundredthsToMs(BuiltInDefault("NiSpinReadTime"))};
+    std::atomic<int32_t> LPDPort{BuiltInDefault("LPDPort")};
+    std::atomic<int32_t> send_with_null{BuiltInDefault("send_with_null")};  // 0 or 1
 };
 
 extern ListenerParams g_ListenerParams;

@@ -1,3 +1,12 @@
+// The enhanced mode's printer queues, inside the print library.
+//
+// One recursive mutex and one condition variable guard every queue; each printer has a FIFO and a
+// worker thread, started with its first job. A worker takes the first waiting job under the lock,
+// prints it with the lock released, and settles its end state under the lock again (a job that met
+// a device error goes back first with a time to retry at, which the worker waits for on the
+// condition). Status queries and the pending-job listing read the queues under the same lock. At
+// the end the workers are told to stop after their current job and are joined; what still waits is
+// written to the pending-jobs file for the next start.
 #include "printlib/enhanced_queues.h"
 
 #include <condition_variable>

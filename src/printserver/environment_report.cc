@@ -1,8 +1,7 @@
 // The environment report at the head of every main log (and of "-e" on the console): versions,
-// the operating system, every value under the settings key with its built-in default.
+// the operating system, every value under the settings key with the settings table's default.
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 
 #include "base/process.h"
 #include "printserver/version_text.h"
@@ -65,15 +64,15 @@ void Czelprsrv::WriteEnvironmentReport(int target) {
             long rc = RegEnumText(key.Get(), i, name, sizeof name, data, sizeof data);
             if (rc != kRegOk && rc != kRegMoreData) break;
             const char* shown = name[0] != '\0' ? name : "<NO NAME>";
-            int32_t def = strcmp(name, "EnableCancelButton") == 0 ? 1 : GetDefaultValue(name);
-            ReportLine(target, kTraceBanner, "%s = %s, Default = %i\n", shown, data, def);
+            ReportLine(target, kTraceBanner, "%s = %s, Default = %i\n", shown, data,
+                       GetDefaultValue(name));
         }
     }
     ReportLine(target, kTraceBanner, "\n");
 
     ReportLine(target, kTraceNormal, "Temp path: %s\n", tempDir_);
     ReportLine(target, kTraceNormal, "\n");
-    noPrinterLogging_ = GetGlobalInt("NoPrinterLogging", 0);
+    noPrinterLogging_ = GetSetting("NoPrinterLogging");
 }
 
 }  // namespace vx

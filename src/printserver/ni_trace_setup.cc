@@ -13,7 +13,7 @@ int Czelprsrv::OpenNiTrace() {
     AppendSeparator(path, sizeof path);
     AppendText(path, "vorlix.nit");
 
-    if (GetGlobalInt("NiTrace", 0) == 0) {
+    if (GetSetting("NiTrace") == 0) {
         NiSetTraceLevel(1);
         return 1;
     }

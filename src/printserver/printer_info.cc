@@ -104,10 +104,11 @@ void Czelprsrv::CachePort(const char* printer, const char* port) {
 // The port from the registry. The key is opened on the first lookup and kept: later lookups,
 // also for other printers, query that same key.
 bool Czelprsrv::ReadRegistryPort(const char* printer, char* port, size_t size) {
-    bool alternative = GetGlobalInt("UseAlternativPath", 0) != 0;
+    bool alternative = GetSetting("UseAlternativPath") != 0;
     char resource[kRegistryTextSize];
-    GetGlobalString("ClusterResource", "No value", resource, sizeof resource);
-    bool cluster = !alternative && strcmp(resource, "No value") != 0 && resource[0] != '\0';
+    const char* unset = BuiltInText("ClusterResource");
+    GetGlobalString("ClusterResource", unset, resource, sizeof resource);
+    bool cluster = !alternative && strcmp(resource, unset) != 0 && resource[0] != '\0';
 
     if (!portKey_.Valid()) {
         char path[kRegistryTextSize];

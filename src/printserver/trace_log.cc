@@ -115,8 +115,9 @@ void Czelprsrv::OpenLogFile(const char* baseName, const char* suffix, const char
                             char* path, FILE** stream, bool switchAtOpen) {
     char dir[kRegistryTextSize] = {};
     if (runMode_ == kRunModeService) {
-        GetGlobalString("LogPath", "No value", dir, sizeof dir);
-        if (strcmp(dir, "No value") == 0 || dir[0] == '\0')
+        const char* unset = BuiltInText("LogPath");
+        GetGlobalString("LogPath", unset, dir, sizeof dir);
+        if (strcmp(dir, unset) == 0 || dir[0] == '\0')
             CopyText(dir, logDir_);
         else
             AppendSeparator(dir, sizeof dir);

@@ -16,7 +16,6 @@ namespace vx {
 Czelprsrv* g_prsrv = nullptr;
 
 namespace {
-constexpr const char* kNoValue = "No value";
 constexpr size_t kIntCacheElement = 260;     // name (256) + value (4)
 constexpr size_t kStringCacheElement = 512;  // name (256) + value (256)
 }  // namespace
@@ -132,9 +131,12 @@ void Czelprsrv::ResolveDirectory(const char* given, const char* setting, const c
         CopyText(out, kMaxPath, given);
         return;
     }
+    // The setting's built-in default ("No value") means it is not set.
+    const Setting* row = FindSetting(setting);
+    const char* unset = row != nullptr ? row->defaultText : "";
     char value[kRegistryTextSize];
-    GetGlobalString(setting, kNoValue, value, sizeof value);
-    if (strcmp(value, kNoValue) != 0 && value[0] != '\0') {
+    GetGlobalString(setting, unset, value, sizeof value);
+    if (strcmp(value, unset) != 0 && value[0] != '\0') {
         AppendSeparator(value, sizeof value);
         if (UsableDirectory(value)) {
             CopyText(out, kMaxPath, value);
@@ -155,14 +157,14 @@ void Czelprsrv::ResolveDirectories(const PrsrvConfig& config) {
 }
 
 void Czelprsrv::ReadTraceOptions() {
-    logLevel_ = GetGlobalInt("LogLevel", 1);
-    enableEudc_ = GetGlobalInt("EnableEUDC", 0);
-    winApiLog_ = GetGlobalInt("WinAPILog", 0);
-    memoryLog_ = GetGlobalInt("MemoryLog", 0);
-    deleteLogsAtEnd_ = GetGlobalInt("KeepFile", 0) == 0;
-    pdfPacketSize_ = GetGlobalInt("PDFPacketSize", 100);
-    noLogFileSwitch_ = GetGlobalInt("NoLogFileSwitch", 0);
-    maxLogFileSize_ = GetGlobalInt("MaxLogFileSize", 10000000);
+    logLevel_ = GetSetting("LogLevel");
+    enableEudc_ = GetSetting("EnableEUDC");
+    winApiLog_ = GetSetting("WinAPILog");
+    memoryLog_ = GetSetting("MemoryLog");
+    deleteLogsAtEnd_ = GetSetting("KeepFile") == 0;
+    pdfPacketSize_ = GetSetting("PDFPacketSize");
+    noLogFileSwitch_ = GetSetting("NoLogFileSwitch");
+    maxLogFileSize_ = GetSetting("MaxLogFileSize");
 }
 
 void Czelprsrv::EnsureCacheLists() {

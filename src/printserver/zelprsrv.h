@@ -22,6 +22,7 @@
 #include "lists/swlistman.h"
 #include "printlib/zelwin.h"
 #include "printserver/print_environment.h"
+#include "printserver/settings_table.h"
 #include "printserver/trace.h"
 #include "spooler/spooler.h"
 
@@ -113,7 +114,10 @@ class Czelprsrv {
     void SetGlobalString(const char* name, const char* text);
     int DeleteGlobalValue(const char* name);
     int SetUserModeMark(int flag, const char* keyPath);
+    // The built-in default of the settings table (0 for names it does not know).
     int32_t GetDefaultValue(const char* name) const;
+    // GetGlobalInt with the setting's built-in default.
+    int32_t GetSetting(IntSettingName setting);
 
     // ---- what the object resolved ----
     int GetRunMode() const { return runMode_; }
@@ -241,15 +245,15 @@ class Czelprsrv {
     char line_[kTraceLineSize] = {};
     uint32_t linesWritten_ = 0;
     bool switching_ = false;
-    int32_t maxLogFileSize_ = 10000000;
-    int32_t logLevel_ = 1;
-    int32_t enableEudc_ = 0;
-    int32_t winApiLog_ = 0;
-    int32_t memoryLog_ = 0;
-    int32_t noLogFileSwitch_ = 0;
+    int32_t maxLogFileSize_ = BuiltInDefault("MaxLogFileSize");
+    int32_t logLevel_ = BuiltInDefault("LogLevel");
+    int32_t enableEudc_ = BuiltInDefault("EnableEUDC");
+    int32_t winApiLog_ = BuiltInDefault("WinAPILog");
+    int32_t memoryLog_ = BuiltInDefault("MemoryLog");
+    int32_t noLogFileSwitch_ = BuiltInDefault("NoLogFileSwitch");
     bool deleteLogsAtEnd_ = true;
-    int32_t noPrinterLogging_ = 0;
-    int32_t pdfPacketSize_ = 100;
+    int32_t noPrinterLogging_ = BuiltInDefault("NoPrinterLogging");
+    int32_t pdfPacketSize_ = BuiltInDefault("PDFPacketSize");
     int32_t pdfAsRaw_ = 0;
     int32_t pdfLibraryCompatible_ = 0;  // the PDF print library check: the default of "PDFasRAW"
     int runMode_ = kRunModeService;

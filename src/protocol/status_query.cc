@@ -48,8 +48,8 @@ void SendUnknownAnswer(NetSocket& socket) {
 // A job the print library does not report as final: "unknown", or "done" for senders that
 // asked not to hear of unknown jobs.
 void AnswerUnknownJob(NetSocket& socket, const char* job) {
-    int32_t reportUnknown =
-        g_prsrv != nullptr ? g_prsrv->GetGlobalInt("report_unknown_status", 1) : 1;
+    int32_t reportUnknown = g_prsrv != nullptr ? g_prsrv->GetSetting("report_unknown_status")
+                                               : BuiltInDefault("report_unknown_status");
     if (reportUnknown != 0) {
         Trace(kTraceNormal, "Job %s not in joblist. ZEL status changed to 'unknown'.\n", job);
         SendUnknownAnswer(socket);

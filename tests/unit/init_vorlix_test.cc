@@ -55,7 +55,8 @@ class InitVorlixTest : public ::testing::Test {
         }
         int count = 0;
         const vx::OptionGlobalEntry* table = vx::OptionGlobalTable(&count);
-        for (int i = 0; i < count; ++i) (vx::g_Options.*(table[i].field)) = table[i].defaultValue;
+        for (int i = 0; i < count; ++i)
+            (vx::g_Options.*(table[i].field)) = table[i].setting->defaultValue;
     }
 
     // A setting of the service, removed again after the test.

@@ -50,9 +50,15 @@ class JobJournalTest : public vxtest::JobsFixture {
         for (const auto& [name, content] : files)
             ASSERT_TRUE(vxtest::WriteWholeFile(Temp() + name, content));
     }
+    // Names only: a file read while the service deletes it would stay on Windows (a sharing
+    // violation), which is the test's doing, not the service's.
     Ids Leftovers() {
         Ids names;
-        for (const auto& [name, content] : Snapshot()) names.push_back(name);
+        for (const auto& entry : fs::directory_iterator(Temp())) {
+            std::string name = entry.path().filename().string();
+            if (name.find(".dbg") == std::string::npos) names.push_back(name);
+        }
+        std::sort(names.begin(), names.end());
         return names;
     }
 };
@@ -222,7 +228,8 @@ TEST_F(JobJournalTest, AJobThePrintSystemHoldsIsNotPrintedAgain) {
         ASSERT_TRUE(fake().WaitPrinted(before + again));
         EXPECT_EQ(spooler().fatesAsked, std::vector<std::string>{"P1 77"});
         EXPECT_EQ(fake().Printed().back().jobId, "behind");
-        ASSERT_TRUE(Eventually([&] { return Leftovers().empty(); }));
+        ASSERT_TRUE(Eventually([&] { return Leftovers().empty(); }))
+            << ::testing::PrintToString(Leftovers());
     }
     EXPECT_EQ(LogCount("Job inflight was taken by the print system as job 77 before the restart: "
                        "not printed again.\n"),

@@ -137,7 +137,8 @@ struct FakePrinting {
 inline void ResetOptionGlobals() {
     int count = 0;
     const vx::OptionGlobalEntry* table = vx::OptionGlobalTable(&count);
-    for (int i = 0; i < count; ++i) (vx::g_Options.*(table[i].field)) = table[i].defaultValue;
+    for (int i = 0; i < count; ++i)
+        (vx::g_Options.*(table[i].field)) = table[i].setting->defaultValue;
 }
 
 class JobsFixture : public PrsrvFixture {

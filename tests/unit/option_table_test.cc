@@ -1,4 +1,5 @@
-// Which names the command line accepts, and what "-t" resets.
+// The command line's view of the settings table: which names it accepts, what "-t" resets, what
+// "-e" shows, and how start-up reads the option globals.
 #include "config/option_table.h"
 
 #include <gtest/gtest.h>
@@ -7,100 +8,143 @@
 #include <string>
 
 #include "config/option_globals.h"
+#include "printserver/settings_table.h"
 #include "prsrv_fixture.h"
 
 namespace {
 
-TEST(OptionTable, KnownNamesFollowTheTwoRulesAndTheList) {
+bool Has(const vx::Setting& setting, uint8_t flag) {
+    return (setting.flags & flag) != 0;
+}
+
+TEST(OptionTable, KnownNamesFollowTheTwoRulesAndTheTable) {
     EXPECT_TRUE(vx::IsKnownOption("MyCOLOR"));
     EXPECT_TRUE(vx::IsKnownOption("COL"));
     EXPECT_FALSE(vx::IsKnownOption("color"));
     EXPECT_TRUE(vx::IsKnownOption("AuthX"));
     EXPECT_TRUE(vx::IsKnownOption("Auth"));
     EXPECT_FALSE(vx::IsKnownOption("auth7"));
-    EXPECT_TRUE(vx::IsKnownOption("LogLevel"));
     EXPECT_FALSE(vx::IsKnownOption("loglevel"));
-    for (const char* name :
-         {"EnableEUDC", "UseNonASCII", "PropertyChangeAllowed", "EnableCancelButton", "",
-          "AbortAfterErrors", "ClusterResource", "ForceChanges"})
-        EXPECT_FALSE(vx::IsKnownOption(name)) << name;
+    EXPECT_FALSE(vx::IsKnownOption(""));
     EXPECT_FALSE(vx::IsKnownOption(nullptr));
+    for (const vx::Setting& setting : vx::kSettings)
+        EXPECT_EQ(vx::IsKnownOption(setting.name), Has(setting, vx::kSettingKnown)) << setting.name;
+    // Settings the service reads or reports but the command line must not touch.
+    for (const char* name : {"EnableEUDC", "UseNonASCII", "PropertyChangeAllowed",
+                             "EnableCancelButton", "SyncJobFiles", "AbortAfterErrors"})
+        EXPECT_FALSE(vx::IsKnownOption(name)) << name;
 }
 
 TEST(OptionTable, ResetListIsTheKnownListAndThreeMore) {
-    int knownCount = 0;
-    int resetCount = 0;
-    const char* const* known = vx::KnownOptionNames(&knownCount);
-    const char* const* reset = vx::ResetOptionNames(&resetCount);
-    ASSERT_EQ(knownCount, 104);
-    ASSERT_EQ(resetCount, 107);
-    std::set<std::string> knownSet(known, known + knownCount);
-    std::set<std::string> resetSet(reset, reset + resetCount);
-    EXPECT_EQ(knownSet.size(), 104u);  // no name twice
-    std::set<std::string> extra;
-    for (const std::string& name : resetSet)
-        if (!knownSet.count(name)) extra.insert(name);
-    EXPECT_EQ(extra,
+    std::set<std::string> known;
+    std::set<std::string> resetOnly;
+    for (const vx::Setting& setting : vx::kSettings) {
+        if (Has(setting, vx::kSettingKnown)) known.insert(setting.name);
+        if (Has(setting, vx::kSettingReset) && !Has(setting, vx::kSettingKnown))
+            resetOnly.insert(setting.name);
+    }
+    EXPECT_EQ(known.size(), 104u);
+    EXPECT_EQ(resetOnly,
               (std::set<std::string>{"AbortAfterErrors", "ClusterResource", "ForceChanges"}));
-    for (const std::string& name : knownSet) EXPECT_TRUE(resetSet.count(name)) << name;
-    for (int i = 0; i < knownCount; ++i) EXPECT_TRUE(vx::IsKnownOption(known[i])) << known[i];
 }
 
 class OptionStore : public vxtest::PrsrvFixture {};
 
-TEST_F(OptionStore, ResetDeletesOnlyWhenTheStoreHasWritten) {
-    Seed("LogLevel", "9");
-    Seed("AbortAfterErrors", "3");
-    Seed("Auth1", "CN=sender");
+TEST_F(OptionStore, ResetDeletesExactlyTheResetListInOrderOnceTheStoreHasWritten) {
+    // Every setting at its default, so that the store behaves as usual while it is seeded.
+    for (const vx::Setting& setting : vx::kSettings) {
+        Seed(setting.name, setting.type == vx::kSettingInteger
+                               ? std::to_string(setting.defaultValue)
+                               : std::string(setting.defaultText));
+    }
+    for (const char* name : {"Auth1", "MyCOLOR", "Custom"}) Seed(name, "7");
     Seed("LPDPort", "600", "Printer1");
+    Seed("WinAPILog", "1");
     {
         auto p = Make();
         vx::ResetOptions(*p);  // no write yet: no write handle, nothing deleted
-        EXPECT_EQ(Stored("LogLevel"), "9");
+        EXPECT_EQ(Stored("LogLevel"), "1");
     }
-    {
-        auto p = Make();
-        p->SetGlobalInt("KeepFile", 1);  // opens the write handle
-        vx::ResetOptions(*p);
-        EXPECT_EQ(Stored("LogLevel"), "<missing>");
-        EXPECT_EQ(Stored("AbortAfterErrors"), "<missing>");
-        EXPECT_EQ(Stored("KeepFile"), "<missing>");
-        EXPECT_EQ(Stored("Auth1"), "CN=sender");  // authorised senders stay
+    auto p = Make();
+    p->SetGlobalString("Custom", "written");  // opens the write handle
+    vx::ResetOptions(*p);
+    for (const vx::Setting& setting : vx::kSettings) {
+        bool deleted = Stored(setting.name) == "<missing>";
+        EXPECT_EQ(deleted, Has(setting, vx::kSettingReset)) << setting.name;
     }
-    auto next = Make();
-    EXPECT_EQ(next->GetPrinterInt("Printer1", "LPDPort", 0), 600);  // printer values stay
-    vx::ReadOptionGlobals(*next);
-    EXPECT_EQ(vx::g_Options.UseOldTitle, 1);
-    EXPECT_EQ(vx::g_Options.ProcessingMode, 1);
-    EXPECT_EQ(vx::g_Options.UseNonASCII, 1);
-    EXPECT_EQ(vx::g_Options.RestartAfterJobs, 0);
+    EXPECT_EQ(Stored("Auth1"), "7");  // authorised senders stay, and the two rules' names
+    EXPECT_EQ(Stored("MyCOLOR"), "7");
+    EXPECT_EQ(p->GetPrinterInt("Printer1", "LPDPort", 0), 600);  // printer values stay
+
+    // The deletes follow the table's order.
+    std::string api = vxtest::ReadTextFile(p->ApiLogPath());
+    size_t last = 0;
+    for (const vx::Setting& setting : vx::kSettings) {
+        if (!Has(setting, vx::kSettingReset)) continue;
+        size_t at = api.find(std::string(", ") + setting.name + ") = ", last);
+        ASSERT_NE(at, std::string::npos) << setting.name;
+        last = at;
+    }
 }
 
-TEST_F(OptionStore, OptionGlobalsAreReadInTheirOrderWithTheirDefaults) {
+TEST_F(OptionStore, EveryKnownNameRoundTripsThroughTheStoreIntoTheReport) {
+    auto p = Make();
+    int n = 0;
+    for (const vx::Setting& setting : vx::kSettings) {
+        if (!Has(setting, vx::kSettingKnown)) continue;
+        // What "-oi" and "-os" do with a known name.
+        if (setting.type == vx::kSettingInteger)
+            p->SetGlobalInt(setting.name, 1000 + n++);
+        else
+            p->SetGlobalString(setting.name, ("text " + std::to_string(n++)).c_str());
+    }
+    p->WriteEnvironmentReport(1);  // "-e" writes the same lines to standard output
+    std::string log = vxtest::ReadTextFile(p->MainLogPath());
+    n = 0;
+    for (const vx::Setting& setting : vx::kSettings) {
+        if (!Has(setting, vx::kSettingKnown)) continue;
+        std::string value = setting.type == vx::kSettingInteger ? std::to_string(1000 + n++)
+                                                                : "text " + std::to_string(n++);
+        std::string line = std::string(setting.name) + " = " + value +
+                           ", Default = " + std::to_string(p->GetDefaultValue(setting.name)) + "\n";
+        EXPECT_NE(log.find(line), std::string::npos) << line;
+    }
+}
+
+TEST_F(OptionStore, OptionGlobalsAreReadInTheirOrderAndAbsentOnesTakeTheirDefaults) {
     Seed("RestartAfterJobs", "0x0A");
     Seed("ConnectionMode", "0");
     Seed("WinAPILog", "1");
     Seed("KeepFile", "1");
     auto p = Make();
-    vx::ReadOptionGlobals(*p);
-    EXPECT_EQ(vx::g_Options.RestartAfterJobs, 10);
-    EXPECT_EQ(vx::g_Options.ConnectionMode, 0);
-    EXPECT_EQ(vx::g_Options.ProcessingMode, 1);
     int count = 0;
     const vx::OptionGlobalEntry* table = vx::OptionGlobalTable(&count);
     ASSERT_EQ(count, 14);
-    EXPECT_STREQ(table[0].name, "ZELUserAsOwner");
-    EXPECT_STREQ(table[13].name, "LogTimeCheck");
+    for (int i = 0; i < count; ++i) vx::g_Options.*(table[i].field) = 12345;
+    vx::ReadOptionGlobals(*p);
+    EXPECT_EQ(vx::g_Options.RestartAfterJobs, 10);
+    EXPECT_EQ(vx::g_Options.ConnectionMode, 0);
+    for (int i = 0; i < count; ++i) {
+        std::string name = table[i].setting->name;
+        if (name == "RestartAfterJobs" || name == "ConnectionMode") continue;
+        EXPECT_EQ(vx::g_Options.*(table[i].field), table[i].setting->defaultValue) << name;
+    }
+    EXPECT_EQ(vx::g_Options.UseNonASCII, 1);
+    EXPECT_EQ(vx::g_Options.ProcessingMode, 1);
+    EXPECT_STREQ(table[0].setting->name, "ZELUserAsOwner");
+    EXPECT_STREQ(table[13].setting->name, "LogTimeCheck");
     // The registry is asked in the table's order.
     std::string api = vxtest::ReadTextFile(p->ApiLogPath());
     size_t last = 0;
     for (int i = 0; i < count; ++i) {
         // Read (and cached) already by the print-server object at construction.
-        if (std::string(table[i].name) == "NoLogFileSwitch") continue;
-        size_t at = api.find(std::string(", ") + table[i].name + ", ..)", last);
-        ASSERT_NE(at, std::string::npos) << table[i].name;
+        if (std::string(table[i].setting->name) == "NoLogFileSwitch") continue;
+        size_t at = api.find(std::string(", ") + table[i].setting->name + ", ..)", last);
+        ASSERT_NE(at, std::string::npos) << table[i].setting->name;
         last = at;
     }
+    for (int i = 0; i < count; ++i)
+        vx::g_Options.*(table[i].field) = table[i].setting->defaultValue;
 }
 
 }  // namespace

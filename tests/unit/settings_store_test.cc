@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/registry.h"
+#include "printserver/settings_table.h"
 #include "printserver/zelprsrv.h"
 #include "prsrv_fixture.h"
 #include "test_support.h"
@@ -179,16 +180,26 @@ TEST_F(SettingsStore, ChildObjectSharesTheParentsCaches) {
     EXPECT_EQ(parent->GetGlobalInt("FromChild", 0), 9);
 }
 
-TEST_F(SettingsStore, BuiltInDefaults) {
+TEST_F(SettingsStore, AbsentSettingsTakeTheTableDefaultWhichTheReportShows) {
+    Seed("MaxLogFileSize", "4096");
     auto p = Make();
-    EXPECT_EQ(p->GetDefaultValue("LogLevel"), 1);
-    EXPECT_EQ(p->GetDefaultValue("LPDPort"), 515);
-    EXPECT_EQ(p->GetDefaultValue("NiReadTimeout"), -1);
-    EXPECT_EQ(p->GetDefaultValue("MaxLogFileSize"), 10000000);
-    EXPECT_EQ(p->GetDefaultValue("s_packet_size"), 15000);
+    EXPECT_EQ(p->LogLevel(), vx::BuiltInDefault("LogLevel"));
+    EXPECT_EQ(p->PdfPacketSize(), vx::BuiltInDefault("PDFPacketSize"));
+    EXPECT_EQ(p->MaxLogFileSize(), 4096);  // a stored value wins
+    EXPECT_EQ(p->GetSetting("s_packet_size"), vx::BuiltInDefault("s_packet_size"));
+
+    for (const vx::Setting& setting : vx::kSettings) {
+        if (setting.type == vx::kSettingText) {
+            EXPECT_EQ(p->GetDefaultValue(setting.name), 0) << setting.name;
+        } else if (setting.flags == (setting.flags & vx::kSettingKnownAndReset)) {
+            EXPECT_EQ(p->GetDefaultValue(setting.name), setting.defaultValue) << setting.name;
+        }
+    }
     EXPECT_EQ(p->GetDefaultValue("loglevel"), 0);  // names match exactly
     EXPECT_EQ(p->GetDefaultValue("Unknown"), 0);
-    EXPECT_EQ(p->GetDefaultValue("PDFasRAW"), 0);  // no compatible PDF library here
+    EXPECT_EQ(p->GetDefaultValue("EnableCancelButton"), 1);
+    EXPECT_EQ(p->GetDefaultValue("PDFasRAW"), 0);     // no compatible PDF library here
+    EXPECT_EQ(p->GetDefaultValue("UseNonASCII"), 0);  // though start-up reads it as 1
 }
 
 TEST_F(SettingsStore, RegistryCallsAreEchoedToTheApiLog) {
