@@ -1,10 +1,8 @@
 // Libraries loaded at run time: LoadLibraryEx on Windows, dlopen on Linux.
 //
-// Callers name libraries by their Windows file names ("OCR.DLL", "tolmapdf64.dll");
-// LibraryFileName turns such a name into the file the platform looks for, so that the code above
-// this layer stays the same on both targets. On Linux a library's version is the one its file
-// name carries ("libpdfprint.so.3.6.14085.0", usually behind a "libpdfprint.so" link), the
-// shared-object convention; Windows libraries carry theirs in the version resource.
+// On Linux a library's version is the one its file name carries ("libname.so.3.6.14085.0",
+// usually behind a "libname.so" link), the shared-object convention; Windows libraries carry
+// theirs in the version resource.
 #pragma once
 
 #include <cstddef>
@@ -14,10 +12,13 @@ namespace vx {
 // A loaded library. Opaque: HMODULE on Windows, the dlopen handle on Linux.
 using DynLibHandle = void*;
 
-// The file name of a library on this platform: the Windows name as it stands on Windows; on
-// Linux the shared object of the same library ("OCR.DLL" is "libocr.so"). Names the table does
-// not know are returned unchanged.
-const char* LibraryFileName(const char* windowsName);
+// True where libraries are shared objects named "libname.so" (Linux); false where they are
+// DLLs named as their makers name them (Windows).
+#if defined(_WIN32)
+constexpr bool kSharedObjectNames = false;
+#else
+constexpr bool kSharedObjectNames = true;
+#endif
 
 // Loads the library at a full path, resolving all its symbols at once and searching the
 // library's own directory for the libraries it depends on. Null on failure, with the last system
@@ -36,10 +37,9 @@ int DynLibSetSearchDirectory(const char* directory);
 // The full path of the loaded library (or executable) that holds an address; -1 when none does.
 int DynLibPathOf(const void* address, char* out, size_t cap);
 
-// Where system-wide libraries of the product and of the system live, without a trailing
-// separator: the Windows directory and the system directory on Windows; on Linux the product's
-// library directory "/usr/lib/vorlix" and the multiarch library directory (for example
-// "/usr/lib/x86_64-linux-gnu").
+// Where system-wide libraries live, without a trailing separator. The Windows directory: -1 on
+// Linux, which has none. The system directory: on Linux the multiarch library directory (for
+// example "/usr/lib/x86_64-linux-gnu").
 int GetWindowsDirectoryPath(char* out, size_t cap);
 int GetSystemDirectoryPath(char* out, size_t cap);
 

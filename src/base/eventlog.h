@@ -8,18 +8,11 @@ namespace vx {
 
 enum EventType { kEventError = 1, kEventWarning = 2, kEventInformation = 4 };
 
-// The one event the service reports: "Error in %1 occurred: %2".
-constexpr uint32_t kEventIdApiError = 0xC0020100u;
-
-// The text of an event as the service's message table words it: kEventIdApiError gives
-// "Error in <insert1> occurred: <insert2>", any other id the two strings joined by ": ".
-// Used where the system log has no message table (syslog). Cut at cap.
-void EventMessageText(uint32_t eventId, const char* insert1, const char* insert2, char* out,
-                      size_t cap);
-
-// Reports one event under the given source with two insertion strings. 0 or -1.
+// Reports one event under the given source with two insertion strings. The Windows event log
+// words it from the source's message table; logs without one (syslog) take plainText, the
+// caller's wording of the same event. 0 or -1.
 int ReportSystemEvent(const char* source, EventType type, uint16_t category, uint32_t eventId,
-                      const char* insert1, const char* insert2);
+                      const char* insert1, const char* insert2, const char* plainText);
 
 // Registers an event source so that the system log words its events from messageFile's message
 // table: on Windows the key "SYSTEM\\CurrentControlSet\\Services\\EventLog\\<log>\\<source>"

@@ -1,7 +1,7 @@
 // The process-wide lists of job processing, created at start-up and destroyed at the end.
 #pragma once
 
-#include "jobs/zlplist.h"
+#include "lists/zlplist.h"
 
 namespace vx {
 

@@ -8,8 +8,8 @@
 #include "config/option_globals.h"
 #include "jobs/job_journal.h"
 #include "jobs/job_lists.h"
-#include "jobs/list_lock.h"
 #include "jobs/print_job.h"
+#include "lists/list_lock.h"
 #include "printlib/zelwin.h"
 #include "printserver/zelprsrv.h"
 

@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-#include "base/spooler.h"
+#include "spooler/spooler.h"
 
 namespace vx {
 

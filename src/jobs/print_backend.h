@@ -2,8 +2,8 @@
 // table, so that component tests can put a recording fake behind job processing.
 #pragma once
 
-#include "base/spool_job.h"
 #include "printlib/zelwin.h"
+#include "spooler/spool_job.h"
 
 namespace vx {
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "base/sync.h"
-#include "jobs/zlplist.h"
+#include "lists/zlplist.h"
 
 namespace vx {
 

@@ -12,11 +12,11 @@
 #include "jobs/job_journal.h"
 #include "jobs/job_lists.h"
 #include "jobs/job_threads.h"
-#include "jobs/list_lock.h"
 #include "jobs/print_backend.h"
 #include "jobs/print_job.h"
 #include "jobs/restart_files.h"
 #include "jobs/zel_wide.h"
+#include "lists/list_lock.h"
 #include "printserver/zelprsrv.h"
 
 namespace vx {

@@ -14,11 +14,11 @@
 #include "jobs/job_lists.h"
 #include "jobs/job_record.h"
 #include "jobs/job_status_list.h"
-#include "jobs/list_lock.h"
 #include "jobs/print_backend.h"
 #include "jobs/printer_queue.h"
 #include "jobs/printer_queues.h"
 #include "jobs/restart_record.h"
+#include "lists/list_lock.h"
 #include "printserver/zelprsrv.h"
 
 namespace vx {

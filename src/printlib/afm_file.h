@@ -5,7 +5,7 @@
 
 #include <cstdio>
 
-#include "base/font_metrics.h"
+#include "spooler/font_metrics.h"
 
 namespace zel {
 

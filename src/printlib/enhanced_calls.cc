@@ -2,13 +2,13 @@
 // queues and asks the library for their states.
 #include <algorithm>
 
-#include "base/spool_job.h"
 #include "printlib/host_trace.h"
 #include "printlib/job_states.h"
 #include "printlib/library_options.h"
 #include "printlib/printer_queues.h"
 #include "printlib/wide_text.h"
 #include "printlib/zelwin.h"
+#include "spooler/spool_job.h"
 
 namespace {
 

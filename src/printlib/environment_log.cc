@@ -5,10 +5,10 @@
 #include <memory>
 
 #include "base/fileops.h"
-#include "base/spooler.h"
 #include "base/text.h"
 #include "printlib/zelwin.h"
-#include "service/version.h"
+#include "spooler/spooler.h"
+#include "vorlix_version.h"
 
 namespace {
 

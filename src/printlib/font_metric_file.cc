@@ -5,11 +5,11 @@
 #include <memory>
 
 #include "base/fileops.h"
-#include "base/font_metrics.h"
 #include "base/text.h"
 #include "printlib/afm_file.h"
 #include "printlib/file_printer.h"
 #include "printlib/zelwin.h"
+#include "spooler/font_metrics.h"
 
 namespace {
 

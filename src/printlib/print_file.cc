@@ -2,11 +2,11 @@
 #include <cstring>
 
 #include "base/fileops.h"
-#include "base/spool_job.h"
 #include "printlib/host_trace.h"
 #include "printlib/print_job.h"
 #include "printlib/wide_text.h"
 #include "printlib/zelwin.h"
+#include "spooler/spool_job.h"
 
 extern "C" {
 

@@ -7,18 +7,22 @@
 #include <memory>
 
 #include "base/fileops.h"
-#include "base/spool_job.h"
 #include "base/text.h"
 #include "printlib/file_printer.h"
 #include "printlib/host_trace.h"
 #include "printlib/job_data.h"
 #include "printlib/library_options.h"
+#include "spooler/spool_job.h"
 
 namespace zel {
 
 namespace {
 
 constexpr size_t kErrorSize = 1024;
+
+// How long a job may take to reach the device once all its data is with the print system; one
+// that takes longer is cancelled and reported failed, so that it can be sent again.
+constexpr uint32_t kDeliveryTimeoutMs = 120000;
 
 struct FileCloser {
     void operator()(FILE* f) const {
@@ -90,7 +94,7 @@ int PrintToSpooler(const ZelHost* host, const PrintRequest& request, FILE* data,
         TraceError(host, "Job %s not printed on %s: %s\n", request.jobId, request.printer, error);
         return ZEL_RC_FAILED;
     }
-    rc = vx::SpoolJobFinish(job.get(), vx::kSpoolFinishTimeoutMs, error, sizeof error);
+    rc = vx::SpoolJobFinish(job.get(), kDeliveryTimeoutMs, error, sizeof error);
     if (rc != vx::kSpoolOk) {
         TraceError(host, "%s\n", error);
         return RcOf(rc);

@@ -8,7 +8,6 @@
 
 #include "base/clock.h"
 #include "base/fileops.h"
-#include "base/spool_job.h"
 #include "base/text.h"
 #include "printlib/host_trace.h"
 #include "printlib/job_states.h"
@@ -17,6 +16,7 @@
 #include "printlib/print_job.h"
 #include "printlib/stream_type.h"
 #include "printlib/wide_text.h"
+#include "spooler/spool_job.h"
 
 namespace zel {
 

@@ -7,7 +7,7 @@
 #include "base/process.h"
 #include "printserver/version_text.h"
 #include "printserver/zelprsrv.h"
-#include "service/version.h"
+#include "vorlix_version.h"
 
 namespace vx {
 

@@ -9,8 +9,9 @@
 #include "base/fileops.h"
 #include "base/process.h"
 #include "base/version_resource.h"
+#include "printserver/library_names.h"
 #include "printserver/zelprsrv.h"
-#include "service/version.h"
+#include "vorlix_version.h"
 
 namespace vx {
 
@@ -178,8 +179,8 @@ bool Czelprsrv::FindLibraryFile(const char* fileName, char* path, size_t size) {
     char printLibraryDir[kMaxPath];
     CopyText(printLibraryDir, printLibraryPath_);
     StripFileName(printLibraryDir);
-    char windowsDir[kMaxPath] = "";
-    GetWindowsDirectoryPath(windowsDir, sizeof windowsDir);
+    char productDir[kMaxPath] = "";
+    ProductLibraryDirectory(productDir, sizeof productDir);
     char systemDir[kMaxPath] = "";
     GetSystemDirectoryPath(systemDir, sizeof systemDir);
     char parentDir[kMaxPath];
@@ -188,7 +189,7 @@ bool Czelprsrv::FindLibraryFile(const char* fileName, char* path, size_t size) {
 
     const char* candidates[] = {
         libraryDir_, strcmp(printLibraryDir, libraryDir_) != 0 ? printLibraryDir : nullptr,
-        windowsDir,  systemDir,
+        productDir,  systemDir,
         parentDir,
     };
     for (const char* directory : candidates)

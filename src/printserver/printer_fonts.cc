@@ -4,8 +4,8 @@
 #include <cstring>
 #include <vector>
 
-#include "base/spooler.h"
 #include "printserver/zelprsrv.h"
+#include "spooler/spooler.h"
 
 namespace vx {
 

@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "base/registry.h"
-#include "base/spooler.h"
 #include "printserver/zelprsrv.h"
+#include "spooler/spooler.h"
 
 namespace vx {
 

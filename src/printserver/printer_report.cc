@@ -2,8 +2,8 @@
 #include <cstdarg>
 #include <cstring>
 
-#include "base/spooler.h"
 #include "printserver/zelprsrv.h"
+#include "spooler/spooler.h"
 
 namespace vx {
 

@@ -5,10 +5,10 @@
 #include <cstring>
 
 #include "base/clock.h"
-#include "base/eventlog.h"
 #include "base/fileops.h"
 #include "base/syserror.h"
 #include "printserver/process_locks.h"
+#include "printserver/service_events.h"
 #include "printserver/zelprsrv.h"
 
 namespace vx {
@@ -210,8 +210,8 @@ void Czelprsrv::ReportLastError(const char* function, int eventType) {
     else
         TraceError("FormatMessage for %s failed: %s\n", function, text);
     if (found && runMode_ == kRunModeService) {
-        ReportSystemEvent("vorlix", eventType == kEventError ? kEventError : kEventWarning, 0,
-                          kEventIdApiError, function, text);
+        ReportServiceEvent(eventType == kEventError ? kEventError : kEventWarning, kEventIdApiError,
+                           function, text);
     }
 }
 

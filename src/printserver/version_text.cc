@@ -4,7 +4,7 @@
 #include "base/process.h"
 #include "base/text.h"
 #include "base/version_resource.h"
-#include "service/version.h"
+#include "vorlix_version.h"
 
 namespace vx {
 

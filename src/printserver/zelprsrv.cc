@@ -8,7 +8,7 @@
 #include "base/api_trace.h"
 #include "base/dirpath.h"
 #include "base/process.h"
-#include "jobs/zlplist.h"
+#include "lists/zlplist.h"
 #include "printserver/zel_host.h"
 
 namespace vx {

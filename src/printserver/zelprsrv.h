@@ -16,13 +16,13 @@
 #include "base/dynlib.h"
 #include "base/fileops.h"
 #include "base/registry.h"
-#include "base/spooler.h"
 #include "base/sync.h"
 #include "base/text.h"
-#include "jobs/list_hooks.h"
-#include "jobs/swlistman.h"
+#include "lists/list_hooks.h"
+#include "lists/swlistman.h"
 #include "printlib/zelwin.h"
 #include "printserver/print_environment.h"
+#include "spooler/spooler.h"
 
 namespace vx {
 

@@ -14,7 +14,7 @@
 #include "jobs/job_context.h"
 #include "jobs/print_backend.h"
 #include "jobs/printer_queues.h"
-#include "jobs/zlplist.h"
+#include "lists/zlplist.h"
 #include "net/security_state.h"
 #include "printserver/version_text.h"
 #include "printserver/zelprsrv.h"

@@ -4,11 +4,11 @@
 #include <cstring>
 
 #include "base/codepage.h"
-#include "base/spool_job.h"
 #include "base/text.h"
 #include "printserver/zelprsrv.h"
 #include "protocol/status_query.h"
 #include "protocol/status_spooler.h"
+#include "spooler/spool_job.h"
 
 namespace vx {
 

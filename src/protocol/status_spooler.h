@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "base/spooler.h"
+#include "spooler/spooler.h"
 
 namespace vx {
 

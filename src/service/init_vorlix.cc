@@ -5,14 +5,15 @@
 #include "base/eventlog.h"
 #include "base/process.h"
 #include "config/option_globals.h"
-#include "jobs/connections.h"
 #include "jobs/job_lists.h"
 #include "jobs/job_record.h"
 #include "jobs/print_backend.h"
 #include "jobs/printer_queue.h"
 #include "jobs/printer_queues.h"
 #include "net/listener.h"
+#include "printserver/service_events.h"
 #include "printserver/zelprsrv.h"
+#include "service/connections.h"
 
 namespace vx {
 
@@ -86,7 +87,7 @@ int InitVorlix(int loadLibraries, int pendingJobsMode, uint32_t* pendingJobs, in
 
     char modulePath[kMaxPath] = {};
     GetExecutablePath(modulePath, sizeof modulePath);
-    if (RegisterEventSourceEntry("Application", "vorlix", modulePath, 1) != 0)
+    if (RegisterEventSourceEntry("Application", kServiceEventSource, modulePath, 1) != 0)
         TraceError("AddEventSource failed.\n");
 
     ReadOptionGlobals(p);

@@ -8,11 +8,11 @@
 #include "base/stop_signal.h"
 #include "config/option_globals.h"
 #include "config/process_state.h"
-#include "jobs/connections.h"
 #include "jobs/restart_files.h"
 #include "net/listener.h"
 #include "printserver/process_locks.h"
 #include "printserver/zelprsrv.h"
+#include "service/connections.h"
 #include "service/init_vorlix.h"
 
 namespace vx {

@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "printserver/version_text.h"
-#include "service/version.h"
+#include "vorlix_version.h"
 
 namespace vx {
 

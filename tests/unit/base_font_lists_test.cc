@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "base/fileops.h"
-#include "base/font_files.h"
-#include "base/ppd_fonts.h"
+#include "spooler/font_files.h"
+#include "spooler/ppd_fonts.h"
 #include "test_support.h"
 
 namespace {

@@ -6,6 +6,7 @@
 #include "base/eventlog.h"
 #include "base/fileops.h"
 #include "base/syserror.h"
+#include "printserver/service_events.h"
 #include "test_support.h"
 
 namespace {
@@ -49,10 +50,12 @@ TEST(SystemEvent, MessageWordingAndReport) {
     vx::EventMessageText(vx::kEventIdApiError, "x", "y", small, sizeof small);
     EXPECT_STREQ(small, "Error in x ");
 
-    EXPECT_EQ(vx::ReportSystemEvent(nullptr, vx::kEventError, 0, vx::kEventIdApiError, "a", "b"),
-              -1);
+    EXPECT_EQ(
+        vx::ReportSystemEvent(nullptr, vx::kEventError, 0, vx::kEventIdApiError, "a", "b", "a: b"),
+        -1);
     EXPECT_EQ(vx::ReportSystemEvent("vorlix_test", vx::kEventInformation, 0, vx::kEventIdApiError,
-                                    "base_syserror_test", "event reported by a unit test"),
+                                    "base_syserror_test", "event reported by a unit test",
+                                    "base_syserror_test: event reported by a unit test"),
               0);
 }
 

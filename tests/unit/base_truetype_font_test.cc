@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "base/truetype_font.h"
+#include "spooler/truetype_font.h"
 #include "test_support.h"
 
 namespace {

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "jobs/list_table.h"
-#include "jobs/swlistman.h"
 #include "list_test_hooks.h"
+#include "lists/list_table.h"
+#include "lists/swlistman.h"
 
 namespace {
 

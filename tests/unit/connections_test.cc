@@ -1,7 +1,7 @@
 // Connection threads over loopback: the accept path hands each connection to a thread of its own
 // or serves it itself, as the connection list was made, and the end of the service waits for
 // every connection.
-#include "jobs/connections.h"
+#include "service/connections.h"
 
 #include <gtest/gtest.h>
 

@@ -11,7 +11,7 @@
 #include "config/option_globals.h"
 #include "jobs/job_lists.h"
 #include "jobs/print_backend.h"
-#include "jobs/zlplist.h"
+#include "lists/zlplist.h"
 #include "printserver/zelprsrv.h"
 #include "test_support.h"
 

@@ -9,6 +9,7 @@
 #include "base/fileops.h"
 #include "base/process.h"
 #include "base/registry.h"
+#include "printserver/library_names.h"
 #include "printserver/zelprsrv.h"
 #include "prsrv_fixture.h"
 #include "test_support.h"

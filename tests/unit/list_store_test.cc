@@ -7,9 +7,9 @@
 #include <thread>
 #include <vector>
 
-#include "jobs/list_table.h"
-#include "jobs/zlplist.h"
 #include "list_test_hooks.h"
+#include "lists/list_table.h"
+#include "lists/zlplist.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "jobs/list_hooks.h"
+#include "lists/list_hooks.h"
 
 namespace vxtest {
 

@@ -15,10 +15,10 @@
 #include <vector>
 
 #include "base/registry.h"
-#include "base/spooler.h"
 #include "base/text.h"
 #include "printserver/zelprsrv.h"
 #include "prsrv_fixture.h"
+#include "spooler/spooler.h"
 #include "test_support.h"
 
 namespace {

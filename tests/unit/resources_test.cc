@@ -12,6 +12,7 @@
 #include "base/process.h"
 #include "base/registry.h"
 #include "base/version_resource.h"
+#include "printserver/service_events.h"
 #include "test_support.h"
 
 namespace {

@@ -16,11 +16,11 @@
 #include <vector>
 
 #include "base/ni.h"
-#include "base/spool_job.h"
 #include "jobs_fixture.h"
 #include "loopback_pair.h"
 #include "net/listener.h"
 #include "protocol/status_spooler.h"
+#include "spooler/spool_job.h"
 
 using namespace std::string_literals;
 

@@ -15,19 +15,6 @@ namespace vx {
 
 namespace {
 
-// The libraries the service binds, by their Windows names.
-struct LibraryName {
-    const char* windowsName;
-    const char* linuxName;
-};
-constexpr LibraryName kLibraryNames[] = {
-    {"zelwin64.dll", "libzelwin.so"},     {"tolmapdf64.dll", "libtolmapdf64.so"},
-    {"pdfprint.dll", "libpdfprint.so"},   {"OCR.DLL", "libocr.so"},
-    {"barcode64.dll", "libbarcode64.so"}, {"zelbtmp64.dll", "libzelbtmp64.so"},
-};
-
-constexpr const char* kProductLibraryDirectory = "/usr/lib/vorlix";
-
 // Debian's multiarch directory of the architecture the program is built for.
 #if defined(__x86_64__)
 constexpr const char* kSystemLibraryDirectory = "/usr/lib/x86_64-linux-gnu";
@@ -45,13 +32,6 @@ int CopyDirectory(const char* directory, char* out, size_t cap) {
 }
 
 }  // namespace
-
-const char* LibraryFileName(const char* windowsName) {
-    if (windowsName == nullptr) return "";
-    for (const LibraryName& entry : kLibraryNames)
-        if (EqualsNoCase(entry.windowsName, windowsName)) return entry.linuxName;
-    return windowsName;
-}
 
 DynLibHandle DynLibLoad(const char* path) {
     if (path == nullptr) {
@@ -97,7 +77,8 @@ int DynLibPathOf(const void* address, char* out, size_t cap) {
 }
 
 int GetWindowsDirectoryPath(char* out, size_t cap) {
-    return CopyDirectory(kProductLibraryDirectory, out, cap);
+    if (out != nullptr && cap > 0) out[0] = '\0';
+    return -1;
 }
 
 int GetSystemDirectoryPath(char* out, size_t cap) {

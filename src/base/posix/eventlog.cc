@@ -23,14 +23,13 @@ int PriorityOf(EventType type) {
 }
 }  // namespace
 
-int ReportSystemEvent(const char* source, EventType type, uint16_t /*category*/, uint32_t eventId,
-                      const char* insert1, const char* insert2) {
+int ReportSystemEvent(const char* source, EventType type, uint16_t /*category*/,
+                      uint32_t /*eventId*/, const char* /*insert1*/, const char* /*insert2*/,
+                      const char* plainText) {
     if (source == nullptr) return -1;
-    char text[2048];
-    EventMessageText(eventId, insert1, insert2, text, sizeof text);
     std::lock_guard<std::mutex> hold(g_syslogLock);
     openlog(source, LOG_PID, LOG_DAEMON);
-    syslog(PriorityOf(type), "%s", text);
+    syslog(PriorityOf(type), "%s", plainText != nullptr ? plainText : "");
     closelog();
     return 0;
 }

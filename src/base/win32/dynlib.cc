@@ -23,10 +23,6 @@ int CopyDirectoryResult(UINT length, char* out, size_t cap) {
 
 }  // namespace
 
-const char* LibraryFileName(const char* windowsName) {
-    return windowsName != nullptr ? windowsName : "";
-}
-
 DynLibHandle DynLibLoad(const char* path) {
     if (path == nullptr) {
         SetLastError(ERROR_INVALID_PARAMETER);

@@ -23,7 +23,7 @@ class EventSource {
 }  // namespace
 
 int ReportSystemEvent(const char* source, EventType type, uint16_t category, uint32_t eventId,
-                      const char* insert1, const char* insert2) {
+                      const char* insert1, const char* insert2, const char* /*plainText*/) {
     if (source == nullptr) return -1;
     EventSource eventSource(source);
     if (eventSource.Get() == nullptr) return -1;

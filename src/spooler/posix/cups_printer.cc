@@ -1,0 +1,104 @@
+#include "spooler/posix/cups_printer.h"
+
+#include <cstring>
+
+#include "base/text.h"
+#include "spooler/spooler.h"
+
+namespace vx {
+
+namespace {
+
+// printer-state-reasons keywords (without their "-report", "-warning" or "-error" suffix) and the
+// status bit each stands for.
+struct ReasonStatus {
+    const char* keyword;
+    uint32_t status;
+};
+constexpr ReasonStatus kReasonStatus[] = {
+    {"paused", kPrinterPaused},
+    {"offline", kPrinterOffline},
+    {"shutdown", kPrinterNotAvailable},
+    {"toner-empty", kPrinterNoToner},
+    {"marker-supply-empty", kPrinterNoToner},
+    {"media-jam", kPrinterPaperJam},
+    {"media-empty", kPrinterPaperOut},
+    {"media-needed", kPrinterPaperOut},
+    {"input-tray-missing", kPrinterPaperProblem},
+    {"output-area-full", kPrinterOutputBinFull},
+    {"spool-area-full", kPrinterOutOfMemory},
+    {"door-open", kPrinterUserIntervention},
+    {"cover-open", kPrinterUserIntervention},
+    {"interlock-open", kPrinterUserIntervention},
+};
+
+constexpr int kPrinterStateStopped = 5;
+
+// One reason keyword: its status bit, or kPrinterError for an otherwise unknown error.
+uint32_t StatusOfReason(const char* reason, size_t length) {
+    static const char* const kSuffixes[] = {"-report", "-warning", "-error"};
+    bool isError = false;
+    for (const char* suffix : kSuffixes) {
+        size_t suffixLength = strlen(suffix);
+        if (length > suffixLength &&
+            strncmp(reason + length - suffixLength, suffix, suffixLength) == 0) {
+            isError = strcmp(suffix, "-error") == 0;
+            length -= suffixLength;
+            break;
+        }
+    }
+    for (const ReasonStatus& entry : kReasonStatus)
+        if (strlen(entry.keyword) == length && strncmp(entry.keyword, reason, length) == 0)
+            return entry.status;
+    return isError ? kPrinterError : 0;
+}
+
+}  // namespace
+
+bool IsFilePrinter(const char* printer) {
+    return printer != nullptr && strcmp(printer, kFilePrinterName) == 0;
+}
+
+bool QueryPrinterAttributes(const char* printer, const char* const* attributes, int count,
+                            IppMessage* response) {
+    if (printer == nullptr || printer[0] == '\0' || response == nullptr) return false;
+    char uri[1024];
+    if (httpAssembleURIf(HTTP_URI_CODING_ALL, uri, sizeof uri, "ipp", nullptr, "localhost",
+                         ippPort(), "/printers/%s", printer) != HTTP_URI_STATUS_OK)
+        return false;
+    ipp_t* request = ippNewRequest(IPP_OP_GET_PRINTER_ATTRIBUTES);
+    if (request == nullptr) return false;
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri);
+    ippAddStrings(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "requested-attributes", count,
+                  nullptr, attributes);
+    // cupsDoRequest takes the request over, also on failure.
+    response->Reset(cupsDoRequest(CUPS_HTTP_DEFAULT, request, "/"));
+    if (response->Get() == nullptr || cupsLastError() > IPP_STATUS_OK_EVENTS_COMPLETE) {
+        response->Reset(nullptr);
+        return false;
+    }
+    return true;
+}
+
+const char* AttributeText(ipp_t* response, const char* name) {
+    if (response == nullptr) return "";
+    ipp_attribute_t* attribute = ippFindAttribute(response, name, IPP_TAG_ZERO);
+    const char* text = attribute != nullptr ? ippGetString(attribute, 0, nullptr) : nullptr;
+    return text != nullptr ? text : "";
+}
+
+uint32_t StatusFromCups(int state, const char* reasons) {
+    uint32_t status = state == kPrinterStateStopped ? kPrinterPaused : 0;
+    if (reasons == nullptr) return status;
+    const char* cursor = reasons;
+    while (*cursor != '\0') {
+        const char* end = strchr(cursor, ',');
+        size_t length = end != nullptr ? static_cast<size_t>(end - cursor) : strlen(cursor);
+        status |= StatusOfReason(cursor, length);
+        if (end == nullptr) break;
+        cursor = end + 1;
+    }
+    return status;
+}
+
+}  // namespace vx

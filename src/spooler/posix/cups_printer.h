@@ -1,0 +1,60 @@
+// Helpers shared by the CUPS implementation of the spooler layer: the built-in file printer, IPP
+// printer attribute requests and the mapping of CUPS printer states to the spooler's status bits.
+#pragma once
+
+#include <cups/cups.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "spooler/spool_job.h"
+
+namespace vx {
+
+// The printer the print library provides itself (kFilePrinterName): it writes every job into the
+// output directory.
+constexpr const char* kFilePrinterPort = "FILE:";
+constexpr const char* kFilePrinterDriver = "Vorlix file printer";
+
+bool IsFilePrinter(const char* printer);
+
+// A connection to a CUPS server, closed on destruction.
+struct HttpCloser {
+    void operator()(http_t* http) const {
+        if (http != nullptr) httpClose(http);
+    }
+};
+using HttpPtr = std::unique_ptr<http_t, HttpCloser>;
+
+// One IPP message, deleted on destruction.
+class IppMessage {
+  public:
+    IppMessage() = default;
+    ~IppMessage() { Reset(nullptr); }
+    IppMessage(const IppMessage&) = delete;
+    IppMessage& operator=(const IppMessage&) = delete;
+
+    ipp_t* Get() const { return ipp_; }
+    void Reset(ipp_t* ipp) {
+        if (ipp_ != nullptr) ippDelete(ipp_);
+        ipp_ = ipp;
+    }
+
+  private:
+    ipp_t* ipp_ = nullptr;
+};
+
+// Asks the CUPS server for attributes of one of its printers (Get-Printer-Attributes). False when
+// the server cannot be reached or does not know the printer.
+bool QueryPrinterAttributes(const char* printer, const char* const* attributes, int count,
+                            IppMessage* response);
+
+// The first text value of an attribute, or "" when the response has none.
+const char* AttributeText(ipp_t* response, const char* name);
+
+// The spooler's status bits for a CUPS printer-state (3 idle, 4 processing, 5 stopped) and its
+// printer-state-reasons keywords, separated by commas.
+uint32_t StatusFromCups(int state, const char* reasons);
+
+}  // namespace vx

@@ -1,0 +1,299 @@
+// Print jobs through CUPS: the job is created on the printer's queue, its data streamed as one
+// document, and the job followed until CUPS reports it completed, so that a device that cannot
+// be reached shows as an error of this job instead of a job left waiting in the queue.
+#include "spooler/spool_job.h"
+
+#include <cups/cups.h>
+
+#include <cstring>
+
+#include "base/clock.h"
+#include "base/sync.h"
+#include "base/text.h"
+#include "spooler/posix/cups_printer.h"
+
+struct vx::SpoolJob {
+    http_t* http = nullptr;
+    char printer[256] = {};
+    int number = 0;
+    bool documentOpen = false;  // between cupsStartDocument and cupsFinishDocument
+    bool settled = false;       // completed, or ended by CUPS: nothing left to cancel
+};
+
+namespace vx {
+
+namespace {
+
+constexpr uint32_t kPollIntervalMs = 200;
+constexpr int kConnectTimeoutMs = 30000;
+
+struct IppDeleter {
+    void operator()(ipp_t* ipp) const { ippDelete(ipp); }
+};
+using IppPtr = std::unique_ptr<ipp_t, IppDeleter>;
+
+struct PrinterState {
+    int state = 0;  // IPP_PSTATE_*
+    bool accepting = false;
+    char reasons[256] = {};
+    char message[256] = {};
+};
+
+struct JobState {
+    int state = 0;  // IPP_JSTATE_*
+    char reasons[256] = {};
+};
+
+HttpPtr ConnectToServer() {
+    return HttpPtr(httpConnect2(cupsServer(), ippPort(), nullptr, AF_UNSPEC, cupsEncryption(), 1,
+                                kConnectTimeoutMs, nullptr));
+}
+
+void PrinterUri(const char* printer, char* uri, size_t size) {
+    httpAssembleURIf(HTTP_URI_CODING_ALL, uri, static_cast<int>(size), "ipp", nullptr, "localhost",
+                     ippPort(), "/printers/%s", printer);
+}
+
+// The keywords of a multi-valued attribute, comma-separated.
+void JoinValues(ipp_attribute_t* attr, char* out, size_t size) {
+    out[0] = '\0';
+    for (int i = 0; attr != nullptr && i < ippGetCount(attr); ++i) {
+        if (i > 0) AppendText(out, size, ",");
+        const char* value = ippGetString(attr, i, nullptr);
+        AppendText(out, size, value != nullptr ? value : "");
+    }
+}
+
+// The IPP status of a request that failed is a device error when it says the printer is not
+// there or takes no jobs now.
+bool IsDeviceStatus(ipp_status_t status) {
+    return status == IPP_STATUS_ERROR_NOT_FOUND || status == IPP_STATUS_ERROR_NOT_ACCEPTING_JOBS ||
+           status == IPP_STATUS_ERROR_SERVICE_UNAVAILABLE || status == IPP_STATUS_ERROR_BUSY ||
+           status == IPP_STATUS_ERROR_CUPS_PKI || status == IPP_STATUS_ERROR_DEVICE;
+}
+
+int QueryPrinter(http_t* http, const char* printer, PrinterState* out, char* error,
+                 size_t errorSize) {
+    static const char* const kWanted[] = {"printer-state", "printer-is-accepting-jobs",
+                                          "printer-state-reasons", "printer-state-message"};
+    char uri[HTTP_MAX_URI];
+    PrinterUri(printer, uri, sizeof uri);
+    ipp_t* request = ippNewRequest(IPP_OP_GET_PRINTER_ATTRIBUTES);
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri);
+    ippAddStrings(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "requested-attributes", 4, nullptr,
+                  kWanted);
+    IppPtr response(cupsDoRequest(http, request, "/"));
+    ipp_status_t status = cupsLastError();
+    if (response == nullptr || status > IPP_STATUS_OK_CONFLICTING) {
+        if (status == IPP_STATUS_ERROR_NOT_FOUND) {
+            FormatText(error, errorSize,
+                       "Get-Printer-Attributes failed for printer %s: no such printer", printer);
+        } else {
+            FormatText(error, errorSize, "Get-Printer-Attributes failed for printer %s: %s",
+                       printer, cupsLastErrorString());
+        }
+        return IsDeviceStatus(status) || response == nullptr ? kSpoolDeviceError : kSpoolFailed;
+    }
+    ipp_attribute_t* attr = ippFindAttribute(response.get(), "printer-state", IPP_TAG_ENUM);
+    out->state = attr != nullptr ? ippGetInteger(attr, 0) : 0;
+    attr = ippFindAttribute(response.get(), "printer-is-accepting-jobs", IPP_TAG_BOOLEAN);
+    out->accepting = attr == nullptr || ippGetBoolean(attr, 0) != 0;
+    JoinValues(ippFindAttribute(response.get(), "printer-state-reasons", IPP_TAG_KEYWORD),
+               out->reasons, sizeof out->reasons);
+    attr = ippFindAttribute(response.get(), "printer-state-message", IPP_TAG_TEXT);
+    const char* message = attr != nullptr ? ippGetString(attr, 0, nullptr) : nullptr;
+    CopyText(out->message, message != nullptr ? message : "");
+    return kSpoolOk;
+}
+
+int QueryJob(http_t* http, int number, JobState* out, char* error, size_t errorSize) {
+    static const char* const kWanted[] = {"job-state", "job-state-reasons"};
+    char uri[HTTP_MAX_URI];
+    httpAssembleURIf(HTTP_URI_CODING_ALL, uri, sizeof uri, "ipp", nullptr, "localhost", ippPort(),
+                     "/jobs/%d", number);
+    ipp_t* request = ippNewRequest(IPP_OP_GET_JOB_ATTRIBUTES);
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "job-uri", nullptr, uri);
+    ippAddStrings(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "requested-attributes", 2, nullptr,
+                  kWanted);
+    IppPtr response(cupsDoRequest(http, request, "/"));
+    if (response == nullptr || cupsLastError() > IPP_STATUS_OK_CONFLICTING) {
+        FormatText(error, errorSize, "Get-Job-Attributes failed for job %d: %s", number,
+                   cupsLastErrorString());
+        return kSpoolFailed;
+    }
+    ipp_attribute_t* attr = ippFindAttribute(response.get(), "job-state", IPP_TAG_ENUM);
+    out->state = attr != nullptr ? ippGetInteger(attr, 0) : 0;
+    JoinValues(ippFindAttribute(response.get(), "job-state-reasons", IPP_TAG_KEYWORD), out->reasons,
+               sizeof out->reasons);
+    return kSpoolOk;
+}
+
+// A stopped printer holds its jobs, and one that refuses jobs takes none: both mean the
+// device cannot print now.
+int CheckPrinterReady(const PrinterState& state, const char* printer, char* error,
+                      size_t errorSize) {
+    if (state.state == IPP_PSTATE_STOPPED) {
+        FormatText(error, errorSize, "printer %s is stopped (%s%s%s)", printer, state.reasons,
+                   state.message[0] != '\0' ? ": " : "", state.message);
+        return kSpoolDeviceError;
+    }
+    if (!state.accepting) {
+        FormatText(error, errorSize, "printer %s is not accepting jobs (%s)", printer,
+                   state.reasons);
+        return kSpoolDeviceError;
+    }
+    return kSpoolOk;
+}
+
+void CancelJob(SpoolJob* job) {
+    if (job->number <= 0 || job->settled) return;
+    // A document still being sent occupies the connection: cancel over a fresh one.
+    HttpPtr fresh;
+    http_t* http = job->http;
+    if (job->documentOpen || http == nullptr) {
+        fresh = ConnectToServer();
+        http = fresh.get();
+    }
+    if (http != nullptr) cupsCancelJob2(http, job->printer, job->number, 0);
+    job->settled = true;
+}
+
+}  // namespace
+
+void SpoolJobRelease(SpoolJob* job) {
+    if (job == nullptr) return;
+    CancelJob(job);
+    if (job->http != nullptr) httpClose(job->http);
+    delete job;
+}
+
+int SpoolJobStart(const char* printer, const char* title, SpoolFormat format, SpoolJobPtr* job,
+                  char* error, size_t errorSize) {
+    job->reset();
+    HttpPtr http = ConnectToServer();
+    if (http == nullptr) {
+        FormatText(error, errorSize,
+                   "httpConnect2 failed for printer %s: CUPS at %s:%d cannot be reached", printer,
+                   cupsServer(), ippPort());
+        return kSpoolDeviceError;
+    }
+    PrinterState state;
+    int rc = QueryPrinter(http.get(), printer, &state, error, errorSize);
+    if (rc != kSpoolOk) return rc;
+    rc = CheckPrinterReady(state, printer, error, errorSize);
+    if (rc != kSpoolOk) return rc;
+
+    SpoolJobPtr created(new SpoolJob);
+    CopyText(created->printer, printer);
+    created->http = http.release();
+    created->number = cupsCreateJob(created->http, printer, title, 0, nullptr);
+    if (created->number <= 0) {
+        ipp_status_t status = cupsLastError();
+        FormatText(error, errorSize, "cupsCreateJob failed for printer %s: %s", printer,
+                   cupsLastErrorString());
+        return IsDeviceStatus(status) ? kSpoolDeviceError : kSpoolFailed;
+    }
+    const char* mime = format == SpoolFormat::kPdf ? "application/pdf" : CUPS_FORMAT_RAW;
+    if (cupsStartDocument(created->http, printer, created->number, title, mime, 1) !=
+        HTTP_STATUS_CONTINUE) {
+        FormatText(error, errorSize, "cupsStartDocument failed for printer %s (job %d): %s",
+                   printer, created->number, cupsLastErrorString());
+        return kSpoolFailed;
+    }
+    created->documentOpen = true;
+    *job = std::move(created);
+    return kSpoolOk;
+}
+
+int SpoolJobWrite(SpoolJob* job, const void* data, size_t size, char* error, size_t errorSize) {
+    if (cupsWriteRequestData(job->http, static_cast<const char*>(data), size) !=
+        HTTP_STATUS_CONTINUE) {
+        FormatText(error, errorSize, "cupsWriteRequestData failed for printer %s (job %d): %s",
+                   job->printer, job->number, cupsLastErrorString());
+        return kSpoolFailed;
+    }
+    return kSpoolOk;
+}
+
+int SpoolJobFinish(SpoolJob* job, uint32_t timeoutMs, char* error, size_t errorSize) {
+    ipp_status_t finished = cupsFinishDocument(job->http, job->printer);
+    job->documentOpen = false;
+    if (finished > IPP_STATUS_OK_CONFLICTING) {
+        FormatText(error, errorSize, "cupsFinishDocument failed for printer %s (job %d): %s",
+                   job->printer, job->number, cupsLastErrorString());
+        return IsDeviceStatus(finished) ? kSpoolDeviceError : kSpoolFailed;
+    }
+    uint64_t deadline = TickCountMs() + timeoutMs;
+    for (;;) {
+        JobState jobState;
+        int rc = QueryJob(job->http, job->number, &jobState, error, errorSize);
+        if (rc != kSpoolOk) return rc;
+        switch (jobState.state) {
+            case IPP_JSTATE_COMPLETED:
+                job->settled = true;
+                return kSpoolOk;
+            case IPP_JSTATE_CANCELED:
+                job->settled = true;
+                FormatText(error, errorSize, "CUPS job %d on printer %s was canceled (%s)",
+                           job->number, job->printer, jobState.reasons);
+                return kSpoolFailed;
+            case IPP_JSTATE_ABORTED:
+                job->settled = true;
+                FormatText(error, errorSize, "CUPS aborted job %d on printer %s (%s)", job->number,
+                           job->printer, jobState.reasons);
+                return kSpoolDeviceError;
+            case IPP_JSTATE_STOPPED:
+                FormatText(error, errorSize, "CUPS stopped job %d on printer %s (%s)", job->number,
+                           job->printer, jobState.reasons);
+                CancelJob(job);
+                return kSpoolDeviceError;
+            default:
+                break;
+        }
+        // A backend that cannot reach the device stops the printer and keeps the job pending.
+        PrinterState printerState;
+        rc = QueryPrinter(job->http, job->printer, &printerState, error, errorSize);
+        if (rc != kSpoolOk) return rc;
+        if (printerState.state == IPP_PSTATE_STOPPED) {
+            FormatText(error, errorSize, "printer %s stopped with CUPS job %d pending (%s%s%s)",
+                       job->printer, job->number, printerState.reasons,
+                       printerState.message[0] != '\0' ? ": " : "", printerState.message);
+            CancelJob(job);
+            return kSpoolDeviceError;
+        }
+        if (TickCountMs() >= deadline) {
+            FormatText(error, errorSize,
+                       "CUPS job %d on printer %s not printed within %u s (%s; printer: %s)",
+                       job->number, job->printer, timeoutMs / 1000, jobState.reasons,
+                       printerState.message);
+            CancelJob(job);
+            return kSpoolDeviceError;
+        }
+        SleepMs(kPollIntervalMs);
+    }
+}
+
+SpooledJobFate SpooledJobFateOf(const char* printer, int number) {
+    if (printer == nullptr || number <= 0) return SpooledJobFate::kUnknown;
+    HttpPtr http = ConnectToServer();
+    if (http == nullptr) return SpooledJobFate::kUnknown;
+    JobState state;
+    char error[256];
+    if (QueryJob(http.get(), number, &state, error, sizeof error) != kSpoolOk)
+        return cupsLastError() == IPP_STATUS_ERROR_NOT_FOUND ? SpooledJobFate::kGone
+                                                             : SpooledJobFate::kUnknown;
+    if (state.state == IPP_JSTATE_CANCELED || state.state == IPP_JSTATE_ABORTED)
+        return SpooledJobFate::kGone;
+    // Made, but its data never arrived whole: it must not print what it has.
+    if (strstr(state.reasons, "job-incoming") != nullptr) {
+        cupsCancelJob2(http.get(), printer, number, 0);
+        return SpooledJobFate::kGone;
+    }
+    return SpooledJobFate::kTaken;
+}
+
+int SpoolJobNumber(const SpoolJob* job) {
+    return job != nullptr ? job->number : 0;
+}
+
+}  // namespace vx

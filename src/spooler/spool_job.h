@@ -1,0 +1,73 @@
+// One print job sent to the host's print system: CUPS on Linux, the Windows spooler (winspool,
+// RAW data type) on Windows. The data goes in chunks; the job is done when the print system has
+// taken all of it (Linux: when CUPS reports the job completed).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "base/codepage.h"
+
+namespace vx {
+
+// The built-in file printer of the Linux build: jobs for it are written into the output
+// directory, so that a machine without CUPS still prints somewhere visible. The spooler layer
+// reports it as a printer too.
+constexpr char kFilePrinterName[] = "file";
+#if defined(_WIN32)
+constexpr bool kFilePrinterBuiltIn = false;
+// Printer names are passed to the "A" calls in the system's ANSI code page.
+constexpr uint32_t kPrinterNameCodePage = 0;
+#else
+constexpr bool kFilePrinterBuiltIn = true;
+constexpr uint32_t kPrinterNameCodePage = kCodePageUtf8;
+#endif
+
+// How the print system is told to treat the data.
+enum class SpoolFormat {
+    kRaw,  // passed to the device unchanged
+    kPdf,  // PDF for the print system to render (Linux); sent raw on Windows
+};
+
+// Results of the calls below.
+enum SpoolResult {
+    kSpoolOk = 0,
+    kSpoolFailed = -1,       // the print system refused or lost the job for another reason
+    kSpoolDeviceError = -2,  // the printer is unknown, stopped, not accepting jobs or unreachable
+};
+
+struct SpoolJob;
+
+// Cancels a job that was not finished and releases it.
+void SpoolJobRelease(SpoolJob* job);
+
+struct SpoolJobReleaser {
+    void operator()(SpoolJob* job) const { SpoolJobRelease(job); }
+};
+using SpoolJobPtr = std::unique_ptr<SpoolJob, SpoolJobReleaser>;
+
+// Opens the printer and starts a job named title. On failure *job stays empty and error names
+// the call that failed, the printer and the reason ("cupsCreateJob failed for printer X: ...").
+int SpoolJobStart(const char* printer, const char* title, SpoolFormat format, SpoolJobPtr* job,
+                  char* error, size_t errorSize);
+
+// Sends the next piece of the job's data.
+int SpoolJobWrite(SpoolJob* job, const void* data, size_t size, char* error, size_t errorSize);
+
+// Ends the job and waits until the print system has passed it to the device, at most
+// timeoutMs. A job that cannot be delivered is cancelled (the caller may send it again).
+int SpoolJobFinish(SpoolJob* job, uint32_t timeoutMs, char* error, size_t errorSize);
+
+// The print system's number of the job (0 before it has one).
+int SpoolJobNumber(const SpoolJob* job);
+
+// What became of a job that an earlier process gave the print system and then died before it
+// heard the end: the print system holds the whole job (waiting, held, printing or printed); the
+// job is gone (cancelled, aborted, unknown to the print system, or still without all its data,
+// in which case it is cancelled now, so that it never prints in part); or the print system cannot
+// tell.
+enum class SpooledJobFate { kTaken, kGone, kUnknown };
+SpooledJobFate SpooledJobFateOf(const char* printer, int number);
+
+}  // namespace vx
