@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "printlib/afm_file.h"
 #include "printlib/file_printer.h"
+#include "printlib/truetype_metrics.h"
 #include "printlib/zelwin.h"
 #include "spooler/font_metrics.h"
 
@@ -18,6 +19,29 @@ struct FileCloser {
         if (f != nullptr) fclose(f);
     }
 };
+
+// The metrics of an installed font: from the system's font service where there is one, else
+// read from the font's file.
+int InstalledFontMetrics(const char* fontName, bool bold, bool italic, vx::FontMetrics* out,
+                         char* error, size_t errorSize) {
+    int rc = vx::GetSystemFontMetrics(fontName, bold, italic, out, error, errorSize);
+    if (rc != vx::kNoFontService) return rc;
+    char path[vx::kMaxPath];
+    if (vx::FindInstalledFontFile(fontName, bold, italic, path, sizeof path, error, errorSize) != 0)
+        return -1;
+    std::unique_ptr<FILE, FileCloser> file(fopen(path, "rb"));
+    if (file == nullptr) {
+        vx::FormatText(error, errorSize, "font file %s cannot be opened", path);
+        return -1;
+    }
+    char reason[256];
+    if (vx::ReadTrueTypeMetrics(file.get(), out, reason, sizeof reason) != 0) {
+        vx::FormatText(error, errorSize, "font file %s: %s", path, reason);
+        return -1;
+    }
+    vx::CopyText(out->source, sizeof out->source, path);
+    return 0;
+}
 
 }  // namespace
 
@@ -31,8 +55,8 @@ ZELWIN_API int WriteFontMetricFile(const char* fontName, const char* directory, 
     }
     auto metrics = std::make_unique<vx::FontMetrics>();
     char error[512];
-    if (vx::GetInstalledFontMetrics(fontName, flagA != 0, flagB != 0, metrics.get(), error,
-                                    sizeof error) != 0) {
+    if (InstalledFontMetrics(fontName, flagA != 0, flagB != 0, metrics.get(), error,
+                             sizeof error) != 0) {
         return ZEL_RC_FAILED;
     }
     char stem[160];

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-#include "spooler/truetype_font.h"
+#include "spooler/truetype_names.h"
 
 namespace vx {
 

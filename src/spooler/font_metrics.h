@@ -1,5 +1,6 @@
-// The metrics of a font installed on the host, in units of 1/1000 em: what a font metrics file
-// (AFM) states. Windows asks GDI; Linux reads the font's TrueType file itself.
+// The fonts installed on the host and their metrics, in units of 1/1000 em: what a font metrics
+// file (AFM) states. Windows has a font service (GDI) that gives the metrics; on Linux the host's
+// fonts are files, found here and read by whoever needs their metrics.
 #pragma once
 
 #include <cstddef>
@@ -28,10 +29,19 @@ struct FontMetrics {
     int widths[kMetricCodeCount];
 };
 
-// Finds the installed font by name (family, full or PostScript name; Linux also the file name
-// without extension), in the bold and italic variant asked for, and fills its metrics.
-// 0, or -1 with error saying why.
-int GetInstalledFontMetrics(const char* fontName, bool bold, bool italic, FontMetrics* out,
-                            char* error, size_t errorSize);
+// GetSystemFontMetrics's answer where the host has no font service (Linux): the font is a file,
+// see FindInstalledFontFile.
+constexpr int kNoFontService = -2;
+
+// Asks the system's font service for the installed font by name in the bold and italic variant
+// asked for, and fills its metrics. 0, -1 with error saying why, or kNoFontService.
+int GetSystemFontMetrics(const char* fontName, bool bold, bool italic, FontMetrics* out,
+                         char* error, size_t errorSize);
+
+// The file of the installed font that best answers a name (family, full or PostScript name, or
+// the file name without extension) in the bold and italic variant asked for. 0 and its path, or
+// -1 with error saying why (always on Windows, whose fonts are asked for by name).
+int FindInstalledFontFile(const char* fontName, bool bold, bool italic, char* path, size_t cap,
+                          char* error, size_t errorSize);
 
 }  // namespace vx

@@ -1,6 +1,5 @@
 // Installed fonts on Linux: the font files under the usual font directories are searched by the
-// names in their 'name' tables, and the best match is read for its metrics. No font service
-// (fontconfig) is assumed.
+// names in their 'name' tables. No font service (fontconfig) is assumed.
 #include "spooler/font_metrics.h"
 
 #include <strings.h>
@@ -12,7 +11,7 @@
 #include "base/text.h"
 #include "spooler/font_files.h"
 #include "spooler/posix/font_directories.h"
-#include "spooler/truetype_font.h"
+#include "spooler/truetype_names.h"
 
 namespace vx {
 
@@ -69,8 +68,14 @@ int Consider(void* context, const char* path, const char* fileName, const TrueTy
 
 }  // namespace
 
-int GetInstalledFontMetrics(const char* fontName, bool bold, bool italic, FontMetrics* out,
-                            char* error, size_t errorSize) {
+int GetSystemFontMetrics(const char*, bool, bool, FontMetrics*, char* error, size_t errorSize) {
+    CopyText(error, errorSize, "no font service: fonts are files");
+    return kNoFontService;
+}
+
+int FindInstalledFontFile(const char* fontName, bool bold, bool italic, char* path, size_t cap,
+                          char* error, size_t errorSize) {
+    if (path != nullptr && cap > 0) path[0] = '\0';
     Search search{fontName, bold, italic, 0, std::string()};
     for (const std::string& root : HostFontDirectories())
         WalkFontFiles(root.c_str(), Consider, &search);
@@ -78,17 +83,10 @@ int GetInstalledFontMetrics(const char* fontName, bool bold, bool italic, FontMe
         FormatText(error, errorSize, "font \"%s\" not found under the font directories", fontName);
         return -1;
     }
-    StreamPtr file(fopen(search.bestPath.c_str(), "rb"));
-    if (file == nullptr) {
-        FormatText(error, errorSize, "font file %s cannot be opened", search.bestPath.c_str());
+    if (CopyText(path, cap, search.bestPath.c_str()) != search.bestPath.size()) {
+        FormatText(error, errorSize, "font file path too long: %s", search.bestPath.c_str());
         return -1;
     }
-    char reason[256];
-    if (ReadTrueTypeMetrics(file.get(), out, reason, sizeof reason) != 0) {
-        FormatText(error, errorSize, "font file %s: %s", search.bestPath.c_str(), reason);
-        return -1;
-    }
-    CopyText(out->source, sizeof out->source, search.bestPath.c_str());
     return 0;
 }
 

@@ -64,8 +64,15 @@ void OutlineText(const std::vector<char>& block, PSTR field, char* out, size_t c
 
 }  // namespace
 
-int GetInstalledFontMetrics(const char* fontName, bool bold, bool italic, FontMetrics* out,
-                            char* error, size_t errorSize) {
+int FindInstalledFontFile(const char*, bool, bool, char* path, size_t cap, char* error,
+                          size_t errorSize) {
+    if (path != nullptr && cap > 0) path[0] = '\0';
+    CopyText(error, errorSize, "fonts are asked for by name here");
+    return -1;
+}
+
+int GetSystemFontMetrics(const char* fontName, bool bold, bool italic, FontMetrics* out,
+                         char* error, size_t errorSize) {
     *out = FontMetrics{};
     // A screen context where there is a display; a memory context serves without one.
     DcPtr dc(CreateDCA("DISPLAY", nullptr, nullptr, nullptr));

@@ -7,7 +7,8 @@
 #include <memory>
 #include <string>
 
-#include "spooler/truetype_font.h"
+#include "printlib/truetype_metrics.h"
+#include "spooler/truetype_names.h"
 #include "test_support.h"
 
 namespace {
