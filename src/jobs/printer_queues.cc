@@ -17,7 +17,7 @@
 #include "jobs/restart_files.h"
 #include "jobs/zel_wide.h"
 #include "lists/list_lock.h"
-#include "printserver/zelprsrv.h"
+#include "printserver/trace.h"
 
 namespace vx {
 

@@ -2,10 +2,10 @@
 // queues and asks the library for their states.
 #include <algorithm>
 
+#include "printlib/enhanced_queues.h"
 #include "printlib/host_trace.h"
 #include "printlib/job_states.h"
 #include "printlib/library_options.h"
-#include "printlib/printer_queues.h"
 #include "printlib/wide_text.h"
 #include "printlib/zelwin.h"
 #include "spooler/spool_job.h"

@@ -3,7 +3,7 @@
 
 #include "base/fileops.h"
 #include "printlib/host_trace.h"
-#include "printlib/print_job.h"
+#include "printlib/job_delivery.h"
 #include "printlib/wide_text.h"
 #include "printlib/zelwin.h"
 #include "spooler/spool_job.h"

@@ -22,6 +22,7 @@
 #include "lists/swlistman.h"
 #include "printlib/zelwin.h"
 #include "printserver/print_environment.h"
+#include "printserver/trace.h"
 #include "spooler/spooler.h"
 
 namespace vx {
@@ -34,17 +35,6 @@ enum RunMode {
     kRunModeManager = 6,
 };
 
-// Trace levels used throughout the service.
-enum TraceLevel {
-    kTraceError = -1,
-    kTraceBanner = 0,
-    kTraceNormal = 1,
-    kTraceNotable = 5,
-    kTraceDetail = 9,
-    kTraceData = 10,
-};
-
-constexpr size_t kTraceLineSize = 1024;
 constexpr size_t kRegistryTextSize = 1024;
 
 constexpr const char* kDefaultSettingsKey = "Software\\Zel\\Zellpd\\ZELLPD";
@@ -301,9 +291,5 @@ class Czelprsrv {
 
 // The one print-server object of the process (null before InitVorlix and after ExitVorlix).
 extern Czelprsrv* g_prsrv;
-
-// Trace through g_prsrv; nothing happens while there is none.
-void Trace(int level, const char* fmt, ...) VX_PRINTF(2, 3);
-void TraceError(const char* fmt, ...) VX_PRINTF(1, 2);
 
 }  // namespace vx

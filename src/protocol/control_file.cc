@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "base/text.h"
-#include "printserver/zelprsrv.h"
+#include "printserver/trace.h"
 #include "protocol/lpd_receive.h"
 
 namespace vx {

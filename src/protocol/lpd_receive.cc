@@ -11,7 +11,7 @@
 
 #include "base/text.h"
 #include "jobs/job_context.h"
-#include "printserver/zelprsrv.h"
+#include "printserver/trace.h"
 
 namespace vx {
 

@@ -11,7 +11,7 @@
 #include "jobs/restart_files.h"
 #include "net/listener.h"
 #include "printserver/process_locks.h"
-#include "printserver/zelprsrv.h"
+#include "printserver/trace.h"
 #include "service/connections.h"
 #include "service/init_vorlix.h"
 

@@ -1,4 +1,5 @@
-// Printing one job: the code behind PrintFile and behind the enhanced mode's printer workers.
+// Delivering one job to the print system (the spooler, or the built-in file printer): the code
+// behind PrintFile and behind the enhanced mode's printer workers.
 #pragma once
 
 #include "printlib/zelwin.h"

@@ -1,4 +1,4 @@
-#include "printlib/printer_queues.h"
+#include "printlib/enhanced_queues.h"
 
 #include <condition_variable>
 #include <deque>
@@ -10,10 +10,10 @@
 #include "base/fileops.h"
 #include "base/text.h"
 #include "printlib/host_trace.h"
+#include "printlib/job_delivery.h"
 #include "printlib/job_states.h"
 #include "printlib/library_options.h"
 #include "printlib/pending_jobs_file.h"
-#include "printlib/print_job.h"
 #include "printlib/stream_type.h"
 #include "printlib/wide_text.h"
 #include "spooler/spool_job.h"

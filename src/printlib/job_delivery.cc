@@ -1,4 +1,4 @@
-#include "printlib/print_job.h"
+#include "printlib/job_delivery.h"
 
 #include <cerrno>
 #include <cinttypes>
