@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Builds every preset and runs the unit tests: natively, with ASan + UBSan, and the Windows build
-# under Wine in a private prefix made for this run.
+# Builds every preset and runs the unit tests: natively, with ASan + UBSan, the threaded ones with
+# ThreadSanitizer, and the Windows build under Wine in a private prefix made for this run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 start=$(date +%s)
 scripts/install-deps.sh
 
-for preset in linux linux-asan windows; do
+for preset in linux linux-asan linux-tsan windows; do
     echo "== build: $preset"
     cmake --preset "$preset" >/dev/null
     cmake --build --preset "$preset"
@@ -14,10 +14,13 @@ done
 
 failed=0
 log=$(mktemp)
-# Runs one ctest preset, keeping its summary line for the total at the end.
+# Runs one ctest preset, keeping its summary line for the total at the end. The Linux tests run
+# beside a private cupsd (CUPS_SERVER), so that the ones that print through CUPS run too.
 run_tests() {
     echo "== tests: $1"
-    if ! ctest --preset "$1" 2>&1 | tee -a "$log"; then failed=1; fi
+    local runner=()
+    [[ $1 == linux* ]] && runner=(/usr/bin/python3 tests/with_cupsd.py)
+    if ! "${runner[@]}" ctest --preset "$1" 2>&1 | tee -a "$log"; then failed=1; fi
 }
 # Black-box tests of the built executable, for one target.
 run_e2e() {
@@ -28,6 +31,7 @@ run_e2e() {
 }
 run_tests linux
 run_tests linux-asan
+run_tests linux-tsan
 run_e2e linux
 run_e2e linux-asan
 

@@ -47,15 +47,6 @@ int GetSystemDirectoryPath(char* out, size_t cap);
 // "libname.so" link leads to. -1 when the name carries none, and always on Windows.
 int SharedObjectVersion(const char* path, char* out, size_t cap);
 
-// True where the print library that the program is linked with cannot say its version itself
-// and is always of the program's own build (Linux: the libraries are built and installed
-// together); false where it carries a version resource (Windows).
-#if defined(_WIN32)
-constexpr bool kLinkedLibraryVersionIsBuildVersion = false;
-#else
-constexpr bool kLinkedLibraryVersionIsBuildVersion = true;
-#endif
-
 // Owns one loaded library; releases it on destruction.
 class DynLibrary {
   public:

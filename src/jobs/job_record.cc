@@ -15,13 +15,13 @@ struct RecordWithContext {
 };
 }  // namespace
 
-JobRecord* CreateJobRecord() {
+JobRecordPtr CreateJobRecord() {
     auto* both = new (std::nothrow) RecordWithContext;
     if (both == nullptr) return nullptr;
     memset(both, 0, sizeof *both);
     both->record.Copies = 1;
     both->record.Context = &both->context;
-    return &both->record;
+    return JobRecordPtr(&both->record);
 }
 
 void ReleaseJobRecord(JobRecord* record) {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 namespace vx {
 
@@ -34,10 +35,17 @@ struct JobRecord {
     JobContext* Context;  // not stored in the status list
 };
 
-// A new record with its job context (status 0, one copy, everything else empty), or null.
-JobRecord* CreateJobRecord();
 // Releases a record made by CreateJobRecord, with its context.
 void ReleaseJobRecord(JobRecord* record);
+
+struct JobRecordReleaser {
+    void operator()(JobRecord* record) const { ReleaseJobRecord(record); }
+};
+// The owner of a record and its job context.
+using JobRecordPtr = std::unique_ptr<JobRecord, JobRecordReleaser>;
+
+// A new record with its job context (status 0, one copy, everything else empty), or null.
+JobRecordPtr CreateJobRecord();
 
 // Bytes of a JobRecord kept in the job status list.
 constexpr size_t kJobStatusElementSize = offsetof(JobRecord, PrintParam1) + sizeof(int32_t);

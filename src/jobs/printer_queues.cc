@@ -29,6 +29,7 @@
 #include "jobs/restart_files.h"
 #include "jobs/zel_wide.h"
 #include "lists/list_lock.h"
+#include "lists/typed_list.h"
 #include "printserver/trace.h"
 #include "spooler/spooler_seam.h"
 
@@ -80,7 +81,7 @@ int CreatePrinterQueue(const char* printer, PrinterQueue* queue) {
     Trace(kTraceNotable, "Create job list for printer %s\n", printer);
     memset(queue, 0, sizeof *queue);
     CopyText(queue->PrinterName, printer);
-    if (InitList(kPrinterJobListCapacity, sizeof(JobInfo), &queue->JobListId, 1) != 0) {
+    if (TypedList<JobInfo>::Create(kPrinterJobListCapacity, &queue->JobListId, 1) != 0) {
         TraceError("Cannot init job queue\n");
         return -1;
     }
@@ -94,7 +95,7 @@ int CreatePrinterQueue(const char* printer, PrinterQueue* queue) {
     if (queue->hInitEvent == nullptr || queue->hEndEvent == nullptr ||
         queue->hQueueEvent == nullptr) {
         TraceError("Cannot create the events of the queue for printer %s\n", printer);
-    } else if (AppendElement(g_JobQueueList, queue, 0) != 0) {
+    } else if (TypedList<PrinterQueue>(g_JobQueueList).Append(*queue, 0) != 0) {
         TraceError("Error inserting queue for printer %s in list %i\n", printer, g_JobQueueList);
     } else {
         return 0;
@@ -130,7 +131,7 @@ int StartWorker(PrinterQueue* queue) {
 int AppendToQueue(const PrinterQueue& queue, const JobInfo& job) {
     Trace(kTraceDetail, "Insert job %s for printer %s in list %i\n", job.JobId, job.PrinterName,
           queue.JobListId);
-    if (AppendElement(queue.JobListId, &job, 1) != 0) {
+    if (TypedList<JobInfo>(queue.JobListId).Append(job, 1) != 0) {
         TraceError("Error inserting job %s for printer %s in list %i\n", job.JobId, job.PrinterName,
                    queue.JobListId);
         return -1;
@@ -144,10 +145,7 @@ int AppendToQueue(const PrinterQueue& queue, const JobInfo& job) {
 // Copies the first job of the list. Only the worker removes jobs, so it stays first until then.
 bool TakeFirstJob(ListId jobs, JobInfo* job) {
     ListLockHold hold(jobs);
-    void* data = nullptr;
-    if (!hold.Held() || GetFirstElement(jobs, &data, 0) != 0 || data == nullptr) return false;
-    memcpy(job, data, sizeof *job);
-    return true;
+    return hold.Held() && TypedList<JobInfo>(jobs).CopyFirst(job, 0);
 }
 
 // After printing: the job leaves the queue, except an extended-protocol job that met a device
@@ -329,11 +327,9 @@ int VisitQueuedJobs(const char* printer, QueuedJobVisitor visit, void* context) 
     ListLockHold hold(queue.JobListId);
     if (!hold.Held()) return -1;
     int32_t count = 0;
-    void* data = nullptr;
-    for (int rc = GetFirstElement(queue.JobListId, &data, 0); rc == 0 && data != nullptr;
-         rc = GetNextElement(queue.JobListId, &data, 0)) {
-        if (visit(context, count++, *static_cast<const JobInfo*>(data)) != 0) break;
-    }
+    TypedList<JobInfo>(queue.JobListId).ForEach([&](const JobInfo& job) {
+        return visit(context, count++, job) != 0;
+    });
     return count;
 }
 
@@ -342,18 +338,18 @@ void WaitForPrinterWorkers() {
     if (!g_workersEnded) {
         ListLockHold hold(g_JobQueueList);
         if (hold.Held()) {
-            void* data = nullptr;
+            TypedList<PrinterQueue> queues(g_JobQueueList);
             // Wake idle workers at once instead of at their next poll.
-            for (int rc = GetFirstElement(g_JobQueueList, &data, 0); rc == 0 && data != nullptr;
-                 rc = GetNextElement(g_JobQueueList, &data, 0))
-                EvSet(static_cast<const PrinterQueue*>(data)->hQueueEvent);
-            for (int rc = GetFirstElement(g_JobQueueList, &data, 0); rc == 0 && data != nullptr;
-                 rc = GetNextElement(g_JobQueueList, &data, 0)) {
-                const auto* queue = static_cast<const PrinterQueue*>(data);
-                Trace(kTraceDetail, "Waiting for event %p for thread %s\n", queue->hEndEvent,
-                      queue->PrinterName);
-                EvWait(queue->hEndEvent, kWaitInfinite);
-            }
+            queues.ForEach([](const PrinterQueue& queue) {
+                EvSet(queue.hQueueEvent);
+                return false;
+            });
+            queues.ForEach([](const PrinterQueue& queue) {
+                Trace(kTraceDetail, "Waiting for event %p for thread %s\n", queue.hEndEvent,
+                      queue.PrinterName);
+                EvWait(queue.hEndEvent, kWaitInfinite);
+                return false;
+            });
         }
         g_workersEnded = true;
     }
@@ -365,10 +361,8 @@ void WaitForPrinterWorkers() {
 void DismantlePrinterQueues() {
     {
         ListLockHold hold(g_JobQueueList);
-        void* data = nullptr;
-        while (hold.Held() && GetFirstElement(g_JobQueueList, &data, 0) == 0 && data != nullptr) {
-            PrinterQueue queue;
-            memcpy(&queue, data, sizeof queue);
+        PrinterQueue queue;
+        while (hold.Held() && TypedList<PrinterQueue>(g_JobQueueList).CopyFirst(&queue, 0)) {
             EvSet(queue.hQueueEvent);
             EvClose(queue.hQueueEvent);
             ExitList(queue.JobListId);

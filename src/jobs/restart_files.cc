@@ -18,6 +18,7 @@
 #include "jobs/printer_queues.h"
 #include "jobs/restart_record.h"
 #include "lists/list_lock.h"
+#include "lists/typed_list.h"
 #include "printserver/zelprsrv.h"
 #include "spooler/spooler_seam.h"
 
@@ -39,13 +40,12 @@ void SavePrinterQueue(const PrinterQueue& queue) {
     if (!writer.Open()) return;
     {
         ListLockHold hold(queue.JobListId);
-        void* data = nullptr;
         RestartRecord r;
-        for (int rc = GetFirstElement(queue.JobListId, &data, 0); rc == 0 && data != nullptr;
-             rc = GetNextElement(queue.JobListId, &data, 0)) {
-            JobToRecord(*static_cast<const JobInfo*>(data), &r);
+        TypedList<JobInfo>(queue.JobListId).ForEach([&](const JobInfo& job) {
+            JobToRecord(job, &r);
             writer.Write(r);
-        }
+            return false;
+        });
     }
     writer.Commit();
 }
@@ -277,10 +277,10 @@ void SaveQueuesForRestart() {
     std::vector<PrinterQueue> queues;
     {
         ListLockHold hold(g_JobQueueList);
-        void* data = nullptr;
-        for (int rc = GetFirstElement(g_JobQueueList, &data, 0); rc == 0 && data != nullptr;
-             rc = GetNextElement(g_JobQueueList, &data, 0))
-            queues.push_back(*static_cast<const PrinterQueue*>(data));
+        TypedList<PrinterQueue>(g_JobQueueList).ForEach([&](const PrinterQueue& queue) {
+            queues.push_back(queue);
+            return false;
+        });
     }
     for (const PrinterQueue& queue : queues) SavePrinterQueue(queue);
     if (g_Options.NoStatus == 0) SaveStatusList();

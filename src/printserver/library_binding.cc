@@ -75,7 +75,9 @@ void Czelprsrv::ResolvePrintEnvironment(const PrsrvConfig& config) {
         ReadFileVersion(printLibraryPath_, zelwinVersion, sizeof zelwinVersion, productVersion,
                         sizeof productVersion) != 0) {
         zelwinVersion[0] = '\0';
-        if (kLinkedLibraryVersionIsBuildVersion) CopyText(zelwinVersion, VORLIX_FILE_VERSION);
+        // A shared object carries no version resource; the print library the program is linked
+        // with is built and installed with it, so it is of the program's own version.
+        if (kSharedObjectNames) CopyText(zelwinVersion, VORLIX_FILE_VERSION);
     }
     char pdfVersion[64] = "";
     ResolvePdfProduct(pdfVersion, sizeof pdfVersion);

@@ -74,6 +74,9 @@ Czelprsrv::~Czelprsrv() {
     CloseRegistryHandle(pdfKey_);
 
     if (parent_ == nullptr && ownCaches_.lists != nullptr) {
+        // The cache lock before the list lock, as every cache operation takes them: ending a
+        // list traces its memory, which takes the cache lock (it is the trace lock) again.
+        LockHold hold(*cacheLock_);
         if (ownCaches_.intList != kInvalidListId)
             ownCaches_.lists->swlalExitList(ownCaches_.intList);
         if (ownCaches_.stringList != kInvalidListId)

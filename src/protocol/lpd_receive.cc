@@ -7,6 +7,7 @@
 #include "protocol/lpd_receive.h"
 
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "base/text.h"
@@ -48,17 +49,6 @@ struct ControlFiles {
 struct ArrivedDataFile {
     char sentName[kSubcommandLength + 1];
     DataFileReceipt receipt;
-};
-
-// The job records made for one hand-over, released when it is done.
-struct JobRecords {
-    std::vector<JobRecord*> records;
-    JobRecords() = default;
-    JobRecords(const JobRecords&) = delete;
-    JobRecords& operator=(const JobRecords&) = delete;
-    ~JobRecords() {
-        for (JobRecord* r : records) ReleaseJobRecord(r);
-    }
 };
 
 struct Dialogue {
@@ -124,8 +114,8 @@ int ParseFileSubcommand(const char* line, bool control, int64_t* size, char* nam
 
 // The job record of one data file, described by a control file: named in its print lines (the
 // copy count is the number of those lines) or, when it names the file nowhere, as a whole.
-JobRecord* MakeJob(const char* queue, const char* control, const ArrivedDataFile& data) {
-    JobRecord* job = CreateJobRecord();
+JobRecordPtr MakeJob(const char* queue, const char* control, const ArrivedDataFile& data) {
+    JobRecordPtr job = CreateJobRecord();
     if (job == nullptr) return nullptr;
     CopyText(job->PrinterName, queue);
     CopyText(job->JobId, data.receipt.nameUsed);
@@ -149,14 +139,16 @@ void RemoveDataFiles(const ArrivedDataFile* files, size_t count) {
 // are removed.
 int HandOverJobs(Dialogue& d, const ArrivedDataFile* files, size_t count, const char* control) {
     if (count == 0) return 0;
-    JobRecords jobs;
+    // Owned here; job processing copies what it keeps.
+    std::vector<JobRecordPtr> owned;
+    std::vector<JobRecord*> jobs;
     for (size_t i = 0; i < count; ++i) {
-        JobRecord* job = MakeJob(d.queue, control, files[i]);
+        JobRecordPtr job = MakeJob(d.queue, control, files[i]);
         if (job == nullptr) break;
-        jobs.records.push_back(job);
+        jobs.push_back(job.get());
+        owned.push_back(std::move(job));
     }
-    if (jobs.records.size() == count &&
-        d.handOver(d.context, jobs.records.data(), static_cast<int>(count)) == 0) {
+    if (jobs.size() == count && d.handOver(d.context, jobs.data(), static_cast<int>(count)) == 0) {
         d.jobsMade += static_cast<int>(count);
         return 0;
     }

@@ -20,6 +20,7 @@
 #include "jobs/job_lists.h"
 #include "jobs/thread_group.h"
 #include "lists/list_lock.h"
+#include "lists/typed_list.h"
 #include "net/listener.h"
 #include "printserver/zelprsrv.h"
 #include "protocol/connection_handler.h"
@@ -103,7 +104,7 @@ void ReportThreadStartFailure(int error) {
 int CreateConnectionList(int32_t mode) {
     g_listMode = 0;
     if (mode == 0) return 0;
-    int rc = InitList(kConnThreadListCapacity, sizeof(ConnInfo), &g_ConnThreadList, 0);
+    int rc = TypedList<ConnInfo>::Create(kConnThreadListCapacity, &g_ConnThreadList, 0);
     if (rc == 0) g_listMode = mode;
     return rc;
 }
@@ -163,7 +164,7 @@ void AcceptConnection() {
         ServeConnection(info);
         return;
     }
-    AppendElement(g_ConnThreadList, &info, 1);
+    TypedList<ConnInfo>(g_ConnThreadList).Append(info, 1);
 
     int error = StartConnectionThread(info);
     if (error == 0) {
@@ -186,9 +187,8 @@ void WaitForConnectionThreads() {
     for (;;) {
         ListLockHold hold(g_ConnThreadList);
         if (!hold.Held()) break;
-        void* data = nullptr;
-        if (GetFirstElement(g_ConnThreadList, &data, 0) != 0 || data == nullptr) break;
-        auto* first = static_cast<ConnInfo*>(data);
+        ConnInfo* first = TypedList<ConnInfo>(g_ConnThreadList).First(0);
+        if (first == nullptr) break;
         Trace(kTraceDetail, "Wait for connection event %p for connection %i for list %i\n",
               first->hEventQueue, first->Connection.niHandle, g_ConnThreadList);
         if (EvWait(first->hEventQueue, kShutdownPollMs) == kWaitSignaled) {

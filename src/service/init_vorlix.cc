@@ -10,6 +10,7 @@
 #include "jobs/print_backend.h"
 #include "jobs/printer_queue.h"
 #include "jobs/printer_queues.h"
+#include "lists/typed_list.h"
 #include "net/listener.h"
 #include "printserver/service_events.h"
 #include "printserver/zelprsrv.h"
@@ -44,7 +45,7 @@ int CreateJobLists(int pendingJobsMode, uint32_t* pendingJobs) {
         TraceError("InitVorlix: cannot init job status list - aborting\n");
         return rc;
     }
-    rc = InitList(kJobQueueListCapacity, sizeof(PrinterQueue), &g_JobQueueList, 0);
+    rc = TypedList<PrinterQueue>::Create(kJobQueueListCapacity, &g_JobQueueList, 0);
     if (rc != 0) {
         DestroyJobLists();
         TraceError("InitVorlix: cannot init job queue list - aborting\n");

@@ -93,13 +93,29 @@ def test_print_environment_report(vorlix, cups):
     assert any(cp.PRINTING in p.read_text(errors="replace") for p in reports)
 
 
-def test_pending_jobs_of_the_enhanced_mode(vorlix, cups):
+def test_pending_jobs_of_the_enhanced_mode_are_listed_not_printed(vorlix, cups, tmp_path):
+    sink = cups.sink(cp.PRINTING)
+    files = [tmp_path / "a.bin", tmp_path / "b.bin"]
+    for seed, path in enumerate(files):
+        random_file(path, 500, seed)
+    # Two jobs the print library kept for its next start, in the file beside the output
+    # directory where it keeps them.
+    pending = vorlix.home / "zelwin_pending_jobs.txt"
+    kept = "# zelwin pending jobs 1\n" + "".join(
+        f"{cp.PRINTING}\t{vorlix.native_path(path)}\tdfA00{n}\tuser:report{n}\tuser\t1\t0\n"
+        for n, path in enumerate(files))
+    pending.write_text(kept)
     vorlix.set_values({"UseEnhancedSW": "1"})
     r = vorlix.run("-l")
     assert r.rc == 0
     lines = texts(vorlix)
-    assert "Pending jobs:" in lines
-    assert ASTERISKS in lines
+    listed = lines[lines.index("Pending jobs:") + 1:]
+    for n, path in enumerate(files):
+        assert f"{cp.PRINTING} {vorlix.native_path(path)} dfA00{n} user:report{n} user" in listed
+    # Still kept for the next start.
+    still = pending.read_text()
+    assert all(f"\tdfA00{n}\t" in still for n in range(len(files))), still
+    assert sink.wait_for_jobs(1, timeout=3) == []
 
 
 def test_font_metrics_file(vorlix):

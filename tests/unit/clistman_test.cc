@@ -22,25 +22,28 @@ int OrderInt(const void* a, const void* b, int, void*) {
     return (x > y) - (x < y);
 }
 
-std::string Allocation(const char* label, size_t size) {
-    return std::string("swlistman ") + label + " " + std::to_string(size);
-}
-
-TEST(ClistMan, ListsStartWith50NodesUncountedUnderTheObjectsLabels) {
+TEST(ClistMan, ListsGrowPastTheirFirstNodesKeepingEveryElementUncounted) {
     vxtest::RecordingHooks hooks;
     {
-        ClistMan man(24, &hooks.hooks);
+        ClistMan man(sizeof(int32_t), &hooks.hooks);
         const uint32_t before = ListMemoryInUse();
         ListId id = kInvalidListId;
         ASSERT_EQ(man.swlalInitList(0, &id), 0);
-        char element[24] = {};
-        for (int i = 0; i < 51; ++i) ASSERT_EQ(man.swlalAppendElement(id, element, 1), 0);
-        EXPECT_EQ(hooks.allocations,
-                  (Texts{Allocation("PLISTHEADER", sizeof(ListHeader)),
-                         Allocation("PLISTHEADER (Start of Elements)", 50 * sizeof(ListElement)),
-                         Allocation("PLISTHEADER (Start of Data)", 50 * 24),
-                         Allocation("PLISTHEADER (Start of Elements)", 100 * sizeof(ListElement)),
-                         Allocation("PVOID", 50 * 24)}));
+        // Past the 50 nodes a list starts with, and past the next growth as well.
+        constexpr int32_t kCount = 120;
+        for (int32_t i = 0; i < kCount; ++i) ASSERT_EQ(man.swlalAppendElement(id, &i, 1), 0);
+        int32_t count = 0;
+        EXPECT_EQ(man.swlalGetNumberOfElements(id, &count, 1), 0);
+        EXPECT_EQ(count, kCount);
+        std::vector<int32_t> read;
+        void* data = nullptr;
+        for (int rc = man.swlalGetFirstElement(id, &data, 1); rc == 0 && data != nullptr;
+             rc = man.swlalGetNextElement(id, &data, 1))
+            read.push_back(*static_cast<int32_t*>(data));
+        std::vector<int32_t> expected(kCount);
+        for (int32_t i = 0; i < kCount; ++i) expected[i] = i;
+        EXPECT_EQ(read, expected);
+        // The object's lists are not part of the list memory the service reports.
         EXPECT_EQ(ListMemoryInUse(), before);
     }
     EXPECT_EQ(hooks.live, 0);  // the object ends the lists left open

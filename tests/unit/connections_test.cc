@@ -46,20 +46,27 @@ class Sender {
                   vx::kNiOk);
     }
     // Everything the service answers until it closes the connection.
-    std::string Answer() {
+    std::string Answer() { return Read(kHangGuardMs); }
+    // What has arrived so far, without waiting; closed_ tells whether the service has closed.
+    std::string Arrived() { return Read(vx::kNiPoll); }
+    bool Closed() const { return closed_; }
+
+  private:
+    std::string Read(int timeoutMs) {
         std::string got;
         vx::NiSetSingleRead(handle_, true);
         for (;;) {
             char buffer[4096];
             int32_t count = 0;
-            int rc = vx::NiRawRead(handle_, buffer, sizeof buffer, kHangGuardMs, &count);
+            int rc = vx::NiRawRead(handle_, buffer, sizeof buffer, timeoutMs, &count);
             got.append(buffer, static_cast<size_t>(count));
+            if (rc == vx::kNiClosed) closed_ = true;
             if (rc != vx::kNiOk) return got;
         }
     }
 
-  private:
     vx::NiHandle handle_ = vx::kNiNoHandle;
+    bool closed_ = false;
 };
 
 class Connections : public vxtest::PrsrvFixture {
@@ -84,38 +91,37 @@ class Connections : public vxtest::PrsrvFixture {
         vx::g_prsrv = nullptr;
     }
 
-    std::string Log() { return vxtest::ReadTextFile(prsrv_->MainLogPath()); }
-    int LogCount(const std::string& text) { return vxtest::CountOccurrences(Log(), text); }
-
     std::unique_ptr<vx::Czelprsrv> prsrv_;
     uint16_t port_ = 0;
 };
 
 TEST_F(Connections, AcceptAndEndKeepToTheModeTheListWasMadeWith) {
+    // Only a guard: a connection served in line would otherwise wait minutes for its command.
+    vx::g_ListenerParams.NiReadTimeout = kHangGuardMs;
     ASSERT_EQ(vx::CreateConnectionList(1), 0);
     EXPECT_NE(vx::g_ConnThreadList, vx::kInvalidListId);
     vx::g_Options.ConnectionMode = 0;  // changed while the service runs
     {
-        Sender sender(port_, kVersionQuery);
+        // A thread of its own waits for the command: the accept returns before it is sent.
+        Sender sender(port_, nullptr);
         vx::AcceptConnection();
+        sender.Send(kVersionQuery);
         EXPECT_EQ(sender.Answer().rfind(kVersionAnswer, 0), 0u);
     }
     vx::WaitForConnectionThreads();
-    EXPECT_EQ(LogCount("Start new connection thread\n"), 1);
-    EXPECT_EQ(LogCount("Enter connection loop\n"), 1);
 
     vx::DestroyConnectionList();
     ASSERT_EQ(vx::CreateConnectionList(0), 0);
     EXPECT_EQ(vx::g_ConnThreadList, vx::kInvalidListId);
     vx::g_Options.ConnectionMode = 1;
     {
+        // Served by the accepting thread: answered and closed when the accept returns.
         Sender sender(port_, kVersionQuery);
-        vx::AcceptConnection();  // served by this thread: the answer is complete on return
-        EXPECT_EQ(sender.Answer().rfind(kVersionAnswer, 0), 0u);
+        vx::AcceptConnection();
+        EXPECT_EQ(sender.Arrived().rfind(kVersionAnswer, 0), 0u);
+        EXPECT_TRUE(sender.Closed());
     }
     vx::WaitForConnectionThreads();
-    EXPECT_EQ(LogCount("Start new connection thread\n"), 1);
-    EXPECT_EQ(LogCount("Enter connection loop\n"), 1);
 }
 
 TEST_F(Connections, EndOfServiceWaitsUntilEveryConnectionThreadHasLeft) {
@@ -132,13 +138,11 @@ TEST_F(Connections, EndOfServiceWaitsUntilEveryConnectionThreadHasLeft) {
     for (auto& sender : senders) sender->Send(kVersionQuery);
     vx::WaitForConnectionThreads();
 
-    std::string log = Log();
-    EXPECT_EQ(vxtest::CountOccurrences(log, "End connection thread\n"), kConnections);
-    size_t lastEnd = log.rfind("End connection thread\n");
-    size_t finish = log.find("Finish connection loop.\n");
-    ASSERT_NE(finish, std::string::npos);
-    EXPECT_LT(lastEnd, finish);
-    for (auto& sender : senders) EXPECT_EQ(sender->Answer().rfind(kVersionAnswer, 0), 0u);
+    // When the wait returns, every sender has its whole answer and its connection is closed.
+    for (auto& sender : senders) {
+        EXPECT_EQ(sender->Arrived().rfind(kVersionAnswer, 0), 0u);
+        EXPECT_TRUE(sender->Closed());
+    }
 }
 
 }  // namespace

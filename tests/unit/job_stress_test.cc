@@ -2,6 +2,7 @@
 // once, each printer gets exactly one queue, and one receiver's jobs for a printer keep their
 // order.
 #include <map>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -53,8 +54,12 @@ TEST_F(JobStressTest, EveryJobPrintsOnceAndInOrderPerReceiver) {
     std::map<std::string, int> times;
     // Per printer and receiver: the last job number printed.
     std::map<std::string, int> last;
+    // Per printer: the threads that printed its jobs (one worker each, even when queues were
+    // created in races).
+    std::map<std::string, std::set<std::thread::id>> workers;
     for (const vxtest::PrintCall& call : calls) {
         ++times[call.jobId];
+        workers[call.printer].insert(call.thread);
         size_t cut = call.jobId.find('_');
         ASSERT_NE(cut, std::string::npos);
         std::string receiver = call.jobId.substr(0, cut);
@@ -71,7 +76,8 @@ TEST_F(JobStressTest, EveryJobPrintsOnceAndInOrderPerReceiver) {
     EXPECT_EQ(times.size(), total);
     for (const auto& [jobId, n] : times) EXPECT_EQ(n, 1) << jobId;
     EXPECT_EQ(Count(g_JobQueueList), kPrinters);
-    EXPECT_EQ(LogCount("Start working thread for printer "), kPrinters);
+    EXPECT_EQ(workers.size(), static_cast<size_t>(kPrinters));
+    for (const auto& [printer, threads] : workers) EXPECT_EQ(threads.size(), 1u) << printer;
 }
 
 }  // namespace

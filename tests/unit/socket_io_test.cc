@@ -86,20 +86,16 @@ TEST_F(NetFixture, ParametersAreReadWithTimeOutsInMilliseconds) {
     EXPECT_EQ(p.send_with_null, 1);
 }
 
-TEST_F(NetFixture, MissingParametersTakeTheirDefaultsAndPortsAreSixteenBits) {
-    Seed("NiReadTimeout", "-1");
-    Seed("LPDPort", "70000");
-    Seed("send_with_null", "0");
+TEST_F(NetFixture, PortBeyondSixteenBitsListensOnItsLowSixteenBits) {
+    uint16_t port = FreePort();
+    Seed("LPDPort", std::to_string(port + 65536));
     Start();
-    vx::ReadListenerParams(*prsrv_);
-    const vx::ListenerParams& p = vx::g_ListenerParams;
-    EXPECT_EQ(p.NiReadTimeout, -1);
-    EXPECT_EQ(p.NiReadLoopBreak, -1);
-    EXPECT_EQ(p.NiWriteTimeout, -1);
-    EXPECT_EQ(p.NiAcceptTimeout, 5000);
-    EXPECT_EQ(p.NiSpinReadTime, 1000);
-    EXPECT_EQ(p.LPDPort, 70000 - 65536);
-    EXPECT_EQ(p.send_with_null, 0);
+    vx::NiHandle listen = vx::kNiNoHandle;
+    ASSERT_EQ(vx::StartListening(&listen), 0);
+    vx::NiHandle client = vx::kNiNoHandle;
+    EXPECT_EQ(vx::NiConnect("127.0.0.1", std::to_string(port).c_str(), 5000, &client), vx::kNiOk);
+    vx::NiCloseHandle(client);
+    vx::NiCloseHandle(listen);
 }
 
 TEST_F(NetFixture, TimeOutsTooLongForMillisecondsWaitTheLongestTimeInstead) {
