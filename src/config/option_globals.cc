@@ -51,10 +51,21 @@ constexpr std::array<OptionGlobalEntry, kCount> InReadingOrder() {
 
 constexpr std::array<OptionGlobalEntry, kCount> kOptionGlobals = InReadingOrder();
 
-// Every global has its row, every reading position one global, and no other row has one.
+// Every global has its row, every reading position one global, and no other row has one. Names
+// are compared, not the table's pointers: GCC cannot compare those with null at compile time in a
+// sanitizer build.
 constexpr bool EveryGlobalHasItsPlace() {
-    for (const OptionGlobalEntry& entry : kOptionGlobals) {
-        if (entry.setting == nullptr || entry.field == nullptr) return false;
+    for (size_t place = 1; place <= kCount; ++place) {
+        int rows = 0;
+        for (const Setting& setting : kSettings) {
+            if (setting.startOrder != place) continue;
+            ++rows;
+            bool hasGlobal = false;
+            for (const FieldOfSetting& f : kFields)
+                hasGlobal = hasGlobal || std::string_view(f.name) == setting.name;
+            if (!hasGlobal) return false;
+        }
+        if (rows != 1) return false;
     }
     size_t withPlace = 0;
     for (const Setting& setting : kSettings) {

@@ -8,6 +8,7 @@
 // (IntSettingName, BuiltInDefault, BuiltInText).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -197,10 +198,20 @@ constexpr const Setting* FindSetting(const char* name) {
 // asked for): a call from a consteval function makes the build fail there.
 inline void NameIsNotInTheSettingsTable() {}
 
+// The position of a name's row, or -1. The checks below compare positions, not pointers: GCC
+// cannot compare a pointer into the table with null at compile time in a sanitizer build.
+constexpr int SettingIndex(const char* name) {
+    std::string_view wanted(name);
+    for (size_t i = 0; i < sizeof kSettings / sizeof kSettings[0]; ++i) {
+        if (wanted == kSettings[i].name) return static_cast<int>(i);
+    }
+    return -1;
+}
+
 consteval const Setting* RequireSetting(const char* name) {
-    const Setting* setting = FindSetting(name);
-    if (setting == nullptr) NameIsNotInTheSettingsTable();
-    return setting;
+    int index = SettingIndex(name);
+    if (index < 0) NameIsNotInTheSettingsTable();
+    return &kSettings[index];
 }
 
 // The default of an integer setting named in code.
