@@ -13,6 +13,7 @@
 #include "printlib/job_data.h"
 #include "printlib/library_options.h"
 #include "spooler/spool_job.h"
+#include "spooler/spooler.h"
 
 namespace zel {
 
@@ -137,7 +138,8 @@ int PrintOneJob(const ZelHost* host, const PrintRequest& request) {
     bool pdfAsRaw = OptionValue(host, job.printer, "PDFasRAW", 0) != 0;
     vx::SpoolFormat format = job.streamType == ZEL_STREAM_PDF && !pdfAsRaw ? vx::SpoolFormat::kPdf
                                                                            : vx::SpoolFormat::kRaw;
-    bool toFile = vx::kFilePrinterBuiltIn && strcmp(job.printer, vx::kFilePrinterName) == 0;
+    const char* builtIn = vx::BuiltInPrinterName();
+    bool toFile = builtIn != nullptr && strcmp(job.printer, builtIn) == 0;
     TraceLine(host, 9,
               "PrintFile: job %s: file %s (%" PRId64 " bytes) x %d copies to %s %s as %s\n", jobId,
               job.fileName, vx::FsSize(job.fileName), job.copies,

@@ -11,18 +11,12 @@
 
 namespace vx {
 
-// The built-in file printer of the Linux build: jobs for it are written into the output
-// directory, so that a machine without CUPS still prints somewhere visible. The spooler layer
-// reports it as a printer too.
+// The built-in file printer of the Linux build (BuiltInPrinterName): jobs for it are written into
+// the output directory, so that a machine without CUPS still prints somewhere visible. The
+// spooler layer reports it as a printer too.
 constexpr char kFilePrinterName[] = "file";
-#if defined(_WIN32)
-constexpr bool kFilePrinterBuiltIn = false;
-// Printer names are passed to the "A" calls in the system's ANSI code page.
-constexpr uint32_t kPrinterNameCodePage = 0;
-#else
-constexpr bool kFilePrinterBuiltIn = true;
-constexpr uint32_t kPrinterNameCodePage = kCodePageUtf8;
-#endif
+// Printer names are passed to the print system in the code page of its narrow-text calls.
+constexpr uint32_t kPrinterNameCodePage = kCodePageNarrowApi;
 
 // How the print system is told to treat the data.
 enum class SpoolFormat {

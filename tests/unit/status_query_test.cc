@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/codepage.h"
 #include "base/ni.h"
 #include "fake_spooler.h"
 #include "jobs_fixture.h"
@@ -359,7 +360,7 @@ TEST_F(StatusQueryTest, InstalledPrintersAreSentTextByTextWithAcknowledgements) 
     spooler().printers["lp"].location = "Raum 101";
     spooler().printers["lp"].driver = "Raw";
     // A name beyond ASCII, in the host's code page; it goes out in UTF-8.
-    spooler().printers[vx::kFilePrinterBuiltIn ? "B\xC3\xBCro" : "B\xFCro"];
+    spooler().printers[vx::kCodePageNarrowApi == vx::kCodePageUtf8 ? "B\xC3\xBCro" : "B\xFCro"];
     bool answered = false;
     std::thread service([&] { answered = vx::GetInstalledPrinters(&socket_); });
     std::vector<std::string> texts = AnswerTexts(pair_);
