@@ -99,10 +99,11 @@ def test_pending_jobs_of_the_enhanced_mode_are_listed_not_printed(vorlix, cups, 
     for seed, path in enumerate(files):
         random_file(path, 500, seed)
     # Two jobs the print library kept for its next start, in the file beside the output
-    # directory where it keeps them.
+    # directory where it keeps them. A backslash inside a field is written doubled.
     pending = vorlix.home / "zelwin_pending_jobs.txt"
     kept = "# zelwin pending jobs 1\n" + "".join(
-        f"{cp.PRINTING}\t{vorlix.native_path(path)}\tdfA00{n}\tuser:report{n}\tuser\t1\t0\n"
+        f"{cp.PRINTING}\t{str(vorlix.native_path(path)).replace(chr(92), chr(92) * 2)}"
+        f"\tdfA00{n}\tuser:report{n}\tuser\t1\t0\n"
         for n, path in enumerate(files))
     pending.write_text(kept)
     vorlix.set_values({"UseEnhancedSW": "1"})
