@@ -1,6 +1,6 @@
 // The built-in default of every integer setting, as the settings table gives it: what a missing
 // registry value means, and what the environment report shows beside each value.
-#include <string_view>
+#include <cstddef>
 
 #include "printserver/settings_table.h"
 #include "printserver/zelprsrv.h"
@@ -9,13 +9,22 @@ namespace vx {
 
 namespace {
 
+// Stops at the first differing character, so that comparing every pair of the table stays
+// within the compilers' limits for constant evaluation.
+constexpr bool SameName(const char* a, const char* b) {
+    while (*a != '\0' && *a == *b) {
+        ++a;
+        ++b;
+    }
+    return *a == *b;
+}
+
 constexpr bool SettingNamesAreUnique() {
-    for (const Setting& a : kSettings) {
-        int seen = 0;
-        for (const Setting& b : kSettings) {
-            if (std::string_view(a.name) == b.name) ++seen;
+    constexpr size_t count = sizeof kSettings / sizeof kSettings[0];
+    for (size_t i = 0; i < count; ++i) {
+        for (size_t j = i + 1; j < count; ++j) {
+            if (SameName(kSettings[i].name, kSettings[j].name)) return false;
         }
-        if (seen != 1) return false;
     }
     return true;
 }

@@ -320,7 +320,10 @@ std::string FormatValue(const Value& v) {
 
 void AppendEntry(const Entry& e, const char* eol, std::string* out) {
     if (!e.raw.empty()) {
-        for (const std::string& line : e.raw) *out += line + eol;
+        // A line that kept a carriage return of its own stood before a CR LF: the reader takes
+        // one CR off every line, so only a CR LF brings it back as it was.
+        for (const std::string& line : e.raw)
+            *out += line + (!line.empty() && line.back() == '\r' ? "\r\n" : eol);
     } else if (e.isValue) {
         *out += FormatValue(e.value) + eol;
     }
