@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Builds every preset and runs the unit tests: natively, with ASan + UBSan, the threaded ones with
-# ThreadSanitizer, and the Windows build under Wine in a private prefix made for this run.
+# ThreadSanitizer, the Windows build under Wine in a private prefix made for this run, and runs
+# each fuzz target for 20 seconds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 start=$(date +%s)
 scripts/install-deps.sh
 
-for preset in linux linux-asan linux-tsan windows; do
+for preset in linux linux-asan linux-tsan windows fuzz; do
     echo "== build: $preset"
     cmake --preset "$preset" >/dev/null
     cmake --build --preset "$preset"
@@ -34,6 +35,13 @@ run_tests linux-asan
 run_tests linux-tsan
 run_e2e linux
 run_e2e linux-asan
+
+# Every fuzz target 20 s on its seed corpus, under ASan + UBSan.
+echo "== fuzz"
+if ! scripts/fuzz.sh 20; then
+    failed=1
+    echo "fuzz: failed" >>"$log"
+fi
 
 echo "== tests: windows (Wine)"
 WINEPREFIX=$(mktemp -d /tmp/vorlix-wine.XXXXXX)
