@@ -318,12 +318,16 @@ std::string FormatValue(const Value& v) {
     return line;
 }
 
+// A line as it was read. One that kept a carriage return of its own stood before a CR LF: the
+// reader takes one CR off every line, so only a CR LF brings it back as it was.
+void AppendLine(const std::string& line, const char* eol, std::string* out) {
+    *out += line;
+    *out += !line.empty() && line.back() == '\r' ? "\r\n" : eol;
+}
+
 void AppendEntry(const Entry& e, const char* eol, std::string* out) {
     if (!e.raw.empty()) {
-        // A line that kept a carriage return of its own stood before a CR LF: the reader takes
-        // one CR off every line, so only a CR LF brings it back as it was.
-        for (const std::string& line : e.raw)
-            *out += line + (!line.empty() && line.back() == '\r' ? "\r\n" : eol);
+        for (const std::string& line : e.raw) AppendLine(line, eol, out);
     } else if (e.isValue) {
         *out += FormatValue(e.value) + eol;
     }
@@ -406,7 +410,7 @@ std::string Serialize(const Document& doc) {
     for (const Entry& e : doc.preamble) AppendEntry(e, eol, &out);
     if (!doc.preamble.empty()) out += eol;
     for (const Section& s : doc.sections) {
-        out += s.header + eol;
+        AppendLine(s.header, eol, &out);
         for (const Entry& e : s.entries) AppendEntry(e, eol, &out);
         out += eol;
     }
