@@ -353,6 +353,23 @@ TEST_F(Registry, RewriteKeepsWhatItDoesNotEdit) {
     EXPECT_EQ(vxtest::CountOccurrences(file, "[HKEY_CURRENT_USER\\"), 1);
 }
 
+// A line with a stray carriage return before its CR LF, in a file of LF lines, is carried along
+// byte for byte however often the file is rewritten.
+TEST_F(Registry, StrayCarriageReturnsSurviveRewrites) {
+    const std::string odd = "odd line\r\r\n";
+    ASSERT_TRUE(vxtest::WriteWholeFile(
+        HiveFile(),
+        "Windows Registry Editor Version 5.00\n\n[HKEY_CURRENT_USER\\" + path_ + "]\r\r\n" + odd));
+    CREATE_KEY(key);
+    for (const char* value : {"first", "second"}) {
+        ASSERT_EQ(Set(key, "Value", value), vx::kRegOk);
+        std::string file = vxtest::ReadWholeFile(HiveFile());
+        EXPECT_EQ(vxtest::CountOccurrences(file, odd), 1) << file;
+        EXPECT_EQ(vxtest::CountOccurrences(file, "]\r\r\n"), 1) << file;
+    }
+    EXPECT_EQ(Query(key, "Value"), "second");
+}
+
 TEST_F(Registry, EveryCallSeesTheFileAsItIsNow) {
     CREATE_KEY(key);
     ASSERT_EQ(Set(key, "LogLevel", "1"), vx::kRegOk);
