@@ -89,6 +89,10 @@ TEST_F(PrinterQueuesTest, DeviceErrorDeletesAnLpdJobButStopsToo) {
     WaitForStop();
     EXPECT_EQ(g_StopReason, kStopDeviceContext);
     EXPECT_TRUE(Queued("P1").empty());
+    // The restart will not bring it back: the trace says so, naming the job.
+    EXPECT_EQ(LogCount("Error: Job u1 for printer P1 dropped: the print system refused it (rc = "
+                       "11)\n"),
+              1);
 }
 
 TEST_F(PrinterQueuesTest, LastRetryOrIgnoreDCErrorDeletesWithoutStop) {
