@@ -370,6 +370,17 @@ TEST_F(Registry, StrayCarriageReturnsSurviveRewrites) {
     EXPECT_EQ(Query(key, "Value"), "second");
 }
 
+// A hex value cut off by a blank line after its continuation backslash stays cut when the file
+// is rewritten: the value after it is not swallowed.
+TEST_F(Registry, CutContinuationStaysCutOnRewrite) {
+    ASSERT_TRUE(vxtest::WriteWholeFile(
+        HiveFile(), "Windows Registry Editor Version 5.00\n\n[HKEY_CURRENT_USER\\" + path_ +
+                        "]\n\"Cut\"=hex:01,\\\n\n\"Next\"=\"kept\"\n"));
+    CREATE_KEY(key);
+    ASSERT_EQ(Set(key, "Value", "x"), vx::kRegOk);
+    EXPECT_EQ(Query(key, "Next"), "kept") << vxtest::ReadWholeFile(HiveFile());
+}
+
 TEST_F(Registry, EveryCallSeesTheFileAsItIsNow) {
     CREATE_KEY(key);
     ASSERT_EQ(Set(key, "LogLevel", "1"), vx::kRegOk);

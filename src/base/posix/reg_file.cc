@@ -328,6 +328,10 @@ void AppendLine(const std::string& line, const char* eol, std::string* out) {
 void AppendEntry(const Entry& e, const char* eol, std::string* out) {
     if (!e.raw.empty()) {
         for (const std::string& line : e.raw) AppendLine(line, eol, out);
+        // Lines that end in a backslash but were not continued stood before a blank line, which
+        // ended them: without it the next line would be read as their continuation.
+        std::string last = Trim(e.raw.back());
+        if (!last.empty() && last.back() == '\\') *out += eol;
     } else if (e.isValue) {
         *out += FormatValue(e.value) + eol;
     }
