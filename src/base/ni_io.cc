@@ -52,6 +52,8 @@ int NiPeekEx(NiHandle handle, NiPeekMode mode, int timeoutMs) {
     if (!ConnectionEntry(handle, &timeoutMs, &entry)) return kNiInvalidHandle;
     Deadline deadline(timeoutMs);
     bool forWrite = mode == kNiPeekWrite;
+    // A connection waiting here for its sender is idle: it may be shut down to make room.
+    if (!forWrite) NiTableNoteWait(handle, true);
     int rc = kNiTimeout;
     for (;;) {
         // Looking first lets a time-out of 0 still see what is already there.
@@ -71,6 +73,7 @@ int NiPeekEx(NiHandle handle, NiPeekMode mode, int timeoutMs) {
             break;
         }
     }
+    if (!forWrite) NiTableNoteWait(handle, false);
     if (rc == kNiTimeout)
         NiTraceWrite(3, "NiPeekEx: handle %d time-out after %d ms", handle, timeoutMs);
     else if (rc == kNiOk || rc == kNiClosed)
@@ -88,6 +91,7 @@ int NiRawRead(NiHandle handle, void* buffer, int32_t length, int timeoutMs, int3
         !ConnectionEntry(handle, &timeoutMs, &entry))
         return kNiInvalidHandle;
     Deadline deadline(timeoutMs);
+    if (timeoutMs != kNiPoll) NiTableNoteWait(handle, true);
     char* into = static_cast<char*>(buffer);
     int32_t got = 0;
     int rc = kNiOk;
@@ -105,6 +109,8 @@ int NiRawRead(NiHandle handle, void* buffer, int32_t length, int timeoutMs, int3
     // Bytes that arrived before the peer closed (or the connection failed) are delivered first;
     // the next read reports the end.
     if (got > 0 && rc != kNiTimeout) rc = kNiOk;
+    if (timeoutMs != kNiPoll) NiTableNoteWait(handle, false);
+    if (got > 0) NiTableNoteBytes(handle);
     *count = got;
     if (rc == kNiOk || rc == kNiTimeout || rc == kNiClosed)
         NiTraceWrite(3, "NiRawRead: handle %d, %d of %d bytes (rc = %d)", handle, got, length, rc);

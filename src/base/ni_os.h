@@ -15,7 +15,9 @@ namespace vx {
 using NiOsSocket = uint64_t;
 constexpr NiOsSocket kNiOsNoSocket = ~uint64_t{0};
 
-// Once per process (Winsock start-up); 0 or an Ni result.
+// Once per process (Winsock start-up; elsewhere the limit of open files is raised as far as the
+// system allows, so that the handle table, not that limit, bounds the connections); 0 or an Ni
+// result.
 int NiOsStartup();
 // The system's code of the last failed socket call, for trace lines.
 int NiOsLastError();
@@ -27,7 +29,8 @@ int NiOsConnect(const char* host, const char* service, int timeoutMs, NiOsSocket
 // A listening socket on *port for all interfaces (*port 0: the system's choice, written back);
 // *dualStack tells whether it is an IPv6 socket that also takes IPv4 peers.
 int NiOsListen(uint16_t* port, NiOsSocket* out, bool* dualStack);
-// Takes one waiting connection; kNiTimeout when none is waiting.
+// Takes one waiting connection; kNiTimeout when none is waiting, kNiNoFreeHandle when the process
+// or the system has no descriptor to spare.
 int NiOsAccept(NiOsSocket listener, NiOsSocket* out, NiAddress* peer);
 bool NiOsIsLocal(const NiAddress& address);
 
@@ -40,5 +43,8 @@ long NiOsRecv(NiOsSocket socket, void* buffer, size_t length, bool peek);
 // gone, or another Ni result.
 long NiOsSend(NiOsSocket socket, const void* data, size_t length);
 void NiOsClose(NiOsSocket socket);
+// Ends both directions of a connection without giving up the socket: a thread waiting on it wakes
+// and sees the end of the connection, and the socket stays its owner's to close.
+void NiOsShutdown(NiOsSocket socket);
 
 }  // namespace vx

@@ -162,7 +162,7 @@ void FinishJob(ListId jobs, JobInfo job, int rc) {
         // A crash before the restart must not forget that the job is being set up again.
         if (result == 0) UpdateJobJournal(job);
     }
-    if (deviceError) g_StopReason = kStopDeviceContext;
+    if (deviceError) RequestStop(kStopDeviceContext);
     if (result != 0) TraceError("Error deleting job from list %i\n", jobs);
 }
 

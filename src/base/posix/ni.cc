@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -47,6 +48,9 @@ int MapError(int error) {
         case EBADF:
         case ENOTSOCK:
             return kNiInvalidHandle;
+        case EMFILE:
+        case ENFILE:
+            return kNiNoFreeHandle;
         default:
             return kNiFailed;
     }
@@ -185,6 +189,17 @@ int ListenOn(int family, uint16_t* port, NiOsSocket* out, bool* unavailable) {
 }  // namespace
 
 int NiOsStartup() {
+    // Every connection costs a descriptor, and the usual soft limit (1024) is below the handle
+    // table: raise it to the hard limit, capped where the hard limit is unlimited.
+    constexpr rlim_t kEnoughFiles = 1 << 20;
+    rlimit files{};
+    if (getrlimit(RLIMIT_NOFILE, &files) == 0) {
+        rlim_t wanted = files.rlim_max == RLIM_INFINITY ? kEnoughFiles : files.rlim_max;
+        if (files.rlim_cur != RLIM_INFINITY && files.rlim_cur < wanted) {
+            files.rlim_cur = wanted;
+            setrlimit(RLIMIT_NOFILE, &files);
+        }
+    }
     return kNiOk;
 }
 
@@ -327,6 +342,10 @@ long NiOsSend(NiOsSocket socket, const void* data, size_t length) {
 
 void NiOsClose(NiOsSocket socket) {
     close(Fd(socket));
+}
+
+void NiOsShutdown(NiOsSocket socket) {
+    shutdown(Fd(socket), SHUT_RDWR);
 }
 
 }  // namespace vx

@@ -43,6 +43,8 @@ int MapError(int error) {
             return kNiPortInUse;
         case WSAENOTSOCK:
             return kNiInvalidHandle;
+        case WSAEMFILE:
+            return kNiNoFreeHandle;
         case WSANOTINITIALISED:
             return kNiNotInitialised;
         default:
@@ -349,6 +351,10 @@ long NiOsSend(NiOsSocket socket, const void* data, size_t length) {
 
 void NiOsClose(NiOsSocket socket) {
     closesocket(Sock(socket));
+}
+
+void NiOsShutdown(NiOsSocket socket) {
+    shutdown(Sock(socket), SD_BOTH);
 }
 
 }  // namespace vx
