@@ -44,9 +44,12 @@ bool NiIsMappedIpv4(const NiAddress& address);
 // True for 127.0.0.0/8 (mapped) and ::1.
 bool NiIsLoopback(const NiAddress& address);
 
-// Sets the layer up for at most maxHandles handles (no more than kNiMaxHandles); on Windows it
-// also starts Winsock. Later calls change nothing and return 0.
+// Sets the layer up for at most maxHandles handles (no more than kNiMaxHandles, and fewer where
+// the process may not open that many files); on Windows it also starts Winsock. Later calls
+// change nothing and return 0.
 int NiInit(int maxHandles);
+// The number of handles the layer gives out (0 before NiInit).
+int NiHandleLimit();
 
 // The host's own name, cut to the buffer.
 int NiMyHostName(char* name, size_t cap);

@@ -45,6 +45,12 @@ int NiTableInit(int maxHandles) {
     return kNiOk;
 }
 
+int NiTableLimit() {
+    HandleTable& table = Table();
+    std::lock_guard<std::mutex> hold(table.mutex);
+    return table.limit;
+}
+
 bool NiTableReady() {
     HandleTable& table = Table();
     std::lock_guard<std::mutex> hold(table.mutex);

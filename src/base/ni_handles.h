@@ -23,6 +23,8 @@ struct NiHandleEntry {
 // Sets the number of usable handles once (later calls keep the first); 0 or an Ni result.
 int NiTableInit(int maxHandles);
 bool NiTableReady();
+// The number of usable handles (0 before NiTableInit).
+int NiTableLimit();
 // Enters a socket; the new handle, or kNiNoFreeHandle (the socket is then not taken over).
 NiHandle NiTableAdd(NiOsSocket socket, bool listener);
 // A copy of the handle's entry; false for a handle that is not in use.

@@ -19,6 +19,9 @@ constexpr NiOsSocket kNiOsNoSocket = ~uint64_t{0};
 // system allows, so that the handle table, not that limit, bounds the connections); 0 or an Ni
 // result.
 int NiOsStartup();
+// How many sockets the process may hold and still open the files its jobs need: the limit of
+// open files less a reserve (no lower limit of its own where the system has none).
+int NiOsSocketCeiling();
 // The system's code of the last failed socket call, for trace lines.
 int NiOsLastError();
 

@@ -66,6 +66,10 @@ int AcceptWithoutDescriptors(NiOsSocket listener, NiOsSocket* socket, NiAddress*
 
 }  // namespace
 
+int NiHandleLimit() {
+    return NiTableLimit();
+}
+
 NiHandle NiShutDownOldestIdle(int minQuietMs) {
     NiHandle handle = NiTableShutDownOldestIdle(
         TickCountMs(), static_cast<uint64_t>(minQuietMs < 0 ? 0 : minQuietMs));
@@ -86,12 +90,15 @@ int NiInit(int maxHandles) {
                      NiOsLastError(), rc);
         return rc;
     }
-    rc = NiTableInit(maxHandles);
+    // Where the process may open fewer files than handles, the table fills (and makes room)
+    // before the system refuses connections and the jobs' files.
+    int ceiling = NiOsSocketCeiling();
+    rc = NiTableInit(maxHandles < ceiling ? maxHandles : ceiling);
     if (rc != kNiOk) {
         NiTraceWrite(1, "NiInit: %d handles asked for (rc = %d)", maxHandles, rc);
         return rc;
     }
-    NiTraceWrite(2, "NiInit: up to %d handles", maxHandles);
+    NiTraceWrite(2, "NiInit: up to %d handles", NiHandleLimit());
     return kNiOk;
 }
 

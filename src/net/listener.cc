@@ -61,7 +61,7 @@ void NoteFullTable(const NiAcceptNote& note, bool refused) {
         TraceError(
             "All %d network handles are in use: new connections are refused unless an idle "
             "connection can be closed.\n",
-            kNiMaxHandles);
+            NiHandleLimit());
         burst.open = true;
         burst.startMs = TickCountMs();
     }
@@ -95,6 +95,9 @@ int InitNetwork(char* name, size_t size) {
         prsrv->ReportLastError("OpenNiTraceFile", 1);
     }
     int rc = NiInit(kNiMaxHandles);
+    if (rc == kNiOk && NiHandleLimit() < kNiMaxHandles)
+        Trace(kTraceBanner, "The limit of open files leaves %d network handles.\n",
+              NiHandleLimit());
     if (prsrv != nullptr) ReadListenerParams(*prsrv);
     return rc == kNiOk ? 1 : 0;
 }

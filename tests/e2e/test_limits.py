@@ -15,7 +15,7 @@ import cups_printer as cp
 from lpd_clients import RawSender, random_bytes, send_job
 from lpd_clients import server  # noqa: F401 (a fixture)
 
-HANDLES = 2048
+FULL = "Error: All 2048 network handles are in use"
 
 
 def open_files_for(count):
@@ -50,6 +50,18 @@ def job_files(vorlix):
                   if ".dbg" not in p.name.lower() and ".nit" not in p.name.lower())
 
 
+def wait_for_line(server, wanted, timeout=60):
+    """The trace lines once one of them is wanted (fails after timeout seconds)."""
+    end = time.monotonic() + timeout
+    while True:
+        lines = server.lines()
+        if any(wanted(line) for line in lines):
+            return lines
+        if time.monotonic() > end:
+            pytest.fail("no such trace line: " + "\n".join(lines[-20:]))
+        time.sleep(0.2)
+
+
 def vm_rss_kib(pid):
     with open(f"/proc/{pid}/status") as status:
         for line in status:
@@ -75,12 +87,38 @@ def test_a_full_handle_table_is_traced_and_a_real_sender_gets_through(vorlix, cu
         assert sink.wait_for_jobs(1) == [body]
     finally:
         close_all(conns)
-    lines = s.lines()
-    full = [line for line in lines if line.startswith(f"Error: All {HANDLES} network handles are in use")]
+    # The counts follow when the burst is over: at the latest after the next accept wait.
+    lines = wait_for_line(s, lambda line: " connections refused, " in line)
+    full = [line for line in lines if line.startswith(FULL)]
     # One line for the burst, not one per connection.
     assert 1 <= len(full) <= 3, full
-    assert any(" connections refused, " in line and "idle connections closed" in line
-               for line in lines), lines[-20:]
+    assert s.stop() == 0
+
+
+def test_a_low_limit_of_open_files_makes_a_smaller_table_that_makes_room(vorlix, cups, server,
+                                                                      monkeypatch):
+    if vorlix.windows:
+        pytest.skip("the limit of open files is a Linux one")
+    open_files_for(600)
+    # The service may open 300 files at most, far fewer than its 2048 handles.
+    command = vorlix.command
+    monkeypatch.setattr(vorlix, "command",
+                        lambda args: ["prlimit", "--nofile=300:300", "--"] + command(args))
+    s = server({"LogLevel": "1"})
+    sink = cups.sink(cp.PRINTING)
+    conns = idle_connections(s.port, 400)
+    try:
+        time.sleep(3)
+        body = random_bytes(20_000, 42)
+        assert send_job(s.port, cp.PRINTING, body, 42, timeout=120)
+        assert sink.wait_for_jobs(1) == [body]
+    finally:
+        close_all(conns)
+    lines = wait_for_line(s, lambda line: line.endswith(" idle connections closed to make room.")
+                          and not line.endswith(" 0 idle connections closed to make room."))
+    # The table is made smaller than the limit of open files, so that the jobs' files still open.
+    assert "The limit of open files leaves 172 network handles." in lines
+    assert any(line.startswith("Error: All 172 network handles are in use") for line in lines)
     assert s.stop() == 0
 
 

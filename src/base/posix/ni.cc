@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <memory>
 
@@ -201,6 +202,18 @@ int NiOsStartup() {
         }
     }
     return kNiOk;
+}
+
+int NiOsSocketCeiling() {
+    // Descriptors kept for what the connections' jobs open: data files, journals, the print
+    // system's connections, the trace logs.
+    constexpr rlim_t kReservedFiles = 128;
+    constexpr rlim_t kFewest = 16;
+    rlimit files{};
+    if (getrlimit(RLIMIT_NOFILE, &files) != 0 || files.rlim_cur == RLIM_INFINITY) return INT_MAX;
+    if (files.rlim_cur < kReservedFiles + kFewest) return static_cast<int>(kFewest);
+    rlim_t ceiling = files.rlim_cur - kReservedFiles;
+    return ceiling > INT_MAX ? INT_MAX : static_cast<int>(ceiling);
 }
 
 int NiOsLastError() {

@@ -207,6 +207,10 @@ int NiOsStartup() {
     return result;
 }
 
+int NiOsSocketCeiling() {
+    return INT_MAX;
+}
+
 int NiOsLastError() {
     return t_lastError;
 }
