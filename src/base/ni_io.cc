@@ -36,11 +36,30 @@ bool ConnectionEntry(NiHandle handle, int* timeoutMs, NiHandleEntry* entry) {
     return true;
 }
 
+bool IsShutDown(NiHandle handle) {
+    NiHandleEntry entry;
+    return NiTableGet(handle, &entry) && entry.shutDown;
+}
+
+// Waits on a connection's socket like NiOsWait; kNiClosed once the connection was shut down
+// (to make room, or at the end of the service) while the thread waited.
+int WaitOnConnection(NiHandle handle, NiOsSocket socket, bool forWrite, int timeoutMs) {
+    int slice = NiOsShutdownWakeMs();
+    if (slice < 0) return NiOsWait(socket, forWrite, timeoutMs);
+    Deadline deadline(timeoutMs);
+    for (;;) {
+        if (IsShutDown(handle)) return kNiClosed;
+        int left = deadline.Left();
+        int ready = NiOsWait(socket, forWrite, left < 0 || left > slice ? slice : left);
+        if (ready != 0 || deadline.Left() == 0) return ready;
+    }
+}
+
 // Waits for the socket within what is left of the deadline: 0 ready, else an Ni result.
-int AwaitReady(NiOsSocket socket, bool forWrite, const Deadline& deadline) {
+int AwaitReady(NiHandle handle, NiOsSocket socket, bool forWrite, const Deadline& deadline) {
     int left = deadline.Left();
     if (left == 0) return kNiTimeout;
-    int ready = NiOsWait(socket, forWrite, left);
+    int ready = WaitOnConnection(handle, socket, forWrite, left);
     if (ready == 0) return kNiTimeout;
     return ready < 0 ? ready : kNiOk;
 }
@@ -63,7 +82,7 @@ int NiPeekEx(NiHandle handle, NiPeekMode mode, int timeoutMs) {
             rc = n > 0 ? kNiOk : n == 0 ? kNiClosed : static_cast<int>(n);
             if (rc != kNiTimeout) break;
         }
-        int ready = NiOsWait(entry.socket, forWrite, deadline.Left());
+        int ready = WaitOnConnection(handle, entry.socket, forWrite, deadline.Left());
         if (ready == 0) {
             rc = kNiTimeout;
             break;
@@ -103,7 +122,7 @@ int NiRawRead(NiHandle handle, void* buffer, int32_t length, int timeoutMs, int3
             continue;
         }
         rc = n == 0 ? kNiClosed : static_cast<int>(n);
-        if (rc == kNiTimeout) rc = AwaitReady(entry.socket, false, deadline);
+        if (rc == kNiTimeout) rc = AwaitReady(handle, entry.socket, false, deadline);
         if (rc != kNiOk) break;
     }
     // Bytes that arrived before the peer closed (or the connection failed) are delivered first;
@@ -137,7 +156,7 @@ int NiRawWrite(NiHandle handle, const void* data, int32_t length, int timeoutMs,
             continue;
         }
         rc = static_cast<int>(n);
-        if (rc == kNiTimeout) rc = AwaitReady(entry.socket, true, deadline);
+        if (rc == kNiTimeout) rc = AwaitReady(handle, entry.socket, true, deadline);
         if (rc != kNiOk) break;
     }
     *count = sent;

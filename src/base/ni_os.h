@@ -39,6 +39,9 @@ bool NiOsIsLocal(const NiAddress& address);
 
 // 1 when the socket is readable (or writable), 0 when the time-out passed, else an Ni result.
 int NiOsWait(NiOsSocket socket, bool forWrite, int timeoutMs);
+// Where a wait does not end when another thread shuts the socket down (Winsock's select), waits
+// last at most this long, and the layer looks between them; -1 where the wait ends by itself.
+int NiOsShutdownWakeMs();
 // Bytes received (> 0), 0 when the peer closed, kNiTimeout when nothing is there now, or another
 // Ni result. peek leaves the bytes in the socket.
 long NiOsRecv(NiOsSocket socket, void* buffer, size_t length, bool peek);

@@ -336,6 +336,10 @@ int NiOsWait(NiOsSocket socket, bool forWrite, int timeoutMs) {
     }
 }
 
+int NiOsShutdownWakeMs() {
+    return -1;  // poll reports a socket shut down by another thread at once
+}
+
 long NiOsRecv(NiOsSocket socket, void* buffer, size_t length, bool peek) {
     for (;;) {
         ssize_t n = recv(Fd(socket), buffer, length, peek ? MSG_PEEK : 0);

@@ -339,6 +339,10 @@ int NiOsWait(NiOsSocket socket, bool forWrite, int timeoutMs) {
                  : 0;  // a failure in the exception set counts as ready: the next call reports it
 }
 
+int NiOsShutdownWakeMs() {
+    return 250;
+}
+
 long NiOsRecv(NiOsSocket socket, void* buffer, size_t length, bool peek) {
     int size = length > INT_MAX ? INT_MAX : static_cast<int>(length);
     int n = recv(Sock(socket), static_cast<char*>(buffer), size, peek ? MSG_PEEK : 0);
