@@ -72,6 +72,8 @@ def vm_rss_kib(pid):
 
 def test_a_full_handle_table_is_traced_and_a_real_sender_gets_through(vorlix, cups, server):
     if vorlix.windows:
+        # Wine starts the threads of 2,100 connections too slowly: the real sender's connection
+        # still waits in the system's queue when its time-out ends.
         pytest.skip("2,100 connections on threads of their own are beyond Wine here")
     open_files_for(2100)
     # Level 1: the refusals must show without the detail of 2,100 connections.
@@ -91,7 +93,7 @@ def test_a_full_handle_table_is_traced_and_a_real_sender_gets_through(vorlix, cu
     lines = wait_for_line(s, lambda line: " connections refused, " in line)
     full = [line for line in lines if line.startswith(FULL)]
     # One line for the burst, not one per connection.
-    assert 1 <= len(full) <= 3, full
+    assert 1 <= len(full) <= 5, full
     assert s.stop() == 0
 
 
@@ -119,6 +121,25 @@ def test_a_low_limit_of_open_files_makes_a_smaller_table_that_makes_room(vorlix,
     # The table is made smaller than the limit of open files, so that the jobs' files still open.
     assert "The limit of open files leaves 172 network handles." in lines
     assert any(line.startswith("Error: All 172 network handles are in use") for line in lines)
+    assert s.stop() == 0
+
+
+def test_idle_connections_end_at_the_read_time_out_and_a_real_sender_is_served(vorlix, cups,
+                                                                             server):
+    # The default idle limit is minutes long; a set read time-out ends silence the same way.
+    open_files_for(60)
+    s = server({"NiReadTimeout": "50", "NiReadLoopBreak": "0"})
+    sink = cups.sink(cp.PRINTING)
+    conns = idle_connections(s.port, 50)
+    try:
+        for c in conns:
+            c.settimeout(60)
+            assert c.recv(1) == b""  # closed by the service, nothing sent
+        body = random_bytes(10_000, 43)
+        assert send_job(s.port, cp.PRINTING, body, 43)
+        assert sink.wait_for_jobs(1) == [body]
+    finally:
+        close_all(conns)
     assert s.stop() == 0
 
 
