@@ -107,16 +107,8 @@ def test_pdf_arrives_as_pdf(driver, cups, tmp_path):
         assert any("as PDF" in l for l in lines), lines
 
 
-@pytest.mark.parametrize("queue, linux_only", [
-    (cp.UNKNOWN, False),
-    (cp.REJECTING, False),
-    (cp.STOPPED, True),
-    (cp.UNREACHABLE, True),
-])
-def test_printer_that_cannot_print_is_a_device_error(driver, cups, tmp_path, queue, linux_only):
-    if linux_only:
-        skip_on_windows(driver, "Wine's spooler takes jobs for stopped and unreachable CUPS queues "
-                              "and reports no printer state (WINE.md)")
+@pytest.mark.parametrize("queue", [cp.UNKNOWN, cp.REJECTING])
+def test_job_the_print_system_refuses_is_a_device_error(driver, cups, tmp_path, queue):
     random_file(tmp_path / "job.bin", 10 * 1024)
     rc, lines = driver.print_file(queue, tmp_path / "job.bin", "dev-1")
     assert rc == DEVICE, lines
@@ -124,8 +116,24 @@ def test_printer_that_cannot_print_is_a_device_error(driver, cups, tmp_path, que
     assert len(failures) == 1, lines
     assert failures[0].startswith("Error: ") and queue in failures[0]
     if not driver.windows:
-        # The job is not left behind in CUPS to print later: the service will send it again.
+        # Nothing is left behind in CUPS to print later: the service will send it again.
         assert cups.active_jobs(queue) == []
+
+
+@pytest.mark.parametrize("queue", [cp.STOPPED, cp.UNREACHABLE])
+def test_printer_that_cannot_print_now_holds_the_job(driver, cups, tmp_path, queue):
+    skip_on_windows(driver, "Wine's spooler reports no printer state (WINE.md); it holds every "
+                            "job it takes")
+    random_file(tmp_path / "job.bin", 10 * 1024)
+    try:
+        rc, lines = driver.print_file(queue, tmp_path / "job.bin", "held-1")
+        assert rc == OK, lines
+        assert errors(lines) == [], lines
+        assert any("Job held-1 is held by the print system" in l for l in lines), lines
+        # CUPS keeps it, to print when the printer can.
+        assert len(cups.active_jobs(queue)) == 1
+    finally:
+        cups.cancel_all(queue)
 
 
 def test_print_library_stream_is_refused(driver, cups, tmp_path):

@@ -96,7 +96,7 @@ int Usage() {
 
 int main(int argc, char** argv) {
     DriverHost driver;
-    ZelHost host{&driver, GetOptionValue, GetString, GetOutputDirectory, Trace, nullptr};
+    ZelHost host{&driver, GetOptionValue, GetString, GetOutputDirectory, Trace, nullptr, nullptr};
     int i = 1;
     for (; i + 1 < argc && strncmp(argv[i], "--", 2) == 0; i += 2) {
         if (strcmp(argv[i], "--output") == 0) {
