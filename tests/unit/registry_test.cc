@@ -144,32 +144,28 @@ TEST_F(Registry, TextIsAlwaysTerminated) {
     // Stored without terminator, as the service writes its texts.
     ASSERT_EQ(Set(key, "Text", "abcdefghij"), vx::kRegOk);
 
+    // Room for text and terminator, exactly that, the text alone, less: cut, terminated, and
+    // the size needed reported back.
+    const struct {
+        uint32_t size;
+        long rc;
+        const char* text;
+    } cases[] = {{32, vx::kRegOk, "abcdefghij"},
+                 {11, vx::kRegOk, "abcdefghij"},
+                 {10, vx::kRegMoreData, "abcdefghi"},
+                 {4, vx::kRegMoreData, "abc"}};
     char buf[32];
-    memset(buf, 'x', sizeof buf);
-    uint32_t size = sizeof buf;
-    EXPECT_EQ(vx::RegQueryText(key.Get(), "Text", buf, &size), vx::kRegOk);
-    EXPECT_STREQ(buf, "abcdefghij");
-    EXPECT_EQ(size, 11u);
-
-    // Exactly the text and its terminator fit.
-    memset(buf, 'x', sizeof buf);
-    size = 11;
-    EXPECT_EQ(vx::RegQueryText(key.Get(), "Text", buf, &size), vx::kRegOk);
-    EXPECT_STREQ(buf, "abcdefghij");
-
-    // The text alone fills the buffer: cut, terminated, and more data.
-    memset(buf, 'x', sizeof buf);
-    size = 10;
-    EXPECT_EQ(vx::RegQueryText(key.Get(), "Text", buf, &size), vx::kRegMoreData);
-    EXPECT_STREQ(buf, "abcdefghi");
-    EXPECT_EQ(size, 11u);
-
-    memset(buf, 'x', sizeof buf);
-    size = 4;
-    EXPECT_EQ(vx::RegQueryText(key.Get(), "Text", buf, &size), vx::kRegMoreData);
-    EXPECT_STREQ(buf, "abc");
-    EXPECT_EQ(buf[4], 'x');
-
+    uint32_t size;
+    for (const auto& c : cases) {
+        memset(buf, 'x', sizeof buf);
+        size = c.size;
+        EXPECT_EQ(vx::RegQueryText(key.Get(), "Text", buf, &size), c.rc) << c.size;
+        EXPECT_STREQ(buf, c.text);
+        EXPECT_EQ(size, 11u);
+        if (c.size < sizeof buf) {
+            EXPECT_EQ(buf[c.size], 'x');
+        }
+    }
     size = 0;
     EXPECT_EQ(vx::RegQueryText(key.Get(), "Text", nullptr, &size), vx::kRegOk);
     EXPECT_EQ(size, 11u);
