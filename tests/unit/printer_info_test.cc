@@ -24,32 +24,7 @@ using vx::Czelprsrv;
 constexpr const char* kUnknownPrinter = "VorlixNoSuchPrinter";
 constexpr const char* kDevicesKey = "Software\\Microsoft\\Windows NT\\CurrentVersion\\Devices";
 
-void RemoveValue(vx::RegHive hive, const std::string& key, const std::string& name) {
-    vx::RegKey handle;
-    // Deleting a value needs the write access that creating the key gives.
-    if (vx::RegCreate(hive, key.c_str(), handle.Receive()) == vx::kRegOk)
-        vx::RegRemoveValue(handle.Get(), name.c_str());
-}
-
-// A registry text value for the duration of a test; the value is removed afterwards.
-class RegistryValue {
-  public:
-    RegistryValue(vx::RegHive hive, const std::string& key, const std::string& name,
-                  const std::string& text)
-        : hive_(hive), key_(key), name_(name) {
-        vx::RegKey handle;
-        EXPECT_EQ(vx::RegCreate(hive, key.c_str(), handle.Receive()), vx::kRegOk) << key;
-        EXPECT_EQ(vx::RegSetText(handle.Get(), name.c_str(), text.c_str(),
-                                 static_cast<uint32_t>(text.size())),
-                  vx::kRegOk);
-    }
-    ~RegistryValue() { RemoveValue(hive_, key_, name_); }
-
-  private:
-    vx::RegHive hive_;
-    std::string key_;
-    std::string name_;
-};
+using vxtest::RegistryValue;
 
 std::vector<std::string> ListedPrinters() {
     std::vector<std::string> names;
@@ -249,7 +224,7 @@ TEST_F(PrinterInfo, PortFromTheDevicesValueIsTheTextAfterTheFirstComma) {
     }
 
     // A printer not found is looked up again next time: "Not found" is no cached port.
-    RemoveValue(vx::kHiveCurrentUser, kDevicesKey, "VorlixDevicesC");
+    vxtest::RemoveRegistryValue(vx::kHiveCurrentUser, kDevicesKey, "VorlixDevicesC");
     EXPECT_EQ(p->DeterminePort("VorlixDevicesC", port, sizeof port), 9);
     RegistryValue c(vx::kHiveCurrentUser, kDevicesKey, "VorlixDevicesC", "winspool,LATE:");
     ASSERT_EQ(p->DeterminePort("VorlixDevicesC", port, sizeof port), 0);
