@@ -66,6 +66,25 @@ class Registry : public ::testing::Test {
         return scratch_.File("HKCU.reg");
     }
 
+    // Writer w's values, each named and valued "<w>_<i>"; returns the number of failed writes.
+    static int WriteValues(const RegKey& key, int w, int count) {
+        int failures = 0;
+        for (int i = 0; i < count; ++i) {
+            std::string name = std::to_string(w) + "_" + std::to_string(i);
+            failures += Set(key, name.c_str(), name) != vx::kRegOk;
+        }
+        return failures;
+    }
+    static void ExpectEveryValue(const RegKey& key, int writers, int count) {
+        auto values = Values(key);
+        EXPECT_EQ(values.size(), static_cast<size_t>(writers * count));
+        for (int w = 0; w < writers; ++w)
+            for (int i = 0; i < count; ++i) {
+                std::string name = std::to_string(w) + "_" + std::to_string(i);
+                EXPECT_EQ(values[name], name);
+            }
+    }
+
     vxtest::ScratchDir scratch_;
     std::string path_;
 };
@@ -218,27 +237,16 @@ TEST_F(Registry, ThreadsWritingAtOnceLoseNothing) {
     for (int t = 0; t < kThreads; ++t) {
         writers.emplace_back([this, t, &failures] {
             RegKey key;
-            if (vx::RegCreate(vx::kHiveCurrentUser, path_.c_str(), key.Receive()) != vx::kRegOk) {
-                failures[t] = 1;
-                return;
-            }
-            for (int i = 0; i < kValues; ++i) {
-                std::string name = "T" + std::to_string(t) + "_" + std::to_string(i);
-                if (Set(key, name.c_str(), name + "=" + std::to_string(i * t))) ++failures[t];
-            }
+            failures[t] =
+                vx::RegCreate(vx::kHiveCurrentUser, path_.c_str(), key.Receive()) == vx::kRegOk
+                    ? WriteValues(key, t, kValues)
+                    : 1;
         });
     }
     for (auto& w : writers) w.join();
     for (int t = 0; t < kThreads; ++t) EXPECT_EQ(failures[t], 0) << "thread " << t;
-
     CREATE_KEY(key);
-    auto values = Values(key);
-    EXPECT_EQ(values.size(), static_cast<size_t>(kThreads * kValues));
-    for (int t = 0; t < kThreads; ++t)
-        for (int i = 0; i < kValues; ++i) {
-            std::string name = "T" + std::to_string(t) + "_" + std::to_string(i);
-            EXPECT_EQ(values[name], name + "=" + std::to_string(i * t));
-        }
+    ExpectEveryValue(key, kThreads, kValues);
 }
 
 #if defined(_WIN32)
@@ -377,14 +385,7 @@ TEST_F(Registry, ProcessesWritingAtOnceLoseNothing) {
     for (int c = 0; c < kChildren; ++c) {
         pid_t pid = fork();
         ASSERT_GE(pid, 0);
-        if (pid == 0) {
-            int failures = 0;
-            for (int i = 0; i < kValues; ++i) {
-                std::string name = "P" + std::to_string(c) + "_" + std::to_string(i);
-                failures += Set(key, name.c_str(), name) != vx::kRegOk;
-            }
-            _exit(failures == 0 ? 0 : 1);
-        }
+        if (pid == 0) _exit(WriteValues(key, c, kValues) == 0 ? 0 : 1);
         children.push_back(pid);
     }
     for (pid_t pid : children) {
@@ -392,13 +393,7 @@ TEST_F(Registry, ProcessesWritingAtOnceLoseNothing) {
         ASSERT_EQ(waitpid(pid, &status, 0), pid);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     }
-    auto values = Values(key);
-    EXPECT_EQ(values.size(), static_cast<size_t>(kChildren * kValues));
-    for (int c = 0; c < kChildren; ++c)
-        for (int i = 0; i < kValues; ++i) {
-            std::string name = "P" + std::to_string(c) + "_" + std::to_string(i);
-            EXPECT_EQ(values[name], name);
-        }
+    ExpectEveryValue(key, kChildren, kValues);
 }
 
 TEST_F(Registry, HiveLocationAndUnwritableHive) {
