@@ -8,6 +8,7 @@
 #include "base/fileops.h"
 #include "base/syserror.h"
 #include "printserver/process_locks.h"
+#include "printserver/rotated_logs.h"
 #include "printserver/service_events.h"
 #include "printserver/zelprsrv.h"
 
@@ -160,6 +161,7 @@ void Czelprsrv::SwitchLogFile() {
         Trace(kTraceDetail, "Rename from %s to %s successful.\n", mainLogPath_, switchTarget_);
     }
     WriteEnvironmentReport(1);
+    PruneRotatedLogs(mainLogPath_, maxLogFiles_);
     switching_ = false;
 }
 
@@ -177,6 +179,7 @@ void Czelprsrv::ChangeTraceOption(const char* name, const char* value) {
         {"PDFPacketSize", &pdfPacketSize_},
         {"NoLogFileSwitch", &noLogFileSwitch_},
         {"MaxLogFileSize", &maxLogFileSize_},
+        {"MaxLogFiles", &maxLogFiles_},
         {"NoPrinterLogging", &noPrinterLogging_},
         {"PDFasRAW", &pdfAsRaw_},
     };
