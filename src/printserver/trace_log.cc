@@ -1,5 +1,6 @@
 // The trace logs: level-filtered lines with the thread-and-time prefix, the API log, size-driven
-// switching of the main log, run-time option changes and moving trace files aside.
+// switching of the main log (old logs beyond MaxLogFiles deleted), run-time option changes and
+// moving trace files aside.
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>

@@ -23,7 +23,9 @@ using LpdJobHandOver = int (*)(void* context, JobRecord* const* jobs, int count)
 // its own, in the order received, described by the control file that names it in its print lines
 // (its copy count is the number of those lines), else by the last control file of the dialogue.
 // A job is handed over as soon as both its files are there. A data file that does not arrive
-// whole, or that no control file describes, is removed. Returns the number of jobs handed over.
+// whole, or that no control file describes, is removed. A line traced for every subcommand or
+// every control-file line is written a few times, then counted once at the end of the dialogue.
+// Returns the number of jobs handed over.
 int ReceiveJob(const char* queue, NetSocket* socket, LpdJobHandOver handOver, void* context);
 
 // The control-file analysis: owner (at most 12 characters), title (at most 99) and the number of
