@@ -74,7 +74,7 @@ void Report(const char* what, double seconds, double copySeconds) {
 }
 
 double PrintSeconds(const fs::path& job, const char* printer, int* rc) {
-    ZelHost host{nullptr, Option, String, Output, Trace, nullptr};
+    ZelHost host{nullptr, Option, String, Output, Trace, nullptr, nullptr};
     std::vector<ZelWide> wide;
     for (const char* p = printer; *p != '\0'; ++p) wide.push_back(static_cast<unsigned char>(*p));
     wide.push_back(0);

@@ -125,6 +125,8 @@ int RecordPrintOutcome(const char* printer, const char* jobId, int rc) {
         Trace(kTraceNormal, "Job %s will be setup again, status = %i\n", jobId, record.Status);
     } else {
         rc = kPrintRetriesExhausted;
+        TraceError("Job %s for printer %s dropped: the print system refused it four times\n", jobId,
+                   printer);
         SetStatus(&record, kJobError, kStatusTextError);
     }
     Trace(kTraceDetail, "Replace job %s in status list %i, status = %i\n", jobId, g_JobStatusList,

@@ -4,6 +4,7 @@
 
 #include "base/clock.h"
 #include "config/option_globals.h"
+#include "config/process_state.h"
 #include "jobs/job_journal.h"
 #include "jobs/job_status_list.h"
 #include "jobs/print_backend.h"
@@ -75,6 +76,12 @@ void JobSpooled(void* context, const char*, int number) {
     NoteJobSpooled(*Lender(context).job, number);
 }
 
+// Once the service is ending, a job the print system holds is left to it: the stop must not wait
+// for a printer.
+int ServiceEnding(void*) {
+    return g_StopReason != kStopNone ? 1 : 0;
+}
+
 }  // namespace
 
 int JobRegistryRoot() {
@@ -88,8 +95,8 @@ int CallPrintFile(const JobInfo& job) {
     const ZelHost* host = g_prsrv != nullptr ? g_prsrv->Host() : nullptr;
     JobHost lent{{}, host, &job};
     if (host != nullptr && job.ReceivedFile != 0) {
-        lent.host = {&lent,     LentOptionValue, LentString, LentOutputDirectory,
-                     LentTrace, JobSpooled};
+        lent.host = {&lent,     LentOptionValue, LentString,   LentOutputDirectory,
+                     LentTrace, JobSpooled,      ServiceEnding};
         host = &lent.host;
     }
     // The library takes the second print parameter before the first.

@@ -155,6 +155,10 @@ void FinishJob(ListId jobs, JobInfo job, int rc) {
     bool deviceError = rc == ZEL_RC_DEVICE && g_Options.IgnoreDCError == 0;
     int result;
     if (job.Protocol == 'U' || !deviceError) {
+        // The print system refused an LPD job: the restart that follows does not bring it back.
+        if (deviceError)
+            TraceError("Job %s for printer %s dropped: the print system refused it (rc = %d)\n",
+                       job.JobId, job.PrinterName, rc);
         result = DeleteFirstElement(jobs, 1);
         if (result == 0) RetireJobFiles(job);
     } else {

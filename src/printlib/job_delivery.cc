@@ -6,7 +6,9 @@
 #include <cstring>
 #include <memory>
 
+#include "base/clock.h"
 #include "base/fileops.h"
+#include "base/sync.h"
 #include "base/text.h"
 #include "printlib/file_printer.h"
 #include "printlib/host_trace.h"
@@ -21,9 +23,11 @@ namespace {
 
 constexpr size_t kErrorSize = 1024;
 
-// How long a job may take to reach the device once all its data is with the print system; one
-// that takes longer is cancelled and reported failed, so that it can be sent again.
+// How long a job is followed once all its data is with the print system: until it has reached
+// the device, the print system holds it for a printer that cannot print now, or this time has
+// passed; the print system keeps it in every case, so it is never sent again.
 constexpr uint32_t kDeliveryTimeoutMs = 120000;
+constexpr uint32_t kDeliveryPollMs = 200;
 
 struct FileCloser {
     void operator()(FILE* f) const {
@@ -74,6 +78,42 @@ int PrintToFilePrinter(const ZelHost* host, const PrintRequest& request, FILE* d
     return ZEL_RC_OK;
 }
 
+bool HostIsEnding(const ZelHost* host) {
+    return host != nullptr && host->Ending != nullptr && host->Ending(host->context) != 0;
+}
+
+// Follows a finished job until it has reached the device. A job the print system holds (a paused
+// or stopped printer), one still on its way when the time is up or the host is ending, is left
+// to the print system, which prints it when it can: the job counts as printed.
+int FollowToDevice(const ZelHost* host, const PrintRequest& request, vx::SpoolJob* job) {
+    char error[kErrorSize] = {};
+    uint64_t deadline = vx::TickCountMs() + kDeliveryTimeoutMs;
+    for (;;) {
+        int rc = vx::SpoolJobProgress(job, error, sizeof error);
+        if (rc == vx::kSpoolOk) return ZEL_RC_OK;
+        if (rc == vx::kSpoolHeld) {
+            TraceLine(host, 1, "Job %s is held by the print system: %s\n", request.jobId, error);
+            return ZEL_RC_OK;
+        }
+        if (rc != vx::kSpoolPending) {
+            TraceError(host, "Job %s not printed on %s: %s\n", request.jobId, request.printer,
+                       error);
+            return ZEL_RC_FAILED;
+        }
+        if (HostIsEnding(host)) {
+            TraceLine(host, 5, "Job %s left to the print system, the service is ending: %s\n",
+                      request.jobId, error);
+            return ZEL_RC_OK;
+        }
+        if (vx::TickCountMs() >= deadline) {
+            TraceLine(host, 1, "Job %s left to the print system after %u s: %s\n", request.jobId,
+                      kDeliveryTimeoutMs / 1000, error);
+            return ZEL_RC_OK;
+        }
+        vx::SleepMs(kDeliveryPollMs);
+    }
+}
+
 int PrintToSpooler(const ZelHost* host, const PrintRequest& request, FILE* data,
                    vx::SpoolFormat format) {
     char error[kErrorSize];
@@ -95,11 +135,13 @@ int PrintToSpooler(const ZelHost* host, const PrintRequest& request, FILE* data,
         TraceError(host, "Job %s not printed on %s: %s\n", request.jobId, request.printer, error);
         return ZEL_RC_FAILED;
     }
-    rc = vx::SpoolJobFinish(job.get(), kDeliveryTimeoutMs, error, sizeof error);
+    rc = vx::SpoolJobFinish(job.get(), error, sizeof error);
     if (rc != vx::kSpoolOk) {
         TraceError(host, "%s\n", error);
         return RcOf(rc);
     }
+    rc = FollowToDevice(host, request, job.get());
+    if (rc != ZEL_RC_OK) return rc;
     TraceLine(host, 9, "PrintFile: job %s: %" PRId64 " bytes printed on %s (spooler job %d)\n",
               request.jobId, sent, request.printer, vx::SpoolJobNumber(job.get()));
     return ZEL_RC_OK;

@@ -32,7 +32,8 @@ enum {
     ZEL_RC_BAD_ARGUMENT = 2,
     ZEL_RC_NO_FILE = 3,       /* the data file cannot be read */
     ZEL_RC_NOT_SUPPORTED = 4, /* the stream type cannot be printed (the print-library stream) */
-    ZEL_RC_DEVICE = 11,       /* the printer cannot be reached or opened for output */
+    ZEL_RC_DEVICE = 11,       /* the print system refused the job: unreachable, no such printer,
+                                 or a printer that accepts no jobs */
 };
 
 /* Stream types. */
@@ -60,6 +61,9 @@ typedef struct ZelHost {
     /* The job of a data file has been made in the print system, which knows it by this number;
        called before the job's data is sent. May be null. */
     void (*JobSpooled)(void* context, const char* fileName, int spoolJobNumber);
+    /* Nonzero once the host is ending: a job the print system already holds is then left to it
+       instead of being followed until it prints. May be null. */
+    int (*Ending)(void* context);
 } ZelHost;
 
 /* Prints one file. Raw streams reach the printer unchanged; PDF goes as PDF (for the print system

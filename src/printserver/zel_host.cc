@@ -41,6 +41,7 @@ void FillZelHost(ZelHost* host, Czelprsrv* server) {
     host->Trace = HostTrace;
     // Job processing lends each print call a host of its own that hears of spooled jobs.
     host->JobSpooled = nullptr;
+    host->Ending = nullptr;
 }
 
 const ZelHost* HostOf(Czelprsrv* server) {

@@ -1,6 +1,6 @@
 // One print job sent to the host's print system: CUPS on Linux, the Windows spooler (winspool,
-// RAW data type) on Windows. The data goes in chunks; the job is done when the print system has
-// taken all of it (Linux: when CUPS reports the job completed).
+// RAW data type) on Windows. The data goes in chunks; once the document is finished the print
+// system holds the whole job, and the caller may follow it until it has reached the device.
 #pragma once
 
 #include <cstddef>
@@ -27,8 +27,12 @@ enum class SpoolFormat {
 // Results of the calls below.
 enum SpoolResult {
     kSpoolOk = 0,
-    kSpoolFailed = -1,       // the print system refused or lost the job for another reason
-    kSpoolDeviceError = -2,  // the printer is unknown, stopped, not accepting jobs or unreachable
+    kSpoolFailed = -1,       // the print system refused, cancelled or aborted the job
+    kSpoolDeviceError = -2,  // the print system refused the job: it cannot be reached, or the
+                             // printer is unknown or not accepting jobs
+    kSpoolPending = 1,       // the finished job is still on its way to the device
+    kSpoolHeld = 2,          // the print system holds the finished job until its printer can
+                             // print (a paused or stopped printer, an unreachable device)
 };
 
 struct SpoolJob;
@@ -49,9 +53,15 @@ int SpoolJobStart(const char* printer, const char* title, SpoolFormat format, Sp
 // Sends the next piece of the job's data.
 int SpoolJobWrite(SpoolJob* job, const void* data, size_t size, char* error, size_t errorSize);
 
-// Ends the job and waits until the print system has passed it to the device, at most
-// timeoutMs. A job that cannot be delivered is cancelled (the caller may send it again).
-int SpoolJobFinish(SpoolJob* job, uint32_t timeoutMs, char* error, size_t errorSize);
+// Ends the job's document: from here on the print system holds the whole job, and releasing it
+// no longer cancels it.
+int SpoolJobFinish(SpoolJob* job, char* error, size_t errorSize);
+
+// Where a finished job is now: kSpoolOk once it has reached the device (the Windows spooler
+// takes a job over whole: at once), kSpoolPending while it is on its way, kSpoolHeld while the
+// print system holds it for a printer that cannot print now (error says why), kSpoolFailed when
+// the print system cancelled or aborted it. One look; the caller decides how long to follow.
+int SpoolJobProgress(SpoolJob* job, char* error, size_t errorSize);
 
 // The print system's number of the job (0 before it has one).
 int SpoolJobNumber(const SpoolJob* job);

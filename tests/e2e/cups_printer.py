@@ -220,7 +220,7 @@ Sandboxing Relaxed
     def add_stopped_queue(self, name):
         """A queue that holds its jobs: disabled with cupsdisable (it still accepts jobs)."""
         sink = self.add_queue(name)
-        self.run(shutil.which("cupsdisable") or "/usr/sbin/cupsdisable", "-h", self.server, name)
+        self.pause(name)
         return sink
 
     def add_rejecting_queue(self, name):
@@ -234,6 +234,15 @@ Sandboxing Relaxed
         time-out of the URI; CUPS then stops the queue with the job pending."""
         return self.add_queue(name, f"socket://127.0.0.1:{free_port()}/?contimeout=2",
                               "-o", "printer-error-policy=stop-printer")
+
+    def pause(self, name):
+        self.run(shutil.which("cupsdisable") or "/usr/sbin/cupsdisable", "-h", self.server, name)
+
+    def resume(self, name):
+        self.run(shutil.which("cupsenable") or "/usr/sbin/cupsenable", "-h", self.server, name)
+
+    def cancel_all(self, name):
+        self.run(shutil.which("cancel") or "/usr/bin/cancel", "-h", self.server, "-a", name)
 
     def sink(self, name):
         sink = self.sinks[name]

@@ -263,6 +263,34 @@ def test_one_data_file_name_from_two_senders_at_once(vorlix, cups, server):
     assert wait_until(lambda: not job_files(vorlix)), job_files(vorlix)
 
 
+# ---- a printer that cannot print now ----
+
+def test_job_to_a_paused_queue_waits_in_cups_and_prints_when_resumed(vorlix, cups, server):
+    if vorlix.windows:
+        pytest.skip("Wine's spooler reports no printer state (WINE.md); it holds every job")
+    s = server({"LogLevel": "1"})
+    paused, other = cups.sink(cp.STOPPED), cups.sink(cp.PRINTING)
+    body = numbered_job(31)
+    try:
+        assert send_job(s.port, cp.STOPPED, body, 31)
+        assert wait_until(lambda: len(cups.active_jobs(cp.STOPPED)) == 1)
+        assert wait_until(lambda: any(l.startswith(f"Job {data_name(31)} is held by the print "
+                                                   "system") for l in s.lines())), s.lines()
+        # The service stays up and prints for the other printers meanwhile.
+        assert send_job(s.port, cp.PRINTING, numbered_job(32), 32)
+        assert other.wait_for_jobs(1) == [numbered_job(32)]
+        assert paused.jobs == []
+        cups.resume(cp.STOPPED)
+        assert paused.wait_for_jobs(1) == [body]
+        assert wait_until(lambda: cups.active_jobs(cp.STOPPED) == [])
+    finally:
+        cups.pause(cp.STOPPED)
+        cups.cancel_all(cp.STOPPED)
+    assert s.proc.poll() is None
+    assert not [l for l in s.lines() if l.startswith("Error: ") and "icon DLL" not in l]
+    assert s.stop() == 0
+
+
 # ---- the service killed ----
 
 def jobs_behind_a_busy_printer(vorlix, s, sink, count):

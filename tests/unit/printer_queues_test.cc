@@ -89,6 +89,10 @@ TEST_F(PrinterQueuesTest, DeviceErrorDeletesAnLpdJobButStopsToo) {
     WaitForStop();
     EXPECT_EQ(g_StopReason, kStopDeviceContext);
     EXPECT_TRUE(Queued("P1").empty());
+    // The restart will not bring it back: the trace says so, naming the job.
+    EXPECT_EQ(LogCount("Error: Job u1 for printer P1 dropped: the print system refused it (rc = "
+                       "11)\n"),
+              1);
 }
 
 TEST_F(PrinterQueuesTest, LastRetryOrIgnoreDCErrorDeletesWithoutStop) {
@@ -103,6 +107,9 @@ TEST_F(PrinterQueuesTest, LastRetryOrIgnoreDCErrorDeletesWithoutStop) {
     ASSERT_TRUE(settled("P2"));
     EXPECT_TRUE(Queued("P2").empty());
     EXPECT_EQ(StatusOf("P2", "tired"), kJobError);
+    EXPECT_EQ(LogCount("Error: Job tired for printer P2 dropped: the print system refused it four "
+                       "times\n"),
+              1);
 
     g_Options.IgnoreDCError = 1;
     ASSERT_EQ(ReceiveS("P1", "s1"), 0);

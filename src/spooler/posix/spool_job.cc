@@ -1,14 +1,14 @@
-// Print jobs through CUPS: the job is created on the printer's queue, its data streamed as one
-// document, and the job followed until CUPS reports it completed, so that a device that cannot
-// be reached shows as an error of this job instead of a job left waiting in the queue.
+// Print jobs through CUPS: the job is created on the printer's queue and its data streamed as one
+// document; the caller may then follow it until CUPS reports it completed. Only a CUPS that
+// refuses the job (unreachable, no such queue, a queue not accepting jobs) is a device error: a
+// paused printer, or one whose device cannot be reached, holds the job as the Windows spooler
+// does, and it prints when the printer can.
 #include "spooler/spool_job.h"
 
 #include <cups/cups.h>
 
 #include <cstring>
 
-#include "base/clock.h"
-#include "base/sync.h"
 #include "base/text.h"
 #include "spooler/posix/cups_printer.h"
 
@@ -24,7 +24,6 @@ namespace vx {
 
 namespace {
 
-constexpr uint32_t kPollIntervalMs = 200;
 constexpr int kConnectTimeoutMs = 30000;
 
 struct IppDeleter {
@@ -128,15 +127,9 @@ int QueryJob(http_t* http, int number, JobState* out, char* error, size_t errorS
     return kSpoolOk;
 }
 
-// A stopped printer holds its jobs, and one that refuses jobs takes none: both mean the
-// device cannot print now.
-int CheckPrinterReady(const PrinterState& state, const char* printer, char* error,
-                      size_t errorSize) {
-    if (state.state == IPP_PSTATE_STOPPED) {
-        FormatText(error, errorSize, "printer %s is stopped (%s%s%s)", printer, state.reasons,
-                   state.message[0] != '\0' ? ": " : "", state.message);
-        return kSpoolDeviceError;
-    }
+// A queue that refuses jobs takes none; a stopped one still takes them and holds them.
+int CheckPrinterAccepts(const PrinterState& state, const char* printer, char* error,
+                        size_t errorSize) {
     if (!state.accepting) {
         FormatText(error, errorSize, "printer %s is not accepting jobs (%s)", printer,
                    state.reasons);
@@ -180,7 +173,7 @@ int SpoolJobStart(const char* printer, const char* title, SpoolFormat format, Sp
     PrinterState state;
     int rc = QueryPrinter(http.get(), printer, &state, error, errorSize);
     if (rc != kSpoolOk) return rc;
-    rc = CheckPrinterReady(state, printer, error, errorSize);
+    rc = CheckPrinterAccepts(state, printer, error, errorSize);
     if (rc != kSpoolOk) return rc;
 
     SpoolJobPtr created(new SpoolJob);
@@ -215,7 +208,7 @@ int SpoolJobWrite(SpoolJob* job, const void* data, size_t size, char* error, siz
     return kSpoolOk;
 }
 
-int SpoolJobFinish(SpoolJob* job, uint32_t timeoutMs, char* error, size_t errorSize) {
+int SpoolJobFinish(SpoolJob* job, char* error, size_t errorSize) {
     ipp_status_t finished = cupsFinishDocument(job->http, job->printer);
     job->documentOpen = false;
     if (finished > IPP_STATUS_OK_CONFLICTING) {
@@ -223,54 +216,50 @@ int SpoolJobFinish(SpoolJob* job, uint32_t timeoutMs, char* error, size_t errorS
                    job->printer, job->number, cupsLastErrorString());
         return IsDeviceStatus(finished) ? kSpoolDeviceError : kSpoolFailed;
     }
-    uint64_t deadline = TickCountMs() + timeoutMs;
-    for (;;) {
-        JobState jobState;
-        int rc = QueryJob(job->http, job->number, &jobState, error, errorSize);
-        if (rc != kSpoolOk) return rc;
-        switch (jobState.state) {
-            case IPP_JSTATE_COMPLETED:
-                job->settled = true;
-                return kSpoolOk;
-            case IPP_JSTATE_CANCELED:
-                job->settled = true;
-                FormatText(error, errorSize, "CUPS job %d on printer %s was canceled (%s)",
-                           job->number, job->printer, jobState.reasons);
-                return kSpoolFailed;
-            case IPP_JSTATE_ABORTED:
-                job->settled = true;
-                FormatText(error, errorSize, "CUPS aborted job %d on printer %s (%s)", job->number,
-                           job->printer, jobState.reasons);
-                return kSpoolDeviceError;
-            case IPP_JSTATE_STOPPED:
-                FormatText(error, errorSize, "CUPS stopped job %d on printer %s (%s)", job->number,
-                           job->printer, jobState.reasons);
-                CancelJob(job);
-                return kSpoolDeviceError;
-            default:
-                break;
-        }
-        // A backend that cannot reach the device stops the printer and keeps the job pending.
-        PrinterState printerState;
-        rc = QueryPrinter(job->http, job->printer, &printerState, error, errorSize);
-        if (rc != kSpoolOk) return rc;
-        if (printerState.state == IPP_PSTATE_STOPPED) {
-            FormatText(error, errorSize, "printer %s stopped with CUPS job %d pending (%s%s%s)",
-                       job->printer, job->number, printerState.reasons,
-                       printerState.message[0] != '\0' ? ": " : "", printerState.message);
-            CancelJob(job);
-            return kSpoolDeviceError;
-        }
-        if (TickCountMs() >= deadline) {
-            FormatText(error, errorSize,
-                       "CUPS job %d on printer %s not printed within %u s (%s; printer: %s)",
-                       job->number, job->printer, timeoutMs / 1000, jobState.reasons,
-                       printerState.message);
-            CancelJob(job);
-            return kSpoolDeviceError;
-        }
-        SleepMs(kPollIntervalMs);
+    // CUPS has the whole job now: it is never cancelled from here, whatever the caller does.
+    job->settled = true;
+    return kSpoolOk;
+}
+
+int SpoolJobProgress(SpoolJob* job, char* error, size_t errorSize) {
+    JobState jobState;
+    if (QueryJob(job->http, job->number, &jobState, error, errorSize) != kSpoolOk) {
+        // CUPS keeps the job on its disk even when it cannot be asked now.
+        return kSpoolHeld;
     }
+    switch (jobState.state) {
+        case IPP_JSTATE_COMPLETED:
+            return kSpoolOk;
+        case IPP_JSTATE_CANCELED:
+            FormatText(error, errorSize, "CUPS job %d on printer %s was canceled (%s)", job->number,
+                       job->printer, jobState.reasons);
+            return kSpoolFailed;
+        case IPP_JSTATE_ABORTED:
+            FormatText(error, errorSize, "CUPS aborted job %d on printer %s (%s)", job->number,
+                       job->printer, jobState.reasons);
+            return kSpoolFailed;
+        case IPP_JSTATE_STOPPED:
+        case IPP_JSTATE_HELD:
+            FormatText(error, errorSize, "CUPS holds job %d on printer %s (%s)", job->number,
+                       job->printer, jobState.reasons);
+            return kSpoolHeld;
+        default:
+            break;
+    }
+    // A paused printer, or one whose backend could not reach the device, keeps the job pending.
+    PrinterState printerState;
+    if (QueryPrinter(job->http, job->printer, &printerState, error, errorSize) != kSpoolOk)
+        return kSpoolHeld;
+    if (printerState.state == IPP_PSTATE_STOPPED) {
+        FormatText(error, errorSize, "printer %s is stopped with CUPS job %d pending (%s%s%s)",
+                   job->printer, job->number, printerState.reasons,
+                   printerState.message[0] != '\0' ? ": " : "", printerState.message);
+        return kSpoolHeld;
+    }
+    FormatText(error, errorSize, "CUPS job %d on printer %s: %s%s%s", job->number, job->printer,
+               jobState.reasons, printerState.message[0] != '\0' ? "; printer: " : "",
+               printerState.message);
+    return kSpoolPending;
 }
 
 SpooledJobFate SpooledJobFateOf(const char* printer, int number) {

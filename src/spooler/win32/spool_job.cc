@@ -79,12 +79,17 @@ int SpoolJobWrite(SpoolJob* job, const void* data, size_t size, char* error, siz
     return kSpoolOk;
 }
 
-int SpoolJobFinish(SpoolJob* job, uint32_t, char* error, size_t errorSize) {
+int SpoolJobFinish(SpoolJob* job, char* error, size_t errorSize) {
     job->documentOpen = false;
     if (!EndDocPrinter(job->printer)) {
         FormatFailure(error, errorSize, "EndDocPrinter", job->name, GetLastError());
         return kSpoolDeviceError;
     }
+    return kSpoolOk;
+}
+
+// The spooler has the whole job once the document ended; it holds it for a paused printer.
+int SpoolJobProgress(SpoolJob*, char*, size_t) {
     return kSpoolOk;
 }
 
