@@ -42,9 +42,9 @@ def announce_control_file(port, queue, size, name):
 def test_silent_announcements_hold_what_arrived_not_what_was_announced(vorlix, cups, server):
     s = server({"LogLevel": "1"})
     sink = cups.sink(cp.PRINTING)
-    # On Linux the silent senders use the built-in printer: the check of a CUPS queue name keeps
-    # one client connection of cupsd per connection thread, and cupsd serves at most 100.
-    queue = cp.PRINTING if vorlix.windows else "file"
+    # They name a CUPS queue: the service must not keep a connection to cupsd (which serves at
+    # most 100 clients) for each of them.
+    queue = cp.PRINTING
     silent = []
     try:
         for n in range(300):
