@@ -44,9 +44,12 @@ bool NiIsMappedIpv4(const NiAddress& address);
 // True for 127.0.0.0/8 (mapped) and ::1.
 bool NiIsLoopback(const NiAddress& address);
 
-// Sets the layer up for at most maxHandles handles (no more than kNiMaxHandles); on Windows it
-// also starts Winsock. Later calls change nothing and return 0.
+// Sets the layer up for at most maxHandles handles (no more than kNiMaxHandles, and fewer where
+// the process may not open that many files); on Windows it also starts Winsock. Later calls
+// change nothing and return 0.
 int NiInit(int maxHandles);
+// The number of handles the layer gives out (0 before NiInit).
+int NiHandleLimit();
 
 // The host's own name, cut to the buffer.
 int NiMyHostName(char* name, size_t cap);
@@ -67,6 +70,28 @@ int NiServerHandle(uint16_t* port, NiHandle* out);
 // Waits at most timeoutMs for a connection on a listening handle; the peer's address goes to
 // *peer when peer is not null. kNiTimeout when nobody came.
 int NiAccept(NiHandle listener, int timeoutMs, NiHandle* out, NiAddress* peer);
+
+// What an accept met when every handle (or every descriptor of the process) was taken.
+struct NiAcceptNote {
+    bool noRoom = false;                // the table (or the process) was full
+    NiHandle closedIdle = kNiNoHandle;  // the idle connection shut down to make room
+};
+// A connection that finds no free handle makes room: the connection that has waited the longest
+// in a read without a byte (quiet for at least kNiIdleMinQuietMs) is shut down, and the new one
+// takes its handle once its owner has closed it (within kNiRoomWaitMs). Otherwise the new
+// connection is refused: closed at once, kNiNoFreeHandle. *note says what happened.
+constexpr int kNiIdleMinQuietMs = 2000;
+constexpr int kNiRoomWaitMs = 1000;
+int NiAcceptEx(NiHandle listener, int timeoutMs, NiHandle* out, NiAddress* peer,
+               NiAcceptNote* note);
+
+// Shuts down the connection that has waited the longest in a read without receiving a byte and
+// has been quiet for at least minQuietMs: its reader wakes and sees the end of the connection, and
+// closes the handle as usual. The handle, or kNiNoHandle when no connection qualifies.
+NiHandle NiShutDownOldestIdle(int minQuietMs);
+// Shuts down every open connection (listening handles stay), for the end of the service: each
+// reader and writer sees the end of its connection. How many were shut down.
+int NiShutDownConnections();
 
 enum NiPeekMode { kNiPeekRead = 0, kNiPeekWrite = 1 };
 // Read mode: 0 when data is waiting, kNiClosed when the peer has closed, kNiTimeout when

@@ -4,6 +4,8 @@
 
 #include <mutex>
 
+#include "base/clock.h"
+
 namespace vx {
 
 namespace {
@@ -43,6 +45,12 @@ int NiTableInit(int maxHandles) {
     return kNiOk;
 }
 
+int NiTableLimit() {
+    HandleTable& table = Table();
+    std::lock_guard<std::mutex> hold(table.mutex);
+    return table.limit;
+}
+
 bool NiTableReady() {
     HandleTable& table = Table();
     std::lock_guard<std::mutex> hold(table.mutex);
@@ -60,6 +68,7 @@ NiHandle NiTableAdd(NiOsSocket socket, bool listener) {
         slot.entry = NiHandleEntry{};
         slot.entry.socket = socket;
         slot.entry.listener = listener;
+        slot.entry.quietSinceMs = TickCountMs();
         table.next = (index + 1) % table.limit;
         return index;
     }
@@ -91,6 +100,60 @@ bool NiTableSetSingleRead(NiHandle handle, bool on) {
     if (slot == nullptr) return false;
     slot->entry.singleRead = on;
     return true;
+}
+
+void NiTableNoteWait(NiHandle handle, bool begins) {
+    HandleTable& table = Table();
+    std::lock_guard<std::mutex> hold(table.mutex);
+    Slot* slot = UsedSlot(table, handle);
+    if (slot == nullptr) return;
+    slot->entry.waits += begins ? 1 : -1;
+}
+
+void NiTableNoteBytes(NiHandle handle) {
+    uint64_t now = TickCountMs();
+    HandleTable& table = Table();
+    std::lock_guard<std::mutex> hold(table.mutex);
+    Slot* slot = UsedSlot(table, handle);
+    if (slot != nullptr) slot->entry.quietSinceMs = now;
+}
+
+// The socket is shut down under the table's mutex: its owner closes it only after removing the
+// handle, so the socket cannot have been closed (and its number reused) in between.
+NiHandle NiTableShutDownOldestIdle(uint64_t nowMs, uint64_t minQuietMs) {
+    HandleTable& table = Table();
+    std::lock_guard<std::mutex> hold(table.mutex);
+    NiHandle oldest = kNiNoHandle;
+    uint64_t oldestSince = 0;
+    for (int index = 0; index < table.limit; ++index) {
+        const Slot& slot = table.slots[index];
+        const NiHandleEntry& e = slot.entry;
+        if (!slot.inUse || e.listener || e.shutDown || e.waits <= 0) continue;
+        if (e.quietSinceMs > nowMs || nowMs - e.quietSinceMs < minQuietMs) continue;
+        if (oldest == kNiNoHandle || e.quietSinceMs < oldestSince) {
+            oldest = index;
+            oldestSince = e.quietSinceMs;
+        }
+    }
+    if (oldest != kNiNoHandle) {
+        table.slots[oldest].entry.shutDown = true;
+        NiOsShutdown(table.slots[oldest].entry.socket);
+    }
+    return oldest;
+}
+
+int NiTableShutDownConnections() {
+    HandleTable& table = Table();
+    std::lock_guard<std::mutex> hold(table.mutex);
+    int count = 0;
+    for (int index = 0; index < table.limit; ++index) {
+        Slot& slot = table.slots[index];
+        if (!slot.inUse || slot.entry.listener || slot.entry.shutDown) continue;
+        slot.entry.shutDown = true;
+        NiOsShutdown(slot.entry.socket);
+        ++count;
+    }
+    return count;
 }
 
 NiOsSocket NiTableRemove(NiHandle handle) {

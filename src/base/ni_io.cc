@@ -36,11 +36,30 @@ bool ConnectionEntry(NiHandle handle, int* timeoutMs, NiHandleEntry* entry) {
     return true;
 }
 
+bool IsShutDown(NiHandle handle) {
+    NiHandleEntry entry;
+    return NiTableGet(handle, &entry) && entry.shutDown;
+}
+
+// Waits on a connection's socket like NiOsWait; kNiClosed once the connection was shut down
+// (to make room, or at the end of the service) while the thread waited.
+int WaitOnConnection(NiHandle handle, NiOsSocket socket, bool forWrite, int timeoutMs) {
+    int slice = NiOsShutdownWakeMs();
+    if (slice < 0) return NiOsWait(socket, forWrite, timeoutMs);
+    Deadline deadline(timeoutMs);
+    for (;;) {
+        if (IsShutDown(handle)) return kNiClosed;
+        int left = deadline.Left();
+        int ready = NiOsWait(socket, forWrite, left < 0 || left > slice ? slice : left);
+        if (ready != 0 || deadline.Left() == 0) return ready;
+    }
+}
+
 // Waits for the socket within what is left of the deadline: 0 ready, else an Ni result.
-int AwaitReady(NiOsSocket socket, bool forWrite, const Deadline& deadline) {
+int AwaitReady(NiHandle handle, NiOsSocket socket, bool forWrite, const Deadline& deadline) {
     int left = deadline.Left();
     if (left == 0) return kNiTimeout;
-    int ready = NiOsWait(socket, forWrite, left);
+    int ready = WaitOnConnection(handle, socket, forWrite, left);
     if (ready == 0) return kNiTimeout;
     return ready < 0 ? ready : kNiOk;
 }
@@ -52,6 +71,8 @@ int NiPeekEx(NiHandle handle, NiPeekMode mode, int timeoutMs) {
     if (!ConnectionEntry(handle, &timeoutMs, &entry)) return kNiInvalidHandle;
     Deadline deadline(timeoutMs);
     bool forWrite = mode == kNiPeekWrite;
+    // A connection waiting here for its sender is idle: it may be shut down to make room.
+    if (!forWrite) NiTableNoteWait(handle, true);
     int rc = kNiTimeout;
     for (;;) {
         // Looking first lets a time-out of 0 still see what is already there.
@@ -61,7 +82,7 @@ int NiPeekEx(NiHandle handle, NiPeekMode mode, int timeoutMs) {
             rc = n > 0 ? kNiOk : n == 0 ? kNiClosed : static_cast<int>(n);
             if (rc != kNiTimeout) break;
         }
-        int ready = NiOsWait(entry.socket, forWrite, deadline.Left());
+        int ready = WaitOnConnection(handle, entry.socket, forWrite, deadline.Left());
         if (ready == 0) {
             rc = kNiTimeout;
             break;
@@ -71,6 +92,7 @@ int NiPeekEx(NiHandle handle, NiPeekMode mode, int timeoutMs) {
             break;
         }
     }
+    if (!forWrite) NiTableNoteWait(handle, false);
     if (rc == kNiTimeout)
         NiTraceWrite(3, "NiPeekEx: handle %d time-out after %d ms", handle, timeoutMs);
     else if (rc == kNiOk || rc == kNiClosed)
@@ -88,6 +110,7 @@ int NiRawRead(NiHandle handle, void* buffer, int32_t length, int timeoutMs, int3
         !ConnectionEntry(handle, &timeoutMs, &entry))
         return kNiInvalidHandle;
     Deadline deadline(timeoutMs);
+    if (timeoutMs != kNiPoll) NiTableNoteWait(handle, true);
     char* into = static_cast<char*>(buffer);
     int32_t got = 0;
     int rc = kNiOk;
@@ -99,12 +122,14 @@ int NiRawRead(NiHandle handle, void* buffer, int32_t length, int timeoutMs, int3
             continue;
         }
         rc = n == 0 ? kNiClosed : static_cast<int>(n);
-        if (rc == kNiTimeout) rc = AwaitReady(entry.socket, false, deadline);
+        if (rc == kNiTimeout) rc = AwaitReady(handle, entry.socket, false, deadline);
         if (rc != kNiOk) break;
     }
     // Bytes that arrived before the peer closed (or the connection failed) are delivered first;
     // the next read reports the end.
     if (got > 0 && rc != kNiTimeout) rc = kNiOk;
+    if (timeoutMs != kNiPoll) NiTableNoteWait(handle, false);
+    if (got > 0) NiTableNoteBytes(handle);
     *count = got;
     if (rc == kNiOk || rc == kNiTimeout || rc == kNiClosed)
         NiTraceWrite(3, "NiRawRead: handle %d, %d of %d bytes (rc = %d)", handle, got, length, rc);
@@ -131,7 +156,7 @@ int NiRawWrite(NiHandle handle, const void* data, int32_t length, int timeoutMs,
             continue;
         }
         rc = static_cast<int>(n);
-        if (rc == kNiTimeout) rc = AwaitReady(entry.socket, true, deadline);
+        if (rc == kNiTimeout) rc = AwaitReady(handle, entry.socket, true, deadline);
         if (rc != kNiOk) break;
     }
     *count = sent;

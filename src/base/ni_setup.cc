@@ -1,8 +1,10 @@
 // Start-up, names and addresses, and the life of handles in the network interface layer:
 // connect, listen, accept and close, each traced at level 2 and every failure at level 1.
+#include "base/clock.h"
 #include "base/ni.h"
 #include "base/ni_handles.h"
 #include "base/ni_os.h"
+#include "base/sync.h"
 
 namespace vx {
 
@@ -20,7 +22,66 @@ int AdoptSocket(NiOsSocket socket, bool listener, const char* caller, NiHandle* 
     return kNiOk;
 }
 
+// How often a connection that waits for room looks for a free handle.
+constexpr uint32_t kRoomPollMs = 10;
+
+// Makes room for an accepted socket that found the table full: shuts the oldest idle connection
+// down and waits for its owner to free its handle. 0 and the handle, or kNiNoFreeHandle (the
+// socket is then closed).
+int AdoptIntoFullTable(NiOsSocket socket, NiHandle* out, NiAcceptNote* note) {
+    note->noRoom = true;
+    note->closedIdle = NiShutDownOldestIdle(kNiIdleMinQuietMs);
+    if (note->closedIdle != kNiNoHandle) {
+        uint64_t end = TickCountMs() + kNiRoomWaitMs;
+        do {
+            SleepMs(kRoomPollMs);
+            NiHandle handle = NiTableAdd(socket, false);
+            if (handle >= 0) {
+                *out = handle;
+                return kNiOk;
+            }
+        } while (TickCountMs() < end);
+    }
+    NiOsClose(socket);
+    NiTraceWrite(1, "NiAccept: no free handle, connection refused (rc = %d)", kNiNoFreeHandle);
+    return kNiNoFreeHandle;
+}
+
+// The process has no descriptor for the waiting connection: shut the oldest idle connection down
+// and take the waiting one once a descriptor is free. Without an idle connection the waiting one
+// stays in the system's queue, and the pause keeps the accept loop from spinning on it.
+int AcceptWithoutDescriptors(NiOsSocket listener, NiOsSocket* socket, NiAddress* from,
+                             NiAcceptNote* note) {
+    note->noRoom = true;
+    note->closedIdle = NiShutDownOldestIdle(kNiIdleMinQuietMs);
+    uint64_t end = TickCountMs() + kNiRoomWaitMs;
+    do {
+        SleepMs(kRoomPollMs);
+        if (note->closedIdle == kNiNoHandle) continue;
+        int rc = NiOsAccept(listener, socket, from);
+        if (rc != kNiNoFreeHandle) return rc;
+    } while (TickCountMs() < end);
+    return kNiNoFreeHandle;
+}
+
 }  // namespace
+
+int NiHandleLimit() {
+    return NiTableLimit();
+}
+
+NiHandle NiShutDownOldestIdle(int minQuietMs) {
+    NiHandle handle = NiTableShutDownOldestIdle(
+        TickCountMs(), static_cast<uint64_t>(minQuietMs < 0 ? 0 : minQuietMs));
+    if (handle != kNiNoHandle) NiTraceWrite(2, "NiShutDownOldestIdle: handle %d shut down", handle);
+    return handle;
+}
+
+int NiShutDownConnections() {
+    int count = NiTableShutDownConnections();
+    NiTraceWrite(2, "NiShutDownConnections: %d connections shut down", count);
+    return count;
+}
 
 int NiInit(int maxHandles) {
     int rc = NiOsStartup();
@@ -29,12 +90,15 @@ int NiInit(int maxHandles) {
                      NiOsLastError(), rc);
         return rc;
     }
-    rc = NiTableInit(maxHandles);
+    // Where the process may open fewer files than handles, the table fills (and makes room)
+    // before the system refuses connections and the jobs' files.
+    int ceiling = NiOsSocketCeiling();
+    rc = NiTableInit(maxHandles < ceiling ? maxHandles : ceiling);
     if (rc != kNiOk) {
         NiTraceWrite(1, "NiInit: %d handles asked for (rc = %d)", maxHandles, rc);
         return rc;
     }
-    NiTraceWrite(2, "NiInit: up to %d handles", maxHandles);
+    NiTraceWrite(2, "NiInit: up to %d handles", NiHandleLimit());
     return kNiOk;
 }
 
@@ -96,6 +160,15 @@ int NiServerHandle(uint16_t* port, NiHandle* out) {
 }
 
 int NiAccept(NiHandle listener, int timeoutMs, NiHandle* out, NiAddress* peer) {
+    NiAcceptNote note;
+    return NiAcceptEx(listener, timeoutMs, out, peer, &note);
+}
+
+int NiAcceptEx(NiHandle listener, int timeoutMs, NiHandle* out, NiAddress* peer,
+               NiAcceptNote* note) {
+    NiAcceptNote unused;
+    if (note == nullptr) note = &unused;
+    *note = NiAcceptNote{};
     if (out == nullptr) return kNiInvalidHandle;
     *out = kNiNoHandle;
     NiHandleEntry entry;
@@ -113,14 +186,20 @@ int NiAccept(NiHandle listener, int timeoutMs, NiHandle* out, NiAddress* peer) {
     NiOsSocket socket = kNiOsNoSocket;
     NiAddress from = peer != nullptr ? *peer : NiMappedZeroAddress();
     int rc = NiOsAccept(entry.socket, &socket, &from);
+    if (rc == kNiNoFreeHandle) rc = AcceptWithoutDescriptors(entry.socket, &socket, &from, note);
     if (rc != kNiOk) {
         // The waiting peer may have given up between the wait and the accept.
         NiTraceWrite(rc == kNiTimeout ? 3 : 1, "NiAccept: on handle %d failed (rc = %d)", listener,
                      rc);
         return rc;
     }
-    rc = AdoptSocket(socket, false, "NiAccept", out);
-    if (rc != kNiOk) return rc;
+    NiHandle handle = NiTableAdd(socket, false);
+    if (handle >= 0) {
+        *out = handle;
+    } else {
+        rc = AdoptIntoFullTable(socket, out, note);
+        if (rc != kNiOk) return rc;
+    }
     if (peer != nullptr) *peer = from;
     NiTraceWrite(2, "NiAccept: handle %d from %s", *out, NiAddrToStr(from));
     return kNiOk;

@@ -20,4 +20,11 @@ enum StopReasonValue {
 extern std::atomic<int32_t> g_StopReason;
 extern std::atomic<int32_t> g_ProcessedJobs;
 
+// Sets the stop reason and, at the first request, notes when it came: the end of the service gives
+// the connections still open a grace period counted from there. Lock-free, so that a signal
+// handler may call it. kStopNone clears both.
+void RequestStop(int32_t reason);
+// The tick (TickCountMs) of the first stop request; 0 while none came.
+uint64_t StopRequestedAtMs();
+
 }  // namespace vx

@@ -19,6 +19,7 @@
 #include "base/text.h"
 #include "config/option_globals.h"
 #include "config/process_state.h"
+#include "jobs/copy_limit.h"
 #include "jobs/job_context.h"
 #include "jobs/job_info.h"
 #include "jobs/job_journal.h"
@@ -166,7 +167,7 @@ void FinishJob(ListId jobs, JobInfo job, int rc) {
         // A crash before the restart must not forget that the job is being set up again.
         if (result == 0) UpdateJobJournal(job);
     }
-    if (deviceError) g_StopReason = kStopDeviceContext;
+    if (deviceError) RequestStop(kStopDeviceContext);
     if (result != 0) TraceError("Error deleting job from list %i\n", jobs);
 }
 
@@ -193,9 +194,11 @@ int PrepareReceivedJob(JobRecord* record, char protocol, JobInfo* job) {
     Trace(kTraceDetail, "Start processing %c protocol job %s\n", protocol, record->JobId);
     JobContext* context = record->Context;
     const char* owner = g_Options.ZELUserAsOwner != 0 ? record->Owner : nullptr;
+    // The one place where a received job's copy count is taken over: it is capped here.
+    int32_t copies = LimitCopyCount(record->Copies, record->JobId);
     if (context == nullptr ||
         FillJobInfo(record->PrinterName, context->FileName, record->JobId, owner, context->Title,
-                    record->Copies, record->PrintParam1, record->PrintParam2, record->NoStatusFlag,
+                    copies, record->PrintParam1, record->PrintParam2, record->NoStatusFlag,
                     protocol, 0, 0, job) == 0) {
         TraceError("Cannot fill job info for job %s on printer %s\n", record->JobId,
                    record->PrinterName);

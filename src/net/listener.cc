@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "base/clock.h"
 #include "base/syserror.h"
 #include "base/text.h"
 #include "printserver/process_locks.h"
@@ -28,6 +29,50 @@ int32_t ReadSendWithNull(Czelprsrv& settings) {
     return settings.GetSetting("send_with_null") != 0 ? 1 : 0;
 }
 
+// Connections that met a full handle table, counted per burst so that a flood of them writes two
+// lines, not one per connection: the error when the first one comes, the counts when the burst
+// is over (the next connection that finds room, or a quiet accept wait) or has lasted
+// kRefusalBurstReportMs. Only the accepting thread touches it.
+struct RefusalBurst {
+    bool open = false;
+    uint64_t startMs = 0;
+    long refused = 0;
+    long closedIdle = 0;
+};
+
+constexpr uint64_t kRefusalBurstReportMs = 60000;
+RefusalBurst g_refusals;
+
+void CloseRefusalBurst() {
+    RefusalBurst& burst = g_refusals;
+    if (!burst.open) return;
+    Trace(kTraceBanner,
+          "Network handles were all in use for %lu s: %ld connections refused, %ld idle "
+          "connections closed to make room.\n",
+          static_cast<unsigned long>((TickCountMs() - burst.startMs) / 1000), burst.refused,
+          burst.closedIdle);
+    burst = RefusalBurst{};
+}
+
+void NoteFullTable(const NiAcceptNote& note, bool refused) {
+    RefusalBurst& burst = g_refusals;
+    if (burst.open && TickCountMs() - burst.startMs >= kRefusalBurstReportMs) CloseRefusalBurst();
+    if (!burst.open) {
+        TraceError(
+            "All %d network handles are in use: new connections are refused unless an idle "
+            "connection can be closed.\n",
+            NiHandleLimit());
+        burst.open = true;
+        burst.startMs = TickCountMs();
+    }
+    if (note.closedIdle != kNiNoHandle) {
+        ++burst.closedIdle;
+        Trace(kTraceNotable, "Idle connection %d closed to make room for a new one.\n",
+              note.closedIdle);
+    }
+    if (refused) ++burst.refused;
+}
+
 }  // namespace
 
 void ReadListenerParams(Czelprsrv& settings) {
@@ -50,6 +95,9 @@ int InitNetwork(char* name, size_t size) {
         prsrv->ReportLastError("OpenNiTraceFile", 1);
     }
     int rc = NiInit(kNiMaxHandles);
+    if (rc == kNiOk && NiHandleLimit() < kNiMaxHandles)
+        Trace(kTraceBanner, "The limit of open files leaves %d network handles.\n",
+              NiHandleLimit());
     if (prsrv != nullptr) ReadListenerParams(*prsrv);
     return rc == kNiOk ? 1 : 0;
 }
@@ -107,8 +155,13 @@ int AcceptNetworkConnection(NetSocket* connection, NiHandle listenHandle, int* i
     if (listenHandle == kNiNoHandle || connection == nullptr) return -1;
     NiAddress peer = NiMappedZeroAddress();
     NiHandle handle = kNiNoHandle;
-    if (NiAccept(listenHandle, g_ListenerParams.NiAcceptTimeout, &handle, &peer) != kNiOk)
-        return -1;
+    NiAcceptNote note;
+    int rc = NiAcceptEx(listenHandle, g_ListenerParams.NiAcceptTimeout, &handle, &peer, &note);
+    if (note.noRoom)
+        NoteFullTable(note, rc != kNiOk);
+    else if (rc == kNiOk || rc == kNiTimeout)
+        CloseRefusalBurst();
+    if (rc != kNiOk) return -1;
     int local = NiIsLocalAddress(peer);
     if (isLocal != nullptr) *isLocal = local;
     Trace(kTraceDetail, "NiAccept creates new socket %d\n", handle);

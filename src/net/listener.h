@@ -24,6 +24,10 @@ constexpr int32_t HundredthsToMs(int32_t value) {
     return value > kLongest / 10 ? kLongest : value * 10;
 }
 
+// How long a read waits for a sender that sends nothing when "NiReadTimeout" sets no limit: the
+// connection is then given up, so that silent senders cannot hold the handles for ever.
+constexpr int32_t kDefaultIdleLimitMs = 300000;
+
 // Settings read once when the network is set up; until then their built-in defaults. Time-outs
 // are stored in milliseconds.
 struct ListenerParams {
@@ -38,6 +42,8 @@ struct ListenerParams {
     std::atomic<int32_t> NiSpinReadTime{HundredthsToMs(BuiltInDefault("NiSpinReadTime"))};
     std::atomic<int32_t> LPDPort{BuiltInDefault("LPDPort")};
     std::atomic<int32_t> send_with_null{BuiltInDefault("send_with_null")};  // 0 or 1
+    // the time a read waits in silence when NiReadTimeout is not set (not a setting)
+    std::atomic<int32_t> IdleLimitMs{kDefaultIdleLimitMs};
 };
 
 extern ListenerParams g_ListenerParams;

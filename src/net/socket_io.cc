@@ -79,12 +79,22 @@ bool SpinRead(NiHandle handle, void* buffer, int32_t length, int32_t* got, int* 
 
 // The patient phase: peeks with "NiReadTimeout" until data comes, the connection ends, or more
 // time-outs than "NiReadLoopBreak" allow (one more than it says: N + 2 time-outs for N >= 0).
+// Without a "NiReadTimeout" the peek waits the idle limit, and its time-out ends the read.
 int PatientRead(NiHandle handle, void* buffer, int32_t length, int32_t* got) {
     int32_t loopBreak = g_ListenerParams.NiReadLoopBreak;
+    int32_t readTimeout = g_ListenerParams.NiReadTimeout;
+    bool idleLimit = readTimeout < 0;
+    if (idleLimit) readTimeout = g_ListenerParams.IdleLimitMs;
     int32_t timeouts = -1;
     int rc = kNiTimeout;
     do {
-        rc = NiPeekEx(handle, kNiPeekRead, g_ListenerParams.NiReadTimeout);
+        rc = NiPeekEx(handle, kNiPeekRead, readTimeout);
+        if (rc == kNiTimeout && idleLimit) {
+            Trace(kTraceNotable,
+                  "SocketRead: nothing received on ni %i for %d ms, connection idle\n", handle,
+                  static_cast<int>(readTimeout));
+            break;
+        }
         if (rc == kNiTimeout) {
             if (loopBreak >= 0) ++timeouts;
             continue;

@@ -182,6 +182,10 @@ inline constexpr Setting kSettings[] = {
     IntSetting("EnableEUDC", 0, kSettingInNoList),
     OptionGlobalSetting("UseNonASCII", 1, kChangeNever, 12, kSettingDefaultNotListed),
     IntSetting("SyncJobFiles", 0, kSettingInNoList),
+    // Trace logs moved aside that are kept (0 or less: all), and the most copies a received job
+    // prints (0 or less: no limit).
+    IntSetting("MaxLogFiles", 10, kSettingInNoList),
+    IntSetting("MaxCopies", 999, kSettingInNoList),
 };
 
 // The row of a name (exact match), or null.

@@ -1,5 +1,6 @@
 // The trace logs: level-filtered lines with the thread-and-time prefix, the API log, size-driven
-// switching of the main log, run-time option changes and moving trace files aside.
+// switching of the main log (old logs beyond MaxLogFiles deleted), run-time option changes and
+// moving trace files aside.
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
@@ -8,6 +9,7 @@
 #include "base/fileops.h"
 #include "base/syserror.h"
 #include "printserver/process_locks.h"
+#include "printserver/rotated_logs.h"
 #include "printserver/service_events.h"
 #include "printserver/zelprsrv.h"
 
@@ -160,6 +162,7 @@ void Czelprsrv::SwitchLogFile() {
         Trace(kTraceDetail, "Rename from %s to %s successful.\n", mainLogPath_, switchTarget_);
     }
     WriteEnvironmentReport(1);
+    PruneRotatedLogs(mainLogPath_, maxLogFiles_);
     switching_ = false;
 }
 
@@ -177,6 +180,7 @@ void Czelprsrv::ChangeTraceOption(const char* name, const char* value) {
         {"PDFPacketSize", &pdfPacketSize_},
         {"NoLogFileSwitch", &noLogFileSwitch_},
         {"MaxLogFileSize", &maxLogFileSize_},
+        {"MaxLogFiles", &maxLogFiles_},
         {"NoPrinterLogging", &noPrinterLogging_},
         {"PDFasRAW", &pdfAsRaw_},
     };

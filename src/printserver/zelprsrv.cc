@@ -168,6 +168,7 @@ void Czelprsrv::ReadTraceOptions() {
     pdfPacketSize_ = GetSetting("PDFPacketSize");
     noLogFileSwitch_ = GetSetting("NoLogFileSwitch");
     maxLogFileSize_ = GetSetting("MaxLogFileSize");
+    maxLogFiles_ = GetSetting("MaxLogFiles");
 }
 
 void Czelprsrv::EnsureCacheLists() {

@@ -138,6 +138,7 @@ class Czelprsrv {
     int32_t MemoryLog() const { return memoryLog_; }
     int32_t NoLogFileSwitch() const { return noLogFileSwitch_; }
     int32_t MaxLogFileSize() const { return maxLogFileSize_; }
+    int32_t MaxLogFiles() const { return maxLogFiles_; }
     int32_t NoPrinterLogging() const { return noPrinterLogging_; }
     int32_t PdfPacketSize() const { return pdfPacketSize_; }
     int32_t PdfAsRaw() const { return pdfAsRaw_; }
@@ -246,6 +247,7 @@ class Czelprsrv {
     uint32_t linesWritten_ = 0;
     bool switching_ = false;
     int32_t maxLogFileSize_ = BuiltInDefault("MaxLogFileSize");
+    int32_t maxLogFiles_ = BuiltInDefault("MaxLogFiles");
     int32_t logLevel_ = BuiltInDefault("LogLevel");
     int32_t enableEudc_ = BuiltInDefault("EnableEUDC");
     int32_t winApiLog_ = BuiltInDefault("WinAPILog");

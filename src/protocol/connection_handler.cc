@@ -142,7 +142,7 @@ void CountJob() {
     if (jobs % kMemoryReportInterval == 0 && g_prsrv != nullptr)
         g_prsrv->ReportMemoryUsage(jobs, ListMemoryInUse());
     int32_t limit = g_Options.RestartAfterJobs;
-    if (limit > 0 && jobs > limit) g_StopReason = kStopScheduled;
+    if (limit > 0 && jobs > limit) RequestStop(kStopScheduled);
 }
 
 // LPD jobs completed by one file of the dialogue: marked printing, their identifiers recorded for

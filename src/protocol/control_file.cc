@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/text.h"
+#include "printserver/repeated_trace.h"
 #include "printserver/trace.h"
 #include "protocol/lpd_receive.h"
 
@@ -70,8 +71,8 @@ bool IsPrintFormat(char c) {
     return c == 'f' || c == 'l' || c == 'x';
 }
 
-void TraceUnknownFormat(char letter) {
-    Trace(kTraceNormal, "Unknown file format in control file '%c'.\n", letter);
+void TraceUnknownFormat(RepeatedTrace& lines, char letter) {
+    lines.Trace(kTraceNormal, "Unknown file format in control file '%c'.\n", letter);
 }
 
 // The first character of a compact job name: "S" has no value here, unlike in later places.
@@ -121,7 +122,10 @@ void MakeTitle(const char* owner, const char* jobName, char* title, size_t cap) 
 }  // namespace
 
 void AnalyseControlFile(const char* control, char* owner, size_t ownerSize, char* title,
-                        size_t titleSize, int32_t* printLines) {
+                        size_t titleSize, int32_t* printLines, RepeatedTrace* repeats) {
+    // Without a caller's count, the lines of this control file are counted on their own.
+    RepeatedTrace own;
+    RepeatedTrace& lines = repeats != nullptr ? *repeats : own;
     char jobName[kJobNameLength + 1] = "";
     char name[kOwnerLength + 1] = "";
     char made[kTitleLength + 1] = "";
@@ -139,7 +143,7 @@ void AnalyseControlFile(const char* control, char* owner, size_t ownerSize, char
             OwnerOf(line, name, sizeof name);
         } else if (IsLowerCase(letter)) {
             ++count;
-            if (!IsPrintFormat(letter)) TraceUnknownFormat(letter);
+            if (!IsPrintFormat(letter)) TraceUnknownFormat(lines, letter);
         }
     }
 
@@ -151,7 +155,7 @@ void AnalyseControlFile(const char* control, char* owner, size_t ownerSize, char
         } else if (letter == 'P') {
             OwnerOf(line, name, sizeof name);
         } else if (IsLowerCase(letter)) {
-            if (!IsPrintFormat(letter)) TraceUnknownFormat(letter);
+            if (!IsPrintFormat(letter)) TraceUnknownFormat(lines, letter);
             MakeTitle(name, jobName, made, sizeof made);
         }
     }

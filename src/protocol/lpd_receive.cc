@@ -12,6 +12,7 @@
 
 #include "base/text.h"
 #include "jobs/job_context.h"
+#include "printserver/repeated_trace.h"
 #include "printserver/trace.h"
 
 namespace vx {
@@ -59,6 +60,8 @@ struct Dialogue {
     ControlFiles controls;
     std::vector<ArrivedDataFile> waiting;  // whole, not yet described by a control file
     int jobsMade = 0;
+    // Lines written per subcommand or per control-file line: a few of each kind, then a count.
+    RepeatedTrace lines;
 };
 
 bool IsCountEnd(char c) {
@@ -114,7 +117,8 @@ int ParseFileSubcommand(const char* line, bool control, int64_t* size, char* nam
 
 // The job record of one data file, described by a control file: named in its print lines (the
 // copy count is the number of those lines) or, when it names the file nowhere, as a whole.
-JobRecordPtr MakeJob(const char* queue, const char* control, const ArrivedDataFile& data) {
+JobRecordPtr MakeJob(const char* queue, const char* control, const ArrivedDataFile& data,
+                     RepeatedTrace* lines) {
     JobRecordPtr job = CreateJobRecord();
     if (job == nullptr) return nullptr;
     CopyText(job->PrinterName, queue);
@@ -125,7 +129,7 @@ JobRecordPtr MakeJob(const char* queue, const char* control, const ArrivedDataFi
     int32_t printLines = 0;
     static_assert(sizeof context->Title >= kTitleSize);
     AnalyseControlFile(control, job->Owner, sizeof job->Owner, context->Title, kTitleSize,
-                       &printLines);
+                       &printLines, lines);
     int32_t naming = CountPrintLinesNaming(control, data.sentName);
     job->Copies = naming > 0 ? naming : printLines;
     return job;
@@ -143,7 +147,7 @@ int HandOverJobs(Dialogue& d, const ArrivedDataFile* files, size_t count, const 
     std::vector<JobRecordPtr> owned;
     std::vector<JobRecord*> jobs;
     for (size_t i = 0; i < count; ++i) {
-        JobRecordPtr job = MakeJob(d.queue, control, files[i]);
+        JobRecordPtr job = MakeJob(d.queue, control, files[i], &d.lines);
         if (job == nullptr) break;
         jobs.push_back(job.get());
         owned.push_back(std::move(job));
@@ -152,7 +156,8 @@ int HandOverJobs(Dialogue& d, const ArrivedDataFile* files, size_t count, const 
         d.jobsMade += static_cast<int>(count);
         return 0;
     }
-    TraceError("Job for printer '%s' refused: it could not be taken over.\n", d.queue);
+    d.lines.Trace(kTraceError, "Job for printer '%s' refused: it could not be taken over.\n",
+                  d.queue);
     RemoveDataFiles(files, count);
     return -1;
 }
@@ -208,12 +213,13 @@ void FinishDialogue(Dialogue& d, bool closedInOrder) {
     }
     RemoveDataFiles(d.waiting.data(), d.waiting.size());
     d.waiting.clear();
+    d.lines.TraceLeftOut();
 }
 
 }  // namespace
 
 int ReceiveJob(const char* queue, NetSocket* socket, LpdJobHandOver handOver, void* context) {
-    Dialogue d{queue, socket, handOver, context, {}, {}, 0};
+    Dialogue d{queue, socket, handOver, context, {}, {}, 0, {}};
     int failedReads = 0;
     bool closedInOrder = false;
 
@@ -235,7 +241,7 @@ int ReceiveJob(const char* queue, NetSocket* socket, LpdJobHandOver handOver, vo
         switch (subcommand) {
             case kAbortJob:
                 SendAck(-1, *socket);
-                TraceError("%s not implemented.\n", "Abort job");
+                d.lines.Trace(kTraceError, "%s not implemented.\n", "Abort job");
                 break;
             case kReceiveControlFile: {
                 int64_t size = 0;
@@ -247,7 +253,7 @@ int ReceiveJob(const char* queue, NetSocket* socket, LpdJobHandOver handOver, vo
                 }
                 char* text = nullptr;
                 int64_t length = 0;
-                if (ReceiveCmd(&text, &length, queue, name, size, socket) == 0) {
+                if (ReceiveCmd(&text, &length, queue, name, size, socket, &d.lines) == 0) {
                     ControlFileArrived(d, text);
                 } else {
                     SendAck(-1, *socket);
@@ -264,8 +270,8 @@ int ReceiveJob(const char* queue, NetSocket* socket, LpdJobHandOver handOver, vo
                     break;
                 }
                 DataFileReceipt receipt{};
-                int rc = ReceiveData(queue, name, size, socket, &receipt);
-                Trace(kTraceNormal, "Filename used is %s\n", receipt.nameUsed);
+                int rc = ReceiveData(queue, name, size, socket, &receipt, &d.lines);
+                d.lines.Trace(kTraceNormal, "Filename used is %s\n", receipt.nameUsed);
                 if (rc == 0)
                     DataFileArrived(d, name, receipt);
                 else

@@ -9,19 +9,21 @@
 #include "jobs/job_journal.h"
 #include "jobs/temp_names.h"
 #include "printserver/process_locks.h"
+#include "printserver/repeated_trace.h"
 #include "printserver/zelprsrv.h"
+#include "protocol/control_file_memory.h"
 #include "protocol/lpd_receive.h"
 
 namespace vx {
 
 namespace {
 
-constexpr const char* kSourceFile = "lpd_receive_files";
-constexpr const char* kControlTag = "control file buffer";
 // A read that delivers nothing is retried this often before the transfer is given up.
 constexpr int kReadRetries = 100;
 constexpr int64_t kControlWarnSize = 32000;
 constexpr int64_t kControlChunk = 32000;
+// A control file's buffer starts this small and doubles whenever it is full.
+constexpr int64_t kControlStartRoom = 4096;
 constexpr int64_t kDataChunk = 2000;
 constexpr size_t kTracedDataLength = 2048;
 // Letters and digits of a data file name that are kept.
@@ -69,7 +71,7 @@ FILE* CreateUnderName(const char* path, bool* taken) {
 // and the creation happen under the process-wide file lock, and the file is created exclusively:
 // two receptions never share a file.
 CreateResult CreateDataFile(const char* dir, const char* name, DataFileReceipt* receipt,
-                            StreamPtr* file) {
+                            StreamPtr* file, RepeatedTrace& lines) {
     LockHold hold(ProcessFileLock());
     // An empty name is the directory itself, which is always taken.
     bool taken = name[0] == '\0';
@@ -80,7 +82,7 @@ CreateResult CreateDataFile(const char* dir, const char* name, DataFileReceipt* 
         return kCreated;
     }
     if (!taken) return kCannotCreate;
-    Trace(kTraceNormal, "ReceiveData: tempfile '%s' exists.\n", receipt->path);
+    lines.Trace(kTraceNormal, "ReceiveData: tempfile '%s' exists.\n", receipt->path);
     for (int n = 1; n < 1000; ++n) {
         FormatText(receipt->path, sizeof receipt->path, "%s%s.%03d", dir, name, n);
         file->reset(CreateUnderName(receipt->path, &taken));
@@ -101,6 +103,25 @@ void TraceDataBlock(const char* data, int32_t length) {
     Trace(kTraceData, "%.*s\n", shown, data);
 }
 
+// The room after a full buffer of room bytes: twice as much, or all the announced size needs
+// when that is not much more (no last step of a few bytes that copies the whole buffer).
+int64_t NextControlRoom(int64_t room, int64_t fullRoom) {
+    int64_t doubled = room * 2;
+    return doubled + room / 2 >= fullRoom ? fullRoom : doubled;
+}
+
+// Grows a control file's buffer. 0, or -1 after the error line when the control files of all
+// connections would hold more than the ceiling (or memory ran out, which the allocator traced).
+int GrowWithinCeiling(ControlBuffer* buffer, int64_t room, const char* fileName) {
+    ControlGrowth grown = GrowControlBuffer(buffer, room);
+    if (grown == kControlPastCeiling)
+        TraceError(
+            "Controlfile %s refused: the control files of all connections would hold more than "
+            "%lld Bytes.\n",
+            fileName, static_cast<long long>(kControlFileCeiling));
+    return grown == kControlGrown ? 0 : -1;
+}
+
 }  // namespace
 
 void RemoveReceivedFile(const char* path) {
@@ -109,12 +130,11 @@ void RemoveReceivedFile(const char* path) {
 }
 
 void FreeControlFile(char* control) {
-    if (control != nullptr && g_prsrv != nullptr)
-        g_prsrv->TrackedFree(control, kSourceFile, __LINE__, kControlTag, 0);
+    ReleaseControlText(control);
 }
 
-int ReceiveCmd(char** control, int64_t* length, const char* /*queue*/, const char* /*fileName*/,
-               int64_t size, NetSocket* socket) {
+int ReceiveCmd(char** control, int64_t* length, const char* /*queue*/, const char* fileName,
+               int64_t size, NetSocket* socket, RepeatedTrace* repeats) {
     *control = nullptr;
     *length = 0;
     if (size < 0 || size > kMaxControlFileSize) {
@@ -122,26 +142,34 @@ int ReceiveCmd(char** control, int64_t* length, const char* /*queue*/, const cha
                    static_cast<long long>(size), static_cast<long long>(kMaxControlFileSize));
         return -1;
     }
+    // Room for the bytes, the trailing zero byte that may come along with them, and the
+    // terminator; the buffer starts small and grows as the bytes arrive.
+    const int64_t fullRoom = size + 2;
+    ControlBuffer buffer;
+    if (GrowWithinCeiling(&buffer, std::min(fullRoom, kControlStartRoom), fileName) != 0) return -1;
     SendAck(0, *socket);
+    RepeatedTrace own;
+    RepeatedTrace& lines = repeats != nullptr ? *repeats : own;
     if (size > kControlWarnSize)
-        TraceError("Warning: Commandfile bigger than 32000 Bytes (%lld).\n",
-                   static_cast<long long>(size));
-    if (g_prsrv == nullptr) return -1;
-    auto* buffer = static_cast<char*>(g_prsrv->TrackedAlloc(static_cast<size_t>(size) + 2,
-                                                            kSourceFile, __LINE__, kControlTag, 0));
-    if (buffer == nullptr) return -1;
-    Trace(kTraceDetail, "ReceiveCmd: h_control_file = %p\n", static_cast<void*>(buffer));
+        lines.Trace(kTraceError, "Warning: Commandfile bigger than 32000 Bytes (%lld).\n",
+                    static_cast<long long>(size));
+    Trace(kTraceDetail, "ReceiveCmd: h_control_file = %p\n", static_cast<void*>(buffer.text));
 
     // One byte more than remains is asked for, so that the trailing zero byte may come along.
     int64_t received = 0;
     int retries = 0;
-    buffer[0] = '\0';
+    buffer.text[0] = '\0';
     while (received < size) {
-        int64_t want = std::min(size - received + 1, kControlChunk);
-        int32_t got = SocketRead(*socket, buffer + received, static_cast<int32_t>(want));
+        if (received == buffer.room - 1 &&
+            GrowWithinCeiling(&buffer, NextControlRoom(buffer.room, fullRoom), fileName) != 0) {
+            FreeControlFile(buffer.text);
+            return -1;
+        }
+        int64_t want = std::min({size - received + 1, buffer.room - 1 - received, kControlChunk});
+        int32_t got = SocketRead(*socket, buffer.text + received, static_cast<int32_t>(want));
         if (got > 0) {
             received += got;
-            buffer[received] = '\0';
+            buffer.text[received] = '\0';
             continue;
         }
         if (++retries <= kReadRetries) continue;
@@ -150,22 +178,22 @@ int ReceiveCmd(char** control, int64_t* length, const char* /*queue*/, const cha
                        static_cast<long long>(received), static_cast<long long>(size));
         else
             TraceError("Error while reading on socket\n");
-        FreeControlFile(buffer);
+        FreeControlFile(buffer.text);
         return -1;
     }
     // A byte beyond the size is the trailing zero byte; otherwise it is still to come.
     if (received == size && AwaitNullbyte(*socket) != 0) {
-        FreeControlFile(buffer);
+        FreeControlFile(buffer.text);
         return -1;
     }
-    buffer[size] = '\0';
-    *control = buffer;
+    buffer.text[size] = '\0';
+    *control = buffer.text;
     *length = size;
     return 0;
 }
 
 int ReceiveData(const char* queue, const char* fileName, int64_t size, NetSocket* socket,
-                DataFileReceipt* receipt) {
+                DataFileReceipt* receipt, RepeatedTrace* repeats) {
     receipt->nameUsed[0] = '\0';
     receipt->path[0] = '\0';
     receipt->storageFailed = false;
@@ -174,7 +202,9 @@ int ReceiveData(const char* queue, const char* fileName, int64_t size, NetSocket
     StoredDataName(fileName, strlen(dir), name, sizeof name);
 
     StreamPtr file;
-    CreateResult created = CreateDataFile(dir, name, receipt, &file);
+    RepeatedTrace own;
+    CreateResult created =
+        CreateDataFile(dir, name, receipt, &file, repeats != nullptr ? *repeats : own);
     if (created != kCreated) {
         if (created == kCannotCreate) TraceError("Printer '%s', File '%s'\n", queue, receipt->path);
         // The sender learns that the job cannot be stored here.

@@ -16,6 +16,8 @@
 #include <cerrno>
 #include <thread>
 
+#include "base/clock.h"
+#include "base/ni.h"
 #include "config/process_state.h"
 #include "jobs/job_lists.h"
 #include "jobs/thread_group.h"
@@ -96,7 +98,7 @@ void ReportThreadStartFailure(int error) {
         TraceError("Could not start connection thread: Too many threads.\n");
     else
         TraceError("Could not start connection thread.\n");
-    g_StopReason = kStopConnectionThread;
+    RequestStop(kStopConnectionThread);
 }
 
 }  // namespace
@@ -179,19 +181,32 @@ void AcceptConnection() {
     EvClose(info.hEventInit);
 }
 
-void WaitForConnectionThreads() {
+void WaitForConnectionThreads(uint32_t graceMs) {
     if (g_prsrv != nullptr)
         g_prsrv->Trace(kTraceNotable, "List memory in use: %u bytes\n", ListMemoryInUse());
     if (g_listMode == 0) return;
     Trace(kTraceNotable, "Enter connection loop\n");
+    uint64_t graceEnd = (StopRequestedAtMs() != 0 ? StopRequestedAtMs() : TickCountMs()) + graceMs;
+    bool graceOver = false;
     for (;;) {
+        uint64_t now = TickCountMs();
+        if (!graceOver && now >= graceEnd) {
+            // Their threads see the end of their connections and finish as after any other end.
+            graceOver = true;
+            int open = NiShutDownConnections();
+            if (open > 0)
+                Trace(kTraceNormal, "Stopping: %d connections still open after %u ms closed.\n",
+                      open, static_cast<unsigned>(graceMs));
+        }
+        uint32_t waitMs = kShutdownPollMs;
+        if (!graceOver && graceEnd - now < waitMs) waitMs = static_cast<uint32_t>(graceEnd - now);
         ListLockHold hold(g_ConnThreadList);
         if (!hold.Held()) break;
         ConnInfo* first = TypedList<ConnInfo>(g_ConnThreadList).First(0);
         if (first == nullptr) break;
         Trace(kTraceDetail, "Wait for connection event %p for connection %i for list %i\n",
               first->hEventQueue, first->Connection.niHandle, g_ConnThreadList);
-        if (EvWait(first->hEventQueue, kShutdownPollMs) == kWaitSignaled) {
+        if (EvWait(first->hEventQueue, waitMs) == kWaitSignaled) {
             EvClose(first->hEventQueue);
             int rc = DeleteFirstElement(g_ConnThreadList, 0);
             Trace(kTraceDetail, "Delete connection from list %i rc = %i\n", g_ConnThreadList, rc);

@@ -28,6 +28,10 @@ void ConnectionThread(ConnInfo* info);
 
 // The connection half of the end of the service: with connection threads, waits until every
 // connection in the list has ended, polling each connection's event once a second.
-void WaitForConnectionThreads();
+// Connections still open this long after the stop request (or, without one, after the wait
+// began) are shut down, so that their threads end: a job being received is then dropped
+// unacknowledged.
+constexpr uint32_t kStopGraceMs = 10000;
+void WaitForConnectionThreads(uint32_t graceMs = kStopGraceMs);
 
 }  // namespace vx

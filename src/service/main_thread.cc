@@ -25,7 +25,7 @@ constexpr int kRestartExitCode = 1;
 
 // A stop request of the system (service stop, SIGTERM, Ctrl+C) is the orderly stop.
 void OnStopRequest() {
-    g_StopReason = kStopFromScm;
+    RequestStop(kStopFromScm);
 }
 
 [[noreturn]] void RestartProcess(const char* message) {

@@ -61,14 +61,11 @@ def test_usage_is_printed_line_by_line_and_traced(vorlix):
     assert lines.index(ASTERISKS) > lines.index("Vorlix called with command option -?.")
 
 
-def test_version_banner(vorlix):
+def test_version_banner_and_change_history(vorlix):
     r = vorlix.run("-v")
     assert r.rc == 0
     assert r.stdout == ("This is Vorlix Version 750 Final Release.7500.1.0.47 (64Bit)\n"
                         "Protocol Version 231\n")
-
-
-def test_change_history_is_the_release_notes(vorlix):
     r = vorlix.run("-h")
     assert r.rc == 0
     assert r.stdout.startswith("Vorlix change history\n")
@@ -79,25 +76,19 @@ def test_integer_options_are_stored_with_decimal_conversion(vorlix):
     assert vorlix.run("-oi", "LogLevel", "abc").stdout == ""
     vorlix.run("-oi", "NiTrace", "12")
     vorlix.run("-oi", "LPDPort", "0x10")  # decimal conversion only
-    vorlix.run("-oi", "Auth7", "x")       # every "Auth" name is known
-    vorlix.run("-oi", "MyCOLORS", "-3")   # and every name containing "COL"
+    vorlix.run("-oi", "MyCOLORS", "-3")   # a name the rules know (option_table_test: the rules)
     values = vorlix.values()
-    assert values["LogLevel"] == "0"
-    assert values["NiTrace"] == "12"
-    assert values["LPDPort"] == "0"
-    assert values["Auth7"] == "0"
-    assert values["MyCOLORS"] == "-3"
+    assert [values[n] for n in ("LogLevel", "NiTrace", "LPDPort", "MyCOLORS")] == \
+        ["0", "12", "0", "-3"]
 
 
 def test_unknown_names_are_refused(vorlix):
-    for name in ("Bogus", "color", "EnableEUDC", "UseNonASCII"):
-        r = vorlix.run("-os", name, "value")
+    """Which names are known: option_table_test. Here the refusal's texts for both options."""
+    for option, name in (("-os", "Bogus"), ("-oi", "PropertyChangeAllowed")):
+        r = vorlix.run(option, name, "1")
         assert r.stdout == "Unknown option: value not set\n", name
         assert "Error: Unknown option: value not set" in texts(vorlix)
-    r = vorlix.run("-oi", "PropertyChangeAllowed", "1")
-    assert r.stdout == "Unknown option: value not set\n"
-    assert not ({"Bogus", "color", "EnableEUDC", "UseNonASCII", "PropertyChangeAllowed"}
-                & set(vorlix.values()))
+    assert not {"Bogus", "PropertyChangeAllowed"} & set(vorlix.values())
 
 
 def test_string_option_moves_the_logs(vorlix, tmp_path):
@@ -167,23 +158,12 @@ FONTS_PPD = """*PPD-Adobe: "4.3"
 *ShortNickName: "Vorlix Font Printer"
 *NickName: "Vorlix Font Printer"
 *PSVersion: "(3010.000) 0"
-*LanguageLevel: "3"
-*ColorDevice: False
-*DefaultColorSpace: Gray
-*FileSystem: False
-*Throughput: "1"
 *TTRasterizer: Type42
 *OpenUI *PageSize: PickOne
 *OrderDependency: 10 AnySetup *PageSize
 *DefaultPageSize: A4
 *PageSize A4/A4: "<</PageSize[595 842]/ImagingBBox null>>setpagedevice"
 *CloseUI: *PageSize
-*DefaultPageRegion: A4
-*PageRegion A4/A4: "<</PageSize[595 842]/ImagingBBox null>>setpagedevice"
-*DefaultImageableArea: A4
-*ImageableArea A4/A4: "18 18 577 824"
-*DefaultPaperDimension: A4
-*PaperDimension A4/A4: "595 842"
 *DefaultFont: Courier
 *Font Times-Roman: Standard "(001.007S)" Standard ROM
 *Font Courier: Standard "(002.004S)" Standard ROM
@@ -196,12 +176,8 @@ def listed_fonts(text, header):
     """The indented font names under the header line."""
     lines = text.split("\n")
     start = lines.index(header) + 1
-    fonts = []
-    for line in lines[start:]:
-        if not line.startswith("  "):
-            break
-        fonts.append(line[2:])
-    return fonts
+    end = next(i for i in range(start, len(lines)) if not lines[i].startswith("  "))
+    return [line[2:] for line in lines[start:end]]
 
 
 def test_environment_lists_the_fonts_of_the_default_printer(vorlix, cups, tmp_path):
@@ -252,16 +228,13 @@ def test_pending_jobs_need_the_enhanced_mode(vorlix):
     assert ASTERISKS in texts(vorlix)
 
 
-def test_start_returns_without_clean_up(vorlix):
+def test_service_control_options_say_they_are_not_available(vorlix):
     r = vorlix.run("-s")
     assert r.rc == 0
     assert "Option -s (start the service) is not available in this build." in r.stdout
     lines = texts(vorlix)
     assert "Vorlix called with command option -s." in lines
-    assert ASTERISKS not in lines
-
-
-def test_options_of_later_work_say_so(vorlix):
+    assert ASTERISKS not in lines  # start returns without the clean-up
     for option, what in (("-r", "register the service"), ("-d", "delete the service")):
         r = vorlix.run(option)
         assert r.stdout == f"Option {option} ({what}) is not available in this build.\n"

@@ -12,7 +12,6 @@
 //   lock PRINTER / unlock PRINTER            LockPrinterListEx / UnlockPrinterListEx
 //   entries PRINTER                          GetNumberOfEntriesEx and every GetNextQueueEntryEx
 //   pending COUNT                            GetPendingJobsEx
-//   change NAME VALUE                        ChangeOptionEx
 //   exit                                     ExitEx
 //   sleep MS
 //   environment DIR                          LogPrintEnvironment
@@ -38,27 +37,29 @@ struct DriverHost {
     std::mutex outputLock;
 };
 
-DriverHost* TheHost(void* context) {
-    return static_cast<DriverHost*>(context);
+// The --option value of that name, or null.
+const char* Option(void* context, const char* name) {
+    auto& options = static_cast<DriverHost*>(context)->options;
+    auto found = options.find(name);
+    return found == options.end() ? nullptr : found->second.c_str();
 }
 
 int32_t GetOptionValue(void* context, const char*, const char* name, int32_t def) {
-    auto found = TheHost(context)->options.find(name);
-    return found == TheHost(context)->options.end() ? def : atoi(found->second.c_str());
+    const char* value = Option(context, name);
+    return value == nullptr ? def : atoi(value);
 }
 
 void GetString(void* context, const char* name, const char* def, char* buffer, size_t size) {
-    auto found = TheHost(context)->options.find(name);
-    snprintf(buffer, size, "%s",
-             found == TheHost(context)->options.end() ? def : found->second.c_str());
+    const char* value = Option(context, name);
+    snprintf(buffer, size, "%s", value == nullptr ? def : value);
 }
 
 void GetOutputDirectory(void* context, char* buffer, size_t size) {
-    snprintf(buffer, size, "%s", TheHost(context)->outputDirectory.c_str());
+    snprintf(buffer, size, "%s", static_cast<DriverHost*>(context)->outputDirectory.c_str());
 }
 
 void Trace(void* context, int level, const char* text) {
-    std::lock_guard<std::mutex> hold(TheHost(context)->outputLock);
+    std::lock_guard<std::mutex> hold(static_cast<DriverHost*>(context)->outputLock);
     printf("trace %d: %s", level, text);
     fflush(stdout);
 }
@@ -173,9 +174,6 @@ int main(int argc, char** argv) {
                     Narrow(jobs[k].Title).c_str(), Narrow(jobs[k].Owner).c_str());
             }
             i += 2;
-        } else if (command == "change" && need(2)) {
-            Say(driver, "ChangeOptionEx rc=%d\n", ChangeOptionEx(argv[i + 1], argv[i + 2]));
-            i += 3;
         } else if (command == "exit") {
             Say(driver, "ExitEx rc=%d\n", ExitEx());
             i += 1;

@@ -34,30 +34,27 @@ bool FormatAgainstClock(Formatter format, Picture picture, std::string* text,
 }
 
 TEST(LocalDateTime, PicturesAgreeWithTheClock) {
+    const struct {
+        Formatter format;
+        Picture picture;
+    } pictures[] = {{[](char* out, size_t cap) { return vx::FormatLocalDate('.', out, cap); },
+                     [](const vx::LocalDateTime& at, char* out, size_t cap) {
+                         vx::FormatText(out, cap, "%02d.%02d.%04d", at.day, at.month, at.year);
+                     }},
+                    {[](char* out, size_t cap) { return vx::FormatLocalTime(':', out, cap); },
+                     [](const vx::LocalDateTime& at, char* out, size_t cap) {
+                         vx::FormatText(out, cap, "%02d:%02d:%02d", at.hour, at.minute, at.second);
+                     }},
+                    {vx::FormatFileStamp, [](const vx::LocalDateTime& at, char* out, size_t cap) {
+                         vx::FormatText(out, cap, "%02d_%02d_%04d_%02d_%02d_%02d", at.day, at.month,
+                                        at.year, at.hour, at.minute, at.second);
+                     }}};
     std::string text;
     std::string expected;
-    ASSERT_TRUE(FormatAgainstClock(
-        [](char* out, size_t cap) { return vx::FormatLocalDate('.', out, cap); },
-        [](const vx::LocalDateTime& at, char* out, size_t cap) {
-            vx::FormatText(out, cap, "%02d.%02d.%04d", at.day, at.month, at.year);
-        },
-        &text, &expected));
-    EXPECT_EQ(text, expected);
-    ASSERT_TRUE(FormatAgainstClock(
-        [](char* out, size_t cap) { return vx::FormatLocalTime(':', out, cap); },
-        [](const vx::LocalDateTime& at, char* out, size_t cap) {
-            vx::FormatText(out, cap, "%02d:%02d:%02d", at.hour, at.minute, at.second);
-        },
-        &text, &expected));
-    EXPECT_EQ(text, expected);
-    ASSERT_TRUE(FormatAgainstClock(
-        vx::FormatFileStamp,
-        [](const vx::LocalDateTime& at, char* out, size_t cap) {
-            vx::FormatText(out, cap, "%02d_%02d_%04d_%02d_%02d_%02d", at.day, at.month, at.year,
-                           at.hour, at.minute, at.second);
-        },
-        &text, &expected));
-    EXPECT_EQ(text, expected);
+    for (const auto& p : pictures) {
+        ASSERT_TRUE(FormatAgainstClock(p.format, p.picture, &text, &expected));
+        EXPECT_EQ(text, expected);
+    }
     EXPECT_EQ(text.size(), 19u);
 
     vx::LocalDateTime now{};

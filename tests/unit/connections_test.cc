@@ -86,7 +86,7 @@ class Connections : public vxtest::PrsrvFixture {
         vx::DestroyConnectionList();
         vx::NiCloseHandle(vx::g_ListenHandle);
         vx::g_ListenHandle = vx::kNiNoHandle;
-        vx::g_StopReason = vx::kStopNone;
+        vx::RequestStop(vx::kStopNone);
         vx::g_Options.ConnectionMode = 1;
         vx::g_prsrv = nullptr;
     }
@@ -143,6 +143,23 @@ TEST_F(Connections, EndOfServiceWaitsUntilEveryConnectionThreadHasLeft) {
         EXPECT_EQ(sender->Arrived().rfind(kVersionAnswer, 0), 0u);
         EXPECT_TRUE(sender->Closed());
     }
+}
+
+TEST_F(Connections, StopClosesConnectionsStillOpenWhenTheGracePeriodIsOver) {
+    ASSERT_EQ(vx::CreateConnectionList(1), 0);
+    // Only a guard: without the grace period the silent sender would hold the wait this long.
+    vx::g_ListenerParams.IdleLimitMs = kHangGuardMs;
+    Sender silent(port_, nullptr);
+    vx::AcceptConnection();
+    vx::RequestStop(vx::kStopFromScm);
+    vx::WaitForConnectionThreads(200);
+
+    std::string log = vxtest::ReadTextFile(prsrv_->MainLogPath());
+    EXPECT_NE(log.find("Stopping: "), std::string::npos) << log;
+    EXPECT_NE(log.find(" connections still open after 200 ms closed.\n"), std::string::npos);
+    // The connection's thread ended as after any other end: its sender sees the close.
+    silent.Arrived();
+    EXPECT_TRUE(silent.Closed());
 }
 
 }  // namespace

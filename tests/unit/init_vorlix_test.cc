@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,7 +14,7 @@
 #include "jobs/print_backend.h"
 #include "lists/zlplist.h"
 #include "printserver/zelprsrv.h"
-#include "test_support.h"
+#include "prsrv_fixture.h"
 
 namespace {
 
@@ -48,11 +49,7 @@ class InitVorlixTest : public ::testing::Test {
     void TearDown() override {
         vx::ExitVorlix();
         vx::SetPrintBackendForTest(nullptr);
-        vx::RegKey key;
-        if (vx::RegCreate(vx::kHiveLocalMachine, vx::kDefaultSettingsKey, key.Receive()) ==
-            vx::kRegOk) {
-            for (const std::string& name : written_) vx::RegRemoveValue(key.Get(), name.c_str());
-        }
+        written_.clear();
         int count = 0;
         const vx::OptionGlobalEntry* table = vx::OptionGlobalTable(&count);
         for (int i = 0; i < count; ++i)
@@ -61,17 +58,12 @@ class InitVorlixTest : public ::testing::Test {
 
     // A setting of the service, removed again after the test.
     void Set(const std::string& name, const std::string& text) {
-        vx::RegKey key;
-        ASSERT_EQ(vx::RegCreate(vx::kHiveLocalMachine, vx::kDefaultSettingsKey, key.Receive()),
-                  vx::kRegOk);
-        ASSERT_EQ(vx::RegSetText(key.Get(), name.c_str(), text.c_str(),
-                                 static_cast<uint32_t>(text.size())),
-                  vx::kRegOk);
-        written_.push_back(name);
+        written_.push_back(std::make_unique<vxtest::RegistryValue>(
+            vx::kHiveLocalMachine, vx::kDefaultSettingsKey, name, text));
     }
 
     vx::PrintBackend backend_{};
-    std::vector<std::string> written_;
+    std::vector<std::unique_ptr<vxtest::RegistryValue>> written_;
 };
 
 TEST_F(InitVorlixTest, ConnectionListIsMadeAlsoWhenThePrintLibraryKeepsTheJobs) {

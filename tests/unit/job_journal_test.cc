@@ -1,7 +1,5 @@
-// The journal beside each received job: written before the job is handed over, gone with the data
-// file once the job is final, and at the next start the way back for every job that a dead
-// process left waiting, in the order received and once. Also the names the service keeps for its
-// own files in the temporary directory.
+// The journal beside each received job: written before hand-over, gone once the job is final, and
+// at the next start the way back for every job a dead process left, in order and once.
 #include "jobs/job_journal.h"
 
 #include <algorithm>
@@ -33,11 +31,8 @@ class JobJournalTest : public vxtest::JobsFixture {
     // What a process that dies now leaves on disk: the journals and their data files.
     std::map<std::string, std::string> Snapshot() {
         std::map<std::string, std::string> files;
-        for (const auto& entry : fs::directory_iterator(Temp())) {
-            std::string name = entry.path().filename().string();
-            if (name.find(".dbg") == std::string::npos)
-                files[name] = vxtest::ReadWholeFile(entry.path().string());
-        }
+        for (const std::string& name : Leftovers())
+            files[name] = vxtest::ReadWholeFile(Temp() + name);
         return files;
     }
     // The next start of the dead process: empty lists, its files back as they were.

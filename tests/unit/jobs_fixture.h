@@ -1,7 +1,5 @@
-// Job processing under test: a print-server object over scratch settings and directories, the
-// process-wide job lists, a recording print backend in place of the print library and the fake
-// print system, on which every printer name is a printer. Tests drive the real queues, workers,
-// status list and restart files through it.
+// Job processing under test: a print-server object over scratch settings, the process-wide job
+// lists, a recording print backend and the fake print system, where every name is a printer.
 #pragma once
 
 #include <chrono>

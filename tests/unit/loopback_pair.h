@@ -21,6 +21,7 @@ inline void UseDefaultListenerParams() {
     p.NiSpinReadTime = 1000;
     p.LPDPort = 515;
     p.send_with_null = 1;
+    p.IdleLimitMs = vx::kDefaultIdleLimitMs;
 }
 
 struct LoopbackPair {

@@ -19,6 +19,7 @@
 #include "loopback_pair.h"
 #include "net/listener.h"
 #include "printserver/zelprsrv.h"
+#include "protocol/control_file_memory.h"
 #include "prsrv_fixture.h"
 #include "test_support.h"
 
@@ -60,6 +61,14 @@ struct HandOvers {
         return jobs.size();
     }
 };
+
+// The next acknowledgement byte a sender gets on its end of a connection, or kNoAck.
+int AckOn(vx::NiHandle client) {
+    unsigned char byte = 0;
+    int32_t count = 0;
+    if (vx::NiRawRead(client, &byte, 1, 10000, &count) != vx::kNiOk || count != 1) return kNoAck;
+    return byte;
+}
 
 class LpdReceiveFixture : public vxtest::PrsrvFixture {
   protected:
@@ -104,14 +113,7 @@ class LpdReceiveFixture : public vxtest::PrsrvFixture {
 
     bool Exists(const std::string& name) { return vx::FsExists((temp_ + name).c_str()); }
 
-    // The next acknowledgement byte the sender gets, or kNoAck.
-    int Ack() {
-        unsigned char byte = 0;
-        int32_t count = 0;
-        if (vx::NiRawRead(pair_.client, &byte, 1, 10000, &count) != vx::kNiOk || count != 1)
-            return kNoAck;
-        return byte;
-    }
+    int Ack() { return AckOn(pair_.client); }
 
     int Send(const std::string& bytes) { return pair_.Send(bytes) ? Ack() : kNoAck; }
 
@@ -553,6 +555,128 @@ TEST(ControlFileAnalysis, TitleFollowsTheLinesInForceAtTheLastPrintLine) {
     EXPECT_EQ(Analyse("Pa\nJjob1\nldf\nPb\nJjob2\nldf\nPc\nJjob3\n").title, "b:job2");
     // A print line before the names sees what the first pass found.
     EXPECT_EQ(Analyse("ldf\nJx\nPu\n").title, "u:x");
+}
+
+// ---- what a sender can make the service hold and trace ----
+
+// Waits until the control files hold at least bytes (a guard against hangs, not a time check).
+bool AwaitHeld(int64_t bytes) {
+    for (int i = 0; i < 3000 && vx::ControlFileBytesHeld() < bytes; ++i) vx::SleepMs(10);
+    return vx::ControlFileBytesHeld() >= bytes;
+}
+
+// A control file announced at the largest size holds what arrived, not what was announced; its
+// buffer grows over many small reads and loses nothing on the way.
+TEST_F(LpdReceiveFixture, ControlFileMemoryFollowsWhatArrived) {
+    const int64_t before = vx::ControlFileBytesHeld();
+    // Print lines spread over 60 KB: a piece lost or doubled while the buffer grows miscounts.
+    std::string control = "Puser\nJjob\n";
+    for (int i = 0; i < 60; ++i)
+        control += "ldfA001host\nC" + std::string(986, static_cast<char>('a' + i % 26)) + "\n";
+    StartReceiving();
+    ASSERT_EQ(Send(Line('\x02', std::to_string(control.size()) + " cfA001host\n")), 0);
+    const size_t first = 12000;
+    for (size_t at = 0; at < first; at += 500) {
+        ASSERT_TRUE(pair_.Send(control.substr(at, 500)));
+        vx::SleepMs(1);  // so that the service reads in small pieces
+    }
+    ASSERT_TRUE(AwaitHeld(before + static_cast<int64_t>(first)));
+    EXPECT_LT(vx::ControlFileBytesHeld() - before, 3 * static_cast<int64_t>(first));
+    for (size_t at = first; at < control.size(); at += 700) {
+        ASSERT_TRUE(pair_.Send(control.substr(at, 700)));
+        vx::SleepMs(1);
+    }
+    ASSERT_TRUE(pair_.Send(std::string(1, '\0')));
+    EXPECT_EQ(Ack(), 0);
+    EXPECT_EQ(SendFile('\x03', "dfA001host", "x"), std::make_pair(0, 0));
+    const auto& jobs = CloseAndFinish();
+    ASSERT_EQ(jobs.size(), 1u);
+    EXPECT_EQ(jobs[0].record.Copies, 60);
+    EXPECT_STREQ(jobs[0].record.Owner, "user");
+    EXPECT_EQ(vx::ControlFileBytesHeld(), before);
+}
+
+TEST_F(LpdReceiveFixture, SilentSenderOfTheLargestControlFileHoldsLittle) {
+    const int64_t before = vx::ControlFileBytesHeld();
+    StartReceiving();
+    ASSERT_EQ(Send(Line('\x02', "16777216 cfA001host\n")), 0);
+    EXPECT_LE(vx::ControlFileBytesHeld() - before, 8192);
+    EXPECT_TRUE(CloseAndFinish().empty());
+    EXPECT_EQ(vx::ControlFileBytesHeld(), before);
+}
+
+// One ceiling for the control files of all connections: a control file that would pass it is
+// refused and ends its dialogue; the control file another connection holds is not harmed.
+TEST_F(LpdReceiveFixture, ControlFilesOfAllConnectionsShareOneCeiling) {
+    constexpr int64_t kMiB = 1024 * 1024;
+    const int64_t before = vx::ControlFileBytesHeld();
+    // All but 4 MiB of the ceiling is held elsewhere.
+    const int64_t elsewhere = vx::kControlFileCeiling - before - 4 * kMiB;
+    ASSERT_TRUE(vx::TakeControlFileBytes(elsewhere));
+
+    StartReceiving();
+    EXPECT_EQ(SendFile('\x02', "cfA001host", PaddedControl(kControl, 2 * kMiB)),
+              std::make_pair(0, 0));
+
+    // A second connection: its control file fits alone, but not beside the first.
+    LoopbackPair other;
+    ASSERT_EQ(other.Open(), vx::kNiOk);
+    vx::NetSocket otherSocket;
+    otherSocket.niHandle = other.server;
+    HandOvers otherHanded;
+    int otherMade = -1;
+    std::thread second([&] {
+        otherMade = vx::ReceiveJob("PRINTER", &otherSocket, HandOvers::Take, &otherHanded);
+    });
+    ASSERT_TRUE(other.Send(Line('\x02', std::to_string(2 * kMiB) + " cfB002host\n")));
+    EXPECT_EQ(AckOn(other.client), 0);
+    // The refusal comes once the buffer would pass the ceiling, before the whole file is there.
+    ASSERT_TRUE(other.Send(std::string(static_cast<size_t>(kMiB + kMiB / 4), 'x')));
+    EXPECT_EQ(AckOn(other.client), 0xff);
+    LoopbackPair::Close(other.client);
+    second.join();
+    EXPECT_EQ(otherMade, 0);
+    EXPECT_TRUE(
+        Logged("Error: Controlfile cfB002host refused: the control files of all "
+               "connections would hold more than 67108864 Bytes.\n"));
+
+    // The first connection goes on as if nothing happened.
+    EXPECT_EQ(SendFile('\x03', "dfA001host", "x"), std::make_pair(0, 0));
+    const auto& jobs = CloseAndFinish();
+    ASSERT_EQ(jobs.size(), 1u);
+    EXPECT_STREQ(jobs[0].record.Owner, "user");
+    EXPECT_EQ(vx::ControlFileBytesHeld(), before + elsewhere);
+    vx::ReturnControlFileBytes(elsewhere);
+}
+
+// Lines of one kind are traced three times per dialogue, then counted in one line at its end:
+// the unknown print lines of a control file (traced in both passes of its analysis) and the
+// refused subcommands.
+TEST_F(LpdReceiveFixture, RepeatedLinesAreCountedNotTraced) {
+    std::string control = "Puser\nJjob\n";
+    for (int i = 0; i < 10; ++i) control += "qdfA001host\nzdf\n";
+    StartReceiving();
+    for (int i = 0; i < 10; ++i) EXPECT_EQ(Send(Line('\x01', "\n")), 0xff);
+    EXPECT_EQ(SendFile('\x02', "cfA001host", control), std::make_pair(0, 0));
+    EXPECT_EQ(SendFile('\x03', "dfA001host", "x"), std::make_pair(0, 0));
+    const auto& jobs = CloseAndFinish();
+    ASSERT_EQ(jobs.size(), 1u);
+    EXPECT_EQ(jobs[0].record.Copies, 10);  // every line still counts
+    std::string log = Log();
+    EXPECT_EQ(vxtest::CountOccurrences(log, "Error: Abort job not implemented.\n"), 3);
+    EXPECT_EQ(vxtest::CountOccurrences(log, "Unknown file format in control file 'q'.\n"), 2);
+    EXPECT_EQ(vxtest::CountOccurrences(log, "Unknown file format in control file 'z'.\n"), 1);
+    EXPECT_NE(log.find(") Abort job not implemented. ... (7 more lines of this kind not traced)\n"),
+              std::string::npos)
+        << log;
+    EXPECT_NE(log.find(") Unknown file format in control file 'q'. ... (37 more lines of this "
+                       "kind not traced)\n"),
+              std::string::npos);
+
+    // Outside a dialogue the count is the control file's own.
+    Analysis a = Analyse(control);
+    EXPECT_EQ(a.copies, 20);
+    EXPECT_EQ(vxtest::CountOccurrences(Log(), "(37 more lines of this kind not traced)\n"), 2);
 }
 
 }  // namespace

@@ -5,9 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <string>
+#include <thread>
 
+#include "base/sync.h"
 #include "loopback_pair.h"
 #include "test_support.h"
 
@@ -123,6 +126,58 @@ TEST_F(NiLayer, PeekWaitsForDataLeavesItInPlaceAndSeesTheEnd) {
 
     LoopbackPair::Close(pair.client);
     EXPECT_EQ(vx::NiPeekEx(pair.server, vx::kNiPeekRead, 5000), vx::kNiClosed);
+}
+
+// A peek on a thread of its own, as a connection thread waits for its sender.
+class WaitingReader {
+  public:
+    explicit WaitingReader(vx::NiHandle handle)
+        : thread_([this, handle] { rc_ = vx::NiPeekEx(handle, vx::kNiPeekRead, 30000); }) {}
+    ~WaitingReader() {
+        if (thread_.joinable()) thread_.join();
+    }
+    int Result() {
+        thread_.join();
+        return rc_;
+    }
+
+  private:
+    std::atomic<int> rc_{1};
+    std::thread thread_;
+};
+
+TEST_F(NiLayer, MakingRoomShutsDownTheReaderQuietTheLongestAndItSeesAnOrdinaryEnd) {
+    LoopbackPair first, second, third;
+    ASSERT_EQ(first.Open(), vx::kNiOk);
+    vx::SleepMs(20);
+    ASSERT_EQ(second.Open(), vx::kNiOk);
+    vx::SleepMs(20);
+    ASSERT_EQ(third.Open(), vx::kNiOk);
+    vx::SleepMs(20);
+    // A byte read on the first makes it the latest to have heard from its sender.
+    ASSERT_TRUE(first.Send("x"));
+    char byte = 0;
+    int32_t count = 0;
+    ASSERT_EQ(vx::NiRawRead(first.server, &byte, 1, 5000, &count), vx::kNiOk);
+    // The second is the oldest, but nobody reads on it: it is busy, not idle.
+    WaitingReader onFirst(first.server);
+    WaitingReader onThird(third.server);
+    vx::SleepMs(200);
+
+    EXPECT_EQ(vx::NiShutDownOldestIdle(60000), vx::kNiNoHandle);  // none quiet that long
+    EXPECT_EQ(vx::NiShutDownOldestIdle(0), third.server);
+    EXPECT_EQ(onThird.Result(), vx::kNiClosed);
+    EXPECT_EQ(vx::NiShutDownOldestIdle(0), first.server);
+    EXPECT_EQ(onFirst.Result(), vx::kNiClosed);
+    EXPECT_EQ(vx::NiShutDownOldestIdle(0), vx::kNiNoHandle);
+
+    // The sender sees the end as well; the owner closes the handle as after any other end.
+    EXPECT_EQ(vx::NiPeekEx(third.client, vx::kNiPeekRead, 5000), vx::kNiClosed);
+    EXPECT_EQ(vx::NiCloseHandle(third.server), vx::kNiOk);
+    third.server = vx::kNiNoHandle;
+    // The second, still whole, carries data.
+    ASSERT_TRUE(second.Send("y"));
+    EXPECT_EQ(vx::NiRawRead(second.server, &byte, 1, 5000, &count), vx::kNiOk);
 }
 
 TEST_F(NiLayer, RawReadTimesOutWithWhatArrivedOrStopsEarlyInSingleReadMode) {

@@ -1,10 +1,6 @@
-// Printer information of the print-server object over the spooler: the installed printers, a
-// printer's port (spooler first, then the registry's three places), the tray mapping, the reports
-// and a job's device settings. On Linux the printers are the built-in file printer and, only when
-// CUPS_SERVER names a CUPS server for the tests (tests/with_cupsd.py starts one), a queue that
-// these tests make there with two paper bins: the host's own CUPS is never asked. Under Wine the
-// CUPS queues that existed when the prefix started are the printers, and the tests that need a
-// printer skip without one. Assertions hold whatever printers there are.
+// Printer information of the print-server object: installed printers, ports, trays, reports and
+// device settings. On Linux the printers are the built-in one and, under tests/with_cupsd.py, a
+// two-bin queue made here; the host's CUPS is never asked. Under Wine tests skip without a printer.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -28,32 +24,7 @@ using vx::Czelprsrv;
 constexpr const char* kUnknownPrinter = "VorlixNoSuchPrinter";
 constexpr const char* kDevicesKey = "Software\\Microsoft\\Windows NT\\CurrentVersion\\Devices";
 
-void RemoveValue(vx::RegHive hive, const std::string& key, const std::string& name) {
-    vx::RegKey handle;
-    // Deleting a value needs the write access that creating the key gives.
-    if (vx::RegCreate(hive, key.c_str(), handle.Receive()) == vx::kRegOk)
-        vx::RegRemoveValue(handle.Get(), name.c_str());
-}
-
-// A registry text value for the duration of a test; the value is removed afterwards.
-class RegistryValue {
-  public:
-    RegistryValue(vx::RegHive hive, const std::string& key, const std::string& name,
-                  const std::string& text)
-        : hive_(hive), key_(key), name_(name) {
-        vx::RegKey handle;
-        EXPECT_EQ(vx::RegCreate(hive, key.c_str(), handle.Receive()), vx::kRegOk) << key;
-        EXPECT_EQ(vx::RegSetText(handle.Get(), name.c_str(), text.c_str(),
-                                 static_cast<uint32_t>(text.size())),
-                  vx::kRegOk);
-    }
-    ~RegistryValue() { RemoveValue(hive_, key_, name_); }
-
-  private:
-    vx::RegHive hive_;
-    std::string key_;
-    std::string name_;
-};
+using vxtest::RegistryValue;
 
 std::vector<std::string> ListedPrinters() {
     std::vector<std::string> names;
@@ -66,8 +37,7 @@ std::vector<std::string> ListedPrinters() {
     return names;
 }
 
-// A PPD printer with two paper bins, so that the bin lists and the tray mapping have something to
-// map.
+// Two paper bins, so that the bin lists and the tray mapping have something to map.
 constexpr const char* kTwoBinsPpd = R"ppd(*PPD-Adobe: "4.3"
 *FormatVersion: "4.3"
 *FileVersion: "1.0"
@@ -80,22 +50,11 @@ constexpr const char* kTwoBinsPpd = R"ppd(*PPD-Adobe: "4.3"
 *ShortNickName: "Vorlix Bin Printer"
 *NickName: "Vorlix Bin Printer"
 *PSVersion: "(3010.000) 0"
-*LanguageLevel: "3"
-*ColorDevice: False
-*DefaultColorSpace: Gray
-*FileSystem: False
-*Throughput: "1"
 *OpenUI *PageSize: PickOne
 *OrderDependency: 10 AnySetup *PageSize
 *DefaultPageSize: A4
 *PageSize A4/A4: "<</PageSize[595 842]/ImagingBBox null>>setpagedevice"
 *CloseUI: *PageSize
-*DefaultPageRegion: A4
-*PageRegion A4/A4: "<</PageSize[595 842]/ImagingBBox null>>setpagedevice"
-*DefaultImageableArea: A4
-*ImageableArea A4/A4: "18 18 577 824"
-*DefaultPaperDimension: A4
-*PaperDimension A4/A4: "595 842"
 *OpenUI *InputSlot: PickOne
 *OrderDependency: 20 AnySetup *InputSlot
 *DefaultInputSlot: Upper
@@ -104,9 +63,7 @@ constexpr const char* kTwoBinsPpd = R"ppd(*PPD-Adobe: "4.3"
 *CloseUI: *InputSlot
 )ppd";
 
-// The test server's queue of this process (empty without a test server), made at the first call
-// and removed when the process ends. Its device is a port nobody listens on: nothing is printed.
-// True when CUPS_SERVER named a CUPS server for the tests at the first call (Linux only).
+// True when CUPS_SERVER names a CUPS server for the tests (Linux only).
 bool HasTestServer() {
     static const bool given = [] {
         const char* server = getenv("CUPS_SERVER");
@@ -115,6 +72,7 @@ bool HasTestServer() {
     return given;
 }
 
+// This process's queue on the test server, removed at exit; its device port prints nothing.
 const std::string& TestServerQueue() {
     static const std::string queue = [] {
         if (!HasTestServer()) return std::string();
@@ -131,33 +89,24 @@ const std::string& TestServerQueue() {
     return queue;
 }
 
-// The printers to ask: the built-in one (Linux) and one of the print system's own: on Linux the
-// test server's queue, under Wine a printer Wine made of a CUPS queue, its default when it has
-// one; empty when the host has none.
+// Linux: the built-in printer and the test server's queue; Wine: the default or first printer.
 std::vector<std::string> PrintersToAsk() {
     std::vector<std::string> printers;
-    const char* builtIn = vx::BuiltInPrinterName();
-    if (builtIn != nullptr) {
+    if (const char* builtIn = vx::BuiltInPrinterName()) {
         printers.push_back(builtIn);
         if (!TestServerQueue().empty()) printers.push_back(TestServerQueue());
         return printers;
     }
     char name[vx::kSpoolerNameSize];
-    if (vx::SpoolerGetDefaultPrinter(name, sizeof name) == vx::kSpoolerOk && name[0] != '\0' &&
-        (builtIn == nullptr || strcmp(name, builtIn) != 0)) {
+    if (vx::SpoolerGetDefaultPrinter(name, sizeof name) == vx::kSpoolerOk && name[0] != '\0')
         printers.push_back(name);
-        return printers;
-    }
-    for (const std::string& name : ListedPrinters()) {
-        if (builtIn != nullptr && name == builtIn) continue;
-        printers.push_back(name);
-        break;
-    }
+    else if (std::vector<std::string> listed = ListedPrinters(); !listed.empty())
+        printers.push_back(listed[0]);
     return printers;
 }
 
-// Points CUPS at a socket nobody listens on, unless CUPS_SERVER names a server for the tests, so
-// that the host's printers never take part. Once, before the first CUPS call of the process.
+// Without a test server CUPS is pointed at a dead socket, before its first call, so that the
+// host's printers never take part.
 void KeepTheHostsPrintersOut() {
     static const bool kept = [] {
         if (vx::BuiltInPrinterName() == nullptr || HasTestServer()) return false;
@@ -184,9 +133,7 @@ class PrinterInfo : public vxtest::PrsrvFixture {
     }
     std::string Log() { return vxtest::ReadTextFile(mainLog_); }
 
-    void ExpectSpoolerPort(const std::string& printer);
     void ExpectTrayMapping(const std::string& printer, const vx::SpoolerDeviceItem& bin);
-    void ExpectSettingsReport(const std::string& printer);
 
     std::string mainLog_;
 };
@@ -238,26 +185,21 @@ TEST_F(PrinterInfo, PortOfAnOpenablePrinterComesFromTheSpoolerAndIsCached) {
     if (printers.empty()) GTEST_SKIP() << "no printer on this host";
     for (const std::string& printer : printers) {
         SCOPED_TRACE(printer);
-        ExpectSpoolerPort(printer);
+        vx::SpoolerPrinterInfo info;
+        ASSERT_EQ(vx::SpoolerGetPrinter(printer.c_str(), &info), vx::kSpoolerOk);
+        auto p = Open();
+        char port[128];
+        ASSERT_EQ(p->DeterminePort(printer.c_str(), port, sizeof port), 0);
+        EXPECT_EQ(std::string(port), std::string(info.port).substr(0, 100));
+        ASSERT_EQ(p->DeterminePort(printer.c_str(), port, sizeof port), 0);
+        std::string log = Log();
+        EXPECT_EQ(vxtest::CountOccurrences(log, "Determine port for printer " + printer + "\n"), 1);
+        EXPECT_NE(log.find("Port " + std::string(port) + " found for printer " + printer + "\n"),
+                  std::string::npos);
+        char shortPort[3];  // cut to the caller's buffer
+        EXPECT_EQ(p->DeterminePort(printer.c_str(), shortPort, sizeof shortPort), 0);
+        EXPECT_EQ(std::string(shortPort), std::string(port).substr(0, 2));
     }
-}
-
-void PrinterInfo::ExpectSpoolerPort(const std::string& printer) {
-    vx::SpoolerPrinterInfo info;
-    ASSERT_EQ(vx::SpoolerGetPrinter(printer.c_str(), &info), vx::kSpoolerOk);
-    auto p = Open();
-    char port[128];
-    ASSERT_EQ(p->DeterminePort(printer.c_str(), port, sizeof port), 0);
-    EXPECT_EQ(std::string(port), std::string(info.port).substr(0, 100));
-    ASSERT_EQ(p->DeterminePort(printer.c_str(), port, sizeof port), 0);
-    std::string log = Log();
-    EXPECT_EQ(vxtest::CountOccurrences(log, "Determine port for printer " + printer + "\n"), 1);
-    EXPECT_NE(log.find("Port " + std::string(port) + " found for printer " + printer + "\n"),
-              std::string::npos);
-    // Cut to the caller's buffer.
-    char shortPort[3];
-    EXPECT_EQ(p->DeterminePort(printer.c_str(), shortPort, sizeof shortPort), 0);
-    EXPECT_EQ(std::string(shortPort), std::string(port).substr(0, 2));
 }
 
 TEST_F(PrinterInfo, PortFromTheDevicesValueIsTheTextAfterTheFirstComma) {
@@ -268,17 +210,21 @@ TEST_F(PrinterInfo, PortFromTheDevicesValueIsTheTextAfterTheFirstComma) {
                            "winspool," + std::string(150, 'P'));
     auto p = Open();
     char port[256];
-    ASSERT_EQ(p->DeterminePort("VorlixDevicesA", port, sizeof port), 0);
-    EXPECT_STREQ(port, "VXPORT_A:");
-    ASSERT_EQ(p->DeterminePort("VorlixDevicesB", port, sizeof port), 0);
-    EXPECT_STREQ(port, "VXPORT_B:,15");
-    EXPECT_EQ(p->DeterminePort("VorlixDevicesD", port, sizeof port), 9);
-    EXPECT_STREQ(port, "");
-    ASSERT_EQ(p->DeterminePort("VorlixDevicesE", port, sizeof port), 0);
-    EXPECT_EQ(std::string(port), std::string(100, 'P'));
+    const struct {
+        const char* printer;
+        int result;
+        std::string port;
+    } cases[] = {{"VorlixDevicesA", 0, "VXPORT_A:"},
+                 {"VorlixDevicesB", 0, "VXPORT_B:,15"},
+                 {"VorlixDevicesD", 9, ""},
+                 {"VorlixDevicesE", 0, std::string(100, 'P')}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(p->DeterminePort(c.printer, port, sizeof port), c.result) << c.printer;
+        EXPECT_EQ(port, c.port) << c.printer;
+    }
 
     // A printer not found is looked up again next time: "Not found" is no cached port.
-    RemoveValue(vx::kHiveCurrentUser, kDevicesKey, "VorlixDevicesC");
+    vxtest::RemoveRegistryValue(vx::kHiveCurrentUser, kDevicesKey, "VorlixDevicesC");
     EXPECT_EQ(p->DeterminePort("VorlixDevicesC", port, sizeof port), 9);
     RegistryValue c(vx::kHiveCurrentUser, kDevicesKey, "VorlixDevicesC", "winspool,LATE:");
     ASSERT_EQ(p->DeterminePort("VorlixDevicesC", port, sizeof port), 0);
@@ -378,36 +324,32 @@ TEST_F(PrinterInfo, PrinterSettingsReportListsWhatTheDriverSays) {
     if (printers.empty()) GTEST_SKIP() << "no printer on this host";
     for (const std::string& printer : printers) {
         SCOPED_TRACE(printer);
-        ExpectSettingsReport(printer);
+        auto p = Open();
+        p->ReportPrinterSettings(printer.c_str(), 1);
+        std::string log = Log();
+        EXPECT_TRUE(vxtest::InOrder(
+            log,
+            {"Printer settings for printer " + printer + ":\n", "Printer name: " + printer + "\n",
+             "Paper formats:\n", "Driver files:\n", "PDLs:\n",
+             "Color Printer: ", "Maximum number of copies: ", "Printer driver version: ",
+             "Driver version specification number: ", "Duplex: ", "dmFields value: ",
+             "Maximum paper width: ", "Maximum paper height: ", "Minimum paper width: ",
+             "Minimum paper height: ", "Available memory: ", " pages per minute\n"}));
+        std::vector<vx::SpoolerDeviceItem> bins(32);
+        int count = vx::SpoolerGetDeviceList(printer.c_str(), "", vx::kDeviceBins, bins.data(), 32);
+        for (int i = 0; i < count; ++i)
+            EXPECT_NE(log.find("Tray name: " + std::string(bins[i].name) +
+                               "  Internal tray ID: " + std::to_string(bins[i].id) + "\n"),
+                      std::string::npos);
+        // From the command line the same lines go to the console, without the trace prefix.
+        testing::internal::CaptureStdout();
+        p->ReportPrinterSettings(printer.c_str(), 0);
+        EXPECT_EQ(
+            testing::internal::GetCapturedStdout().rfind(
+                "Printer settings for printer " + printer + ":\nPrinter name: " + printer + "\n",
+                0),
+            0u);
     }
-}
-
-void PrinterInfo::ExpectSettingsReport(const std::string& printer) {
-    auto p = Open();
-    p->ReportPrinterSettings(printer.c_str(), 1);
-    std::string log = Log();
-    EXPECT_TRUE(vxtest::InOrder(
-        log, {"Printer settings for printer " + printer + ":\n", "Printer name: " + printer + "\n",
-              "Paper formats:\n", "Driver files:\n", "PDLs:\n",
-              "Color Printer: ", "Maximum number of copies: ", "Printer driver version: ",
-              "Driver version specification number: ", "Duplex: ", "dmFields value: ",
-              "Maximum paper width: ", "Maximum paper height: ", "Minimum paper width: ",
-              "Minimum paper height: ", "Available memory: ", " pages per minute\n"}));
-    std::vector<vx::SpoolerDeviceItem> bins(32);
-    int count = vx::SpoolerGetDeviceList(printer.c_str(), "", vx::kDeviceBins, bins.data(), 32);
-    for (int i = 0; i < count; ++i)
-        EXPECT_NE(log.find("Tray name: " + std::string(bins[i].name) +
-                           "  Internal tray ID: " + std::to_string(bins[i].id) + "\n"),
-                  std::string::npos);
-
-    // From the command line the same lines go to the console, without the trace prefix.
-    testing::internal::CaptureStdout();
-    p->ReportPrinterSettings(printer.c_str(), 0);
-    std::string console = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(
-        console.rfind(
-            "Printer settings for printer " + printer + ":\nPrinter name: " + printer + "\n", 0),
-        0u);
 }
 
 TEST_F(PrinterInfo, DriverReportShowsEachFieldOrThatItIsMissing) {

@@ -140,6 +140,33 @@ TEST_F(PrinterQueuesTest, ProcessJobFillsFromTheContext) {
     EXPECT_EQ(LogCount("Error: Cannot fill job info for job ctx on printer P1\n"), 1);
 }
 
+// A received job prints at most MaxCopies copies (default 999; 0: no cap); a cut is traced.
+TEST_F(PrinterQueuesTest, ReceivedJobsPrintAtMostMaxCopies) {
+    struct Case {
+        const char* maxCopies;  // null: the default
+        int32_t asked;
+        int printed;
+    };
+    const Case cases[] = {
+        {nullptr, 2000, 999}, {nullptr, 999, 999}, {"5", 6, 5}, {"5", 3, 3}, {"0", 2000, 2000}};
+    int n = 0;
+    for (const Case& c : cases) {
+        if (c.maxCopies != nullptr) g_prsrv->ChangeTraceOption("MaxCopies", c.maxCopies);
+        std::string id = "copies" + std::to_string(n++);
+        auto r = Receive("P1", id, DataFile(id + ".prn"));
+        r->record.Copies = c.asked;
+        ASSERT_EQ(ProcessJob(&r->record, 'U'), 0);
+        ASSERT_TRUE(fake().WaitPrinted(static_cast<size_t>(n)));
+        EXPECT_EQ(fake().Printed().back().copies, c.printed) << id;
+        bool cut = c.printed != c.asked;
+        EXPECT_EQ(LogCount("Copy count " + std::to_string(c.asked) + " of job " + id + " cut to " +
+                           std::to_string(c.printed) + ".\n"),
+                  cut ? 1 : 0)
+            << id;
+    }
+    EXPECT_EQ(LogCount("Copy count "), 2);
+}
+
 TEST_F(PrinterQueuesTest, OwnThreadsPrintWithoutQueues) {
     ASSERT_EQ(ProcessFile("P1", DataFile("f.prn").c_str(), "f", 3, 1), 0);
     // The own-thread file comes back only after it has printed.

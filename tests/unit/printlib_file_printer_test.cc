@@ -1,7 +1,6 @@
 // The built-in file printer: safe names, one new file per job, copies, never an overwrite.
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 
 #include "base/fileops.h"
@@ -30,12 +29,6 @@ TEST(FilePrinter, JobIdsBecomeNamesThatStayInTheDirectory) {
     EXPECT_STREQ(small, "abc");
 }
 
-struct FileCloser {
-    void operator()(FILE* f) const {
-        if (f != nullptr) fclose(f);
-    }
-};
-
 TEST(FilePrinter, EveryJobGetsANewFileWithAllItsCopies) {
     vxtest::ScratchDir dir;
     // Larger than one chunk, and not a multiple of it.
@@ -45,7 +38,7 @@ TEST(FilePrinter, EveryJobGetsANewFileWithAllItsCopies) {
     ASSERT_TRUE(vxtest::WriteWholeFile(source, data));
     std::string output = dir.File("out");  // made by the printer
 
-    std::unique_ptr<FILE, FileCloser> in(fopen(source.c_str(), "rb"));
+    vx::StreamPtr in(fopen(source.c_str(), "rb"));
     char path[600];
     char error[256];
     ASSERT_EQ(zel::WriteToFilePrinter(output.c_str(), "7", ".prn", in.get(), source.c_str(), 3,
@@ -70,7 +63,7 @@ TEST(FilePrinter, AnOutputDirectoryThatCannotBeMadeIsAnError) {
     ASSERT_TRUE(vxtest::WriteWholeFile(blocker, "x"));
     std::string source = dir.File("job.bin");
     ASSERT_TRUE(vxtest::WriteWholeFile(source, "data"));
-    std::unique_ptr<FILE, FileCloser> in(fopen(source.c_str(), "rb"));
+    vx::StreamPtr in(fopen(source.c_str(), "rb"));
     char path[600];
     char error[256] = {};
     EXPECT_EQ(zel::WriteToFilePrinter(blocker.c_str(), "1", ".prn", in.get(), source.c_str(), 1,

@@ -3,10 +3,12 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <string>
 
+#include "base/fileops.h"
 #include "printlib/truetype_metrics.h"
 #include "spooler/truetype_names.h"
 #include "test_support.h"
@@ -18,6 +20,9 @@ using Bytes = std::string;
 void Put16(Bytes* b, uint32_t v) {
     b->push_back(static_cast<char>(v >> 8 & 0xFF));
     b->push_back(static_cast<char>(v & 0xFF));
+}
+void Put16s(Bytes* b, std::initializer_list<uint32_t> values) {
+    for (uint32_t v : values) Put16(b, v);
 }
 void Put32(Bytes* b, uint32_t v) {
     Put16(b, v >> 16);
@@ -55,11 +60,7 @@ Bytes Hhea() {
 
 Bytes Hmtx() {
     Bytes t;
-    for (uint32_t advance : {1000u, 1401u, 651u}) {
-        Put16(&t, advance);
-        Put16(&t, 0);
-    }
-    Put16(&t, 0);  // glyph 3: left side bearing only
+    Put16s(&t, {1000, 0, 1401, 0, 651, 0, 0});  // glyph 3: left side bearing only
     return t;
 }
 
@@ -70,27 +71,18 @@ Bytes Cmap() {
     const uint16_t deltas[] = {static_cast<uint16_t>(2 - 0x20), static_cast<uint16_t>(1 - 0x41), 0,
                                1};
     Bytes sub;
-    Put16(&sub, 4);
-    Put16(&sub, 0);  // length, set below
-    Put16(&sub, 0);
-    Put16(&sub, 8);  // segCountX2
-    Put16(&sub, 8);
-    Put16(&sub, 2);
-    Put16(&sub, 0);
+    Put16s(&sub, {4, 0, 0, 8, 8, 2, 0});  // format, length (set below), language, segCountX2...
     for (uint16_t e : ends) Put16(&sub, e);
     Put16(&sub, 0);
     for (uint16_t s : starts) Put16(&sub, s);
     for (uint16_t d : deltas) Put16(&sub, d);
     // idRangeOffset: only the third segment uses the glyph array, which starts right after
     // the four offsets (two entries on from its own).
-    for (uint16_t r : {0, 0, 4, 0}) Put16(&sub, r);
+    Put16s(&sub, {0, 0, 4, 0});
     Put16(&sub, 3);  // glyph of "é"
     Set16(&sub, 2, static_cast<uint32_t>(sub.size()));
     Bytes t;
-    Put16(&t, 0);
-    Put16(&t, 1);
-    Put16(&t, 3);
-    Put16(&t, 1);
+    Put16s(&t, {0, 1, 3, 1});
     Put32(&t, 12);
     return t + sub;
 }
@@ -107,16 +99,14 @@ Bytes Name() {
                               {3, 1, 0x409, 6, "TinySans-Bold"}};
     Bytes strings;
     Bytes t;
-    Put16(&t, 0);
-    Put16(&t, 5);
-    Put16(&t, 6 + 5 * 12);
+    Put16s(&t, {0, 5, 6 + 5 * 12});
     for (const Record& r : records) {
         Bytes encoded;
         for (char c : r.text) {
             if (r.platform == 3) encoded.push_back('\0');
             encoded.push_back(c);
         }
-        for (uint32_t v : {r.platform, r.encoding, r.language, r.id}) Put16(&t, v);
+        Put16s(&t, {r.platform, r.encoding, r.language, r.id});
         Put16(&t, static_cast<uint32_t>(encoded.size()));
         Put16(&t, static_cast<uint32_t>(strings.size()));
         strings += encoded;
@@ -151,10 +141,7 @@ Bytes TinyFont() {
                                            {"post", Post()}};
     Bytes font;
     Put32(&font, 0x00010000);
-    Put16(&font, static_cast<uint32_t>(tables.size()));
-    Put16(&font, 0);
-    Put16(&font, 0);
-    Put16(&font, 0);
+    Put16s(&font, {static_cast<uint32_t>(tables.size()), 0, 0, 0});
     uint32_t offset = 12 + 16 * static_cast<uint32_t>(tables.size());
     Bytes body;
     for (const auto& [tag, table] : tables) {
@@ -168,12 +155,7 @@ Bytes TinyFont() {
     return font + body;
 }
 
-struct FileCloser {
-    void operator()(FILE* f) const {
-        if (f != nullptr) fclose(f);
-    }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
+using FilePtr = vx::StreamPtr;
 
 FilePtr OpenFont(const vxtest::ScratchDir& dir, const Bytes& content) {
     std::string path = dir.File("font.ttf");

@@ -12,6 +12,34 @@
 
 namespace vxtest {
 
+// Removes a value; deleting needs the write access that creating the key gives.
+inline void RemoveRegistryValue(vx::RegHive hive, const std::string& key, const std::string& name) {
+    vx::RegKey handle;
+    if (vx::RegCreate(hive, key.c_str(), handle.Receive()) == vx::kRegOk)
+        vx::RegRemoveValue(handle.Get(), name.c_str());
+}
+
+// A registry text value for the duration of a test.
+class RegistryValue {
+  public:
+    RegistryValue(vx::RegHive hive, const std::string& key, const std::string& name,
+                  const std::string& text)
+        : hive_(hive), key_(key), name_(name) {
+        vx::RegKey handle;
+        EXPECT_EQ(vx::RegCreate(hive, key.c_str(), handle.Receive()), vx::kRegOk) << key;
+        EXPECT_EQ(vx::RegSetText(handle.Get(), name.c_str(), text.c_str(),
+                                 static_cast<uint32_t>(text.size())),
+                  vx::kRegOk);
+    }
+    ~RegistryValue() { RemoveRegistryValue(hive_, key_, name_); }
+    RegistryValue(const RegistryValue&) = delete;
+    RegistryValue& operator=(const RegistryValue&) = delete;
+
+  private:
+    vx::RegHive hive_;
+    std::string key_, name_;
+};
+
 class PrsrvFixture : public ::testing::Test {
   protected:
     void SetUp() override {

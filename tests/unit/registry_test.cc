@@ -66,6 +66,25 @@ class Registry : public ::testing::Test {
         return scratch_.File("HKCU.reg");
     }
 
+    // Writer w's values, each named and valued "<w>_<i>"; returns the number of failed writes.
+    static int WriteValues(const RegKey& key, int w, int count) {
+        int failures = 0;
+        for (int i = 0; i < count; ++i) {
+            std::string name = std::to_string(w) + "_" + std::to_string(i);
+            failures += Set(key, name.c_str(), name) != vx::kRegOk;
+        }
+        return failures;
+    }
+    static void ExpectEveryValue(const RegKey& key, int writers, int count) {
+        auto values = Values(key);
+        EXPECT_EQ(values.size(), static_cast<size_t>(writers * count));
+        for (int w = 0; w < writers; ++w)
+            for (int i = 0; i < count; ++i) {
+                std::string name = std::to_string(w) + "_" + std::to_string(i);
+                EXPECT_EQ(values[name], name);
+            }
+    }
+
     vxtest::ScratchDir scratch_;
     std::string path_;
 };
@@ -144,32 +163,28 @@ TEST_F(Registry, TextIsAlwaysTerminated) {
     // Stored without terminator, as the service writes its texts.
     ASSERT_EQ(Set(key, "Text", "abcdefghij"), vx::kRegOk);
 
+    // Room for text and terminator, exactly that, the text alone, less: cut, terminated, and
+    // the size needed reported back.
+    const struct {
+        uint32_t size;
+        long rc;
+        const char* text;
+    } cases[] = {{32, vx::kRegOk, "abcdefghij"},
+                 {11, vx::kRegOk, "abcdefghij"},
+                 {10, vx::kRegMoreData, "abcdefghi"},
+                 {4, vx::kRegMoreData, "abc"}};
     char buf[32];
-    memset(buf, 'x', sizeof buf);
-    uint32_t size = sizeof buf;
-    EXPECT_EQ(vx::RegQueryText(key.Get(), "Text", buf, &size), vx::kRegOk);
-    EXPECT_STREQ(buf, "abcdefghij");
-    EXPECT_EQ(size, 11u);
-
-    // Exactly the text and its terminator fit.
-    memset(buf, 'x', sizeof buf);
-    size = 11;
-    EXPECT_EQ(vx::RegQueryText(key.Get(), "Text", buf, &size), vx::kRegOk);
-    EXPECT_STREQ(buf, "abcdefghij");
-
-    // The text alone fills the buffer: cut, terminated, and more data.
-    memset(buf, 'x', sizeof buf);
-    size = 10;
-    EXPECT_EQ(vx::RegQueryText(key.Get(), "Text", buf, &size), vx::kRegMoreData);
-    EXPECT_STREQ(buf, "abcdefghi");
-    EXPECT_EQ(size, 11u);
-
-    memset(buf, 'x', sizeof buf);
-    size = 4;
-    EXPECT_EQ(vx::RegQueryText(key.Get(), "Text", buf, &size), vx::kRegMoreData);
-    EXPECT_STREQ(buf, "abc");
-    EXPECT_EQ(buf[4], 'x');
-
+    uint32_t size;
+    for (const auto& c : cases) {
+        memset(buf, 'x', sizeof buf);
+        size = c.size;
+        EXPECT_EQ(vx::RegQueryText(key.Get(), "Text", buf, &size), c.rc) << c.size;
+        EXPECT_STREQ(buf, c.text);
+        EXPECT_EQ(size, 11u);
+        if (c.size < sizeof buf) {
+            EXPECT_EQ(buf[c.size], 'x');
+        }
+    }
     size = 0;
     EXPECT_EQ(vx::RegQueryText(key.Get(), "Text", nullptr, &size), vx::kRegOk);
     EXPECT_EQ(size, 11u);
@@ -222,27 +237,16 @@ TEST_F(Registry, ThreadsWritingAtOnceLoseNothing) {
     for (int t = 0; t < kThreads; ++t) {
         writers.emplace_back([this, t, &failures] {
             RegKey key;
-            if (vx::RegCreate(vx::kHiveCurrentUser, path_.c_str(), key.Receive()) != vx::kRegOk) {
-                failures[t] = 1;
-                return;
-            }
-            for (int i = 0; i < kValues; ++i) {
-                std::string name = "T" + std::to_string(t) + "_" + std::to_string(i);
-                if (Set(key, name.c_str(), name + "=" + std::to_string(i * t))) ++failures[t];
-            }
+            failures[t] =
+                vx::RegCreate(vx::kHiveCurrentUser, path_.c_str(), key.Receive()) == vx::kRegOk
+                    ? WriteValues(key, t, kValues)
+                    : 1;
         });
     }
     for (auto& w : writers) w.join();
     for (int t = 0; t < kThreads; ++t) EXPECT_EQ(failures[t], 0) << "thread " << t;
-
     CREATE_KEY(key);
-    auto values = Values(key);
-    EXPECT_EQ(values.size(), static_cast<size_t>(kThreads * kValues));
-    for (int t = 0; t < kThreads; ++t)
-        for (int i = 0; i < kValues; ++i) {
-            std::string name = "T" + std::to_string(t) + "_" + std::to_string(i);
-            EXPECT_EQ(values[name], name + "=" + std::to_string(i * t));
-        }
+    ExpectEveryValue(key, kThreads, kValues);
 }
 
 #if defined(_WIN32)
@@ -409,14 +413,7 @@ TEST_F(Registry, ProcessesWritingAtOnceLoseNothing) {
     for (int c = 0; c < kChildren; ++c) {
         pid_t pid = fork();
         ASSERT_GE(pid, 0);
-        if (pid == 0) {
-            int failures = 0;
-            for (int i = 0; i < kValues; ++i) {
-                std::string name = "P" + std::to_string(c) + "_" + std::to_string(i);
-                failures += Set(key, name.c_str(), name) != vx::kRegOk;
-            }
-            _exit(failures == 0 ? 0 : 1);
-        }
+        if (pid == 0) _exit(WriteValues(key, c, kValues) == 0 ? 0 : 1);
         children.push_back(pid);
     }
     for (pid_t pid : children) {
@@ -424,13 +421,7 @@ TEST_F(Registry, ProcessesWritingAtOnceLoseNothing) {
         ASSERT_EQ(waitpid(pid, &status, 0), pid);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     }
-    auto values = Values(key);
-    EXPECT_EQ(values.size(), static_cast<size_t>(kChildren * kValues));
-    for (int c = 0; c < kChildren; ++c)
-        for (int i = 0; i < kValues; ++i) {
-            std::string name = "P" + std::to_string(c) + "_" + std::to_string(i);
-            EXPECT_EQ(values[name], name);
-        }
+    ExpectEveryValue(key, kChildren, kValues);
 }
 
 TEST_F(Registry, HiveLocationAndUnwritableHive) {

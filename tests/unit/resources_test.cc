@@ -1,6 +1,5 @@
-// What vorlix.exe carries in its resources (version texts, the event log's message table) and
-// the registration of its event source. On Linux the same calls report that ELF files carry no
-// resources and that syslog needs no registration.
+// What vorlix.exe carries in its resources and the registration of its event source. On Linux
+// ELF files carry no resources and syslog needs no registration.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -25,15 +24,11 @@ constexpr bool kResourcesInExecutable = false;
 const char* const kVorlixRelative = "/vorlix";
 #endif
 
-// The test executable lives in tests/unit of the build tree, the service in src.
-std::string BuildTreeExecutable(const char* relative) {
-    char dir[vx::kMaxPath];
-    if (vx::GetExecutableDirectory(dir, sizeof dir) != 0) return "";
-    return std::string(dir) + relative;
-}
-
+// The service is built beside the test executable.
 std::string VorlixPath() {
-    return BuildTreeExecutable(kVorlixRelative);
+    char dir[vx::kMaxPath];
+    return vx::GetExecutableDirectory(dir, sizeof dir) == 0 ? dir + std::string(kVorlixRelative)
+                                                            : "";
 }
 
 std::string OwnPath() {

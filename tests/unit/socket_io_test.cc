@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "base/ni.h"
+#include "base/sync.h"
 #include "loopback_pair.h"
 #include "net/listener.h"
 #include "printserver/zelprsrv.h"
@@ -279,6 +280,35 @@ TEST_F(NetFixture, SilentPeerCostsLoopBreakPlusTwoPeekTimeOuts) {
             << "NiReadLoopBreak " << loopBreak;
     }
     EXPECT_EQ(vxtest::CountOccurrences(Log(), "SocketRead failed with returncode -5\n"), 2);
+}
+
+TEST_F(NetFixture, WithoutReadTimeOutASilentPeerIsGivenUpAtTheIdleLimitASetTimeOutStillWaits) {
+    Start();
+    vx::g_ListenerParams.NiSpinReadTime = -1;
+    vx::g_ListenerParams.IdleLimitMs = 50;
+    char buffer[16];
+    {
+        LoopbackPair pair;
+        vx::NetSocket socket = Connected(pair);
+        EXPECT_EQ(vx::SocketRead(socket, buffer, sizeof buffer), -1);
+        EXPECT_EQ(vx::LastNetError, vx::kNiTimeout);
+        std::string idle = "SocketRead: nothing received on ni " + std::to_string(pair.server) +
+                           " for 50 ms, connection idle\n";
+        EXPECT_NE(Log().find(idle), std::string::npos) << Log();
+    }
+    // "NiReadTimeout" set without a loop break: a late sender is still read, idle limit or not.
+    vx::g_ListenerParams.NiReadTimeout = 20;
+    {
+        LoopbackPair pair;
+        vx::NetSocket socket = Connected(pair);
+        std::thread late([&pair] {
+            vx::SleepMs(300);
+            pair.Send("late");
+        });
+        EXPECT_EQ(vx::SocketRead(socket, buffer, sizeof buffer), 4);
+        late.join();
+        EXPECT_EQ(std::string(buffer, 4), "late");
+    }
 }
 
 // ---- writes and replies ----

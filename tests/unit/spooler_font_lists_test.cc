@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <initializer_list>
 #include <string>
 #include <utility>
 #include <vector>
@@ -100,9 +101,11 @@ TEST(PpdFonts, StopsWhenAskedAndCountsWithoutAVisitor) {
 
 using Bytes = std::string;
 
-void Put16(Bytes* b, uint32_t v) {
-    b->push_back(static_cast<char>(v >> 8 & 0xFF));
-    b->push_back(static_cast<char>(v & 0xFF));
+void Put16(Bytes* b, std::initializer_list<uint32_t> values) {
+    for (uint32_t v : values) {
+        b->push_back(static_cast<char>(v >> 8 & 0xFF));
+        b->push_back(static_cast<char>(v & 0xFF));
+    }
 }
 
 // A font file that holds only its 'name' table: Windows English records, UTF-16BE.
@@ -112,13 +115,11 @@ Bytes NamesOnlyFont(const std::string& family, const std::string& fullName) {
     if (!fullName.empty()) records.push_back({4, fullName});
     Bytes strings;
     Bytes name;
-    Put16(&name, 0);
-    Put16(&name, static_cast<uint32_t>(records.size()));
-    Put16(&name, static_cast<uint32_t>(6 + records.size() * 12));
+    const auto count = static_cast<uint32_t>(records.size());
+    Put16(&name, {0, count, 6 + count * 12});
     for (const auto& [id, text] : records) {
-        for (uint32_t v : {3u, 1u, 0x409u, static_cast<uint32_t>(id)}) Put16(&name, v);
-        Put16(&name, static_cast<uint32_t>(text.size() * 2));
-        Put16(&name, static_cast<uint32_t>(strings.size()));
+        Put16(&name, {3, 1, 0x409, id, static_cast<uint32_t>(text.size() * 2),
+                      static_cast<uint32_t>(strings.size())});
         for (char c : text) {
             strings.push_back('\0');
             strings.push_back(c);
@@ -126,12 +127,9 @@ Bytes NamesOnlyFont(const std::string& family, const std::string& fullName) {
     }
     name += strings;
     Bytes font;
-    Put16(&font, 0x0001);
-    Put16(&font, 0x0000);
-    Put16(&font, 1);  // one table
-    for (int i = 0; i < 3; ++i) Put16(&font, 0);
+    Put16(&font, {1, 0, 1, 0, 0, 0});  // version 1.0, one table
     font += "name";
-    for (uint32_t v : {0u, 0u, 0u, 28u, 0u, static_cast<uint32_t>(name.size())}) Put16(&font, v);
+    Put16(&font, {0, 0, 0, 28, 0, static_cast<uint32_t>(name.size())});
     return font + name;
 }
 
@@ -161,14 +159,9 @@ TEST(FontFiles, TheFamilyOfEveryFontFileBelowTheDirectory) {
     EXPECT_EQ(vx::ListFontFamilies(dir.Path().c_str(), CollectTwo, &two), 2);
     EXPECT_EQ(two.size(), 2u);
     EXPECT_EQ(vx::ListFontFamilies(dir.Path().c_str(), nullptr, nullptr), 4);
-}
-
-TEST(FontFiles, AMissingDirectoryHasNoFonts) {
-    vxtest::ScratchDir dir;
-    Names names;
+    // A missing directory has no fonts.
     EXPECT_EQ(vx::ListFontFamilies(dir.File("missing").c_str(), Collect, &names), 0);
     EXPECT_EQ(vx::ListFontFamilies("", Collect, &names), 0);
-    EXPECT_TRUE(names.empty());
 }
 
 }  // namespace

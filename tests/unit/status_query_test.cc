@@ -130,13 +130,6 @@ TEST_F(StatusQueryTest, FinalStatusIsReportedOnceThenTheJobIsUnknown) {
     EXPECT_EQ(StatusOf("lp", "43"), -1);
 }
 
-TEST_F(StatusQueryTest, JobStillPrintingIsAnsweredAsUnknownAndKept) {
-    PutStatus("lp", "7", vx::kJobPrinting, "Printing");
-    EXPECT_EQ(Job("lp", "7"), "Printer lp, Job 7:\n\0"s + kUnknownAnswer);
-    EXPECT_EQ(LogCount("Error: Unexpected status 3 for job 7"), 1);
-    EXPECT_EQ(StatusOf("lp", "7"), vx::kJobPrinting);
-}
-
 TEST_F(StatusQueryTest, UnknownJobIsDoneWhenUnknownStatusIsNotReported) {
     Seed("report_unknown_status", "0");
     EXPECT_EQ(Job("lp", "99"), "Printer lp, Job 99:\n\0Status: done\n\0"s);
@@ -215,18 +208,6 @@ TEST_F(StatusQueryTest, PrinterAnswerListsSpoolerJobsThenTheServiceQueueWithRank
     EXPECT_EQ(LogCount("QueryPrinter called for printer lp"), 1);
 }
 
-TEST_F(StatusQueryTest, ServiceQueueAloneStartsAtFirstRank) {
-    BlockPrinting();
-    for (const char* id : {"a", "b", "c", "d", "e"}) ASSERT_EQ(ReceiveS("lp", id), 0);
-    EXPECT_EQ(Printer("lp"),
-              "Rank   Owner      Job  Files\n"
-              "1st                  1  a\n"
-              "2nd                  2  b\n"
-              "3rd                  3  c\n"
-              "4th                  4  d\n"
-              "5th                  5  e\n");
-}
-
 TEST_F(StatusQueryTest, PrinterWarningReplacesAllJobLines) {
     spooler().printers["lp"].status = vx::kPrinterPaperOut | vx::kPrinterUserIntervention;
     spooler().printers["lp"].jobs = {vxtest::SpoolJob(1, "u", "d")};
@@ -258,9 +239,8 @@ TEST_F(StatusQueryTest, EmptyUnknownAndFailingPrinters) {
 
 // ---- a sender that reads slowly holds up no queue ----
 
-// The sender's channel of a secured connection, standing for a sender that reads slowly: every
-// write first lets another thread look at the printer's job list, and notes whether the print
-// library's printer list is locked.
+// A secured channel standing for a slow reader: every write lets another thread look at the job
+// list first, and notes whether the print library's printer list is locked.
 struct SlowReader {
     std::string written;
     int writesWithJobListHeld = 0;
@@ -310,6 +290,7 @@ struct SlowReader {
     }
 };
 
+// The service queue alone starts at the first rank.
 TEST_F(StatusQueryTest, ServiceQueueIsNotHeldWhileItsLinesAreSent) {
     BlockPrinting();
     for (const char* id : {"a", "b", "c"}) ASSERT_EQ(ReceiveS("lp", id), 0);

@@ -2,6 +2,7 @@
 // run-time option changes, the memory trace and the environment report.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <ctime>
 #include <filesystem>
 #include <regex>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "base/syserror.h"
+#include "printserver/rotated_logs.h"
 #include "printserver/zelprsrv.h"
 #include "prsrv_fixture.h"
 #include "test_support.h"
@@ -98,6 +100,48 @@ static void OccupySwitchTargets(const std::string& logPath) {
         std::strftime(stamp, sizeof stamp, "%d_%m_%Y_%H_%M_%S", &local);
         vxtest::WriteWholeFile(logPath + "." + stamp, "taken");
     }
+}
+
+// Logs moved aside beyond MaxLogFiles go, oldest first by their stamps (not by their names), at
+// the start and at every switch; files that only look alike stay.
+TEST_F(TraceLog, SwitchesKeepTheNewestMovedLogsAndTouchNothingElse) {
+    Seed("MaxLogFiles", "3");
+    Seed("MaxLogFileSize", "3000");
+    Seed("KeepFile", "1");
+    const std::vector<std::string> moved = {
+        "vorlix.dbg.31_12_2024_23_59_59", "vorlix.dbg.01_01_2025_00_00_00",
+        "vorlix.dbg.15_06_2025_10_00_00", "vorlix.dbg.02_01_2025_00_00_00",
+        "vorlix.dbg.01_02_2025_00_00_00"};
+    const std::vector<std::string> foreign = {"vorlix.dbg.01_01_2000_00_00_00.bak",
+                                              "vorlix.dbg.1_01_2000_00_00_00",
+                                              "vorlix.dbg.01-01-2000_00_00_00",
+                                              "vorlixwinapi.dbg.01_01_2000_00_00_00",
+                                              "vorlix.nit.01_01_2000_00_00_00",
+                                              "xvorlix.dbg.01_01_2000_00_00_00",
+                                              "dfA001host"};
+    for (const auto& name : moved) ASSERT_TRUE(vxtest::WriteWholeFile(dir_.File(name), "old"));
+    for (const auto& name : foreign) ASSERT_TRUE(vxtest::WriteWholeFile(dir_.File(name), "x"));
+
+    auto p = Make(vx::kRunModeService);  // the start switches the log
+    auto sorted = [](std::vector<std::string> names) {
+        std::sort(names.begin(), names.end());
+        return names;
+    };
+    EXPECT_EQ(sorted(MovedLogs()),
+              sorted({moved[2], moved[3], moved[4], foreign[0], foreign[1], foreign[2]}));
+
+    // A switch moves the log aside: the oldest of the three goes.
+    for (int i = 0; i < 100 && fs::exists(dir_.File(moved[3])); ++i)
+        p->Trace(vx::kTraceNormal, "%s", Line(i).c_str());
+    EXPECT_FALSE(fs::exists(dir_.File(moved[3])));
+    EXPECT_TRUE(fs::exists(dir_.File(moved[2])));
+    EXPECT_TRUE(fs::exists(dir_.File(moved[4])));
+    EXPECT_EQ(MovedLogs().size(), 6u);
+    for (const auto& name : foreign) EXPECT_TRUE(fs::exists(dir_.File(name))) << name;
+
+    // 0 keeps them all.
+    EXPECT_EQ(vx::PruneRotatedLogs(p->MainLogPath(), 0), 0);
+    EXPECT_EQ(MovedLogs().size(), 6u);
 }
 
 TEST_F(TraceLog, FailedRenameKeepsWritingToTheOldFile) {

@@ -6,10 +6,12 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <memory>
 
@@ -47,6 +49,9 @@ int MapError(int error) {
         case EBADF:
         case ENOTSOCK:
             return kNiInvalidHandle;
+        case EMFILE:
+        case ENFILE:
+            return kNiNoFreeHandle;
         default:
             return kNiFailed;
     }
@@ -185,7 +190,30 @@ int ListenOn(int family, uint16_t* port, NiOsSocket* out, bool* unavailable) {
 }  // namespace
 
 int NiOsStartup() {
+    // Every connection costs a descriptor, and the usual soft limit (1024) is below the handle
+    // table: raise it to the hard limit, capped where the hard limit is unlimited.
+    constexpr rlim_t kEnoughFiles = 1 << 20;
+    rlimit files{};
+    if (getrlimit(RLIMIT_NOFILE, &files) == 0) {
+        rlim_t wanted = files.rlim_max == RLIM_INFINITY ? kEnoughFiles : files.rlim_max;
+        if (files.rlim_cur != RLIM_INFINITY && files.rlim_cur < wanted) {
+            files.rlim_cur = wanted;
+            setrlimit(RLIMIT_NOFILE, &files);
+        }
+    }
     return kNiOk;
+}
+
+int NiOsSocketCeiling() {
+    // Descriptors kept for what the connections' jobs open: data files, journals, the print
+    // system's connections, the trace logs.
+    constexpr rlim_t kReservedFiles = 128;
+    constexpr rlim_t kFewest = 16;
+    rlimit files{};
+    if (getrlimit(RLIMIT_NOFILE, &files) != 0 || files.rlim_cur == RLIM_INFINITY) return INT_MAX;
+    if (files.rlim_cur < kReservedFiles + kFewest) return static_cast<int>(kFewest);
+    rlim_t ceiling = files.rlim_cur - kReservedFiles;
+    return ceiling > INT_MAX ? INT_MAX : static_cast<int>(ceiling);
 }
 
 int NiOsLastError() {
@@ -308,6 +336,10 @@ int NiOsWait(NiOsSocket socket, bool forWrite, int timeoutMs) {
     }
 }
 
+int NiOsShutdownWakeMs() {
+    return -1;  // poll reports a socket shut down by another thread at once
+}
+
 long NiOsRecv(NiOsSocket socket, void* buffer, size_t length, bool peek) {
     for (;;) {
         ssize_t n = recv(Fd(socket), buffer, length, peek ? MSG_PEEK : 0);
@@ -327,6 +359,10 @@ long NiOsSend(NiOsSocket socket, const void* data, size_t length) {
 
 void NiOsClose(NiOsSocket socket) {
     close(Fd(socket));
+}
+
+void NiOsShutdown(NiOsSocket socket) {
+    shutdown(Fd(socket), SHUT_RDWR);
 }
 
 }  // namespace vx

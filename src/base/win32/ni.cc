@@ -43,6 +43,8 @@ int MapError(int error) {
             return kNiPortInUse;
         case WSAENOTSOCK:
             return kNiInvalidHandle;
+        case WSAEMFILE:
+            return kNiNoFreeHandle;
         case WSANOTINITIALISED:
             return kNiNotInitialised;
         default:
@@ -205,6 +207,10 @@ int NiOsStartup() {
     return result;
 }
 
+int NiOsSocketCeiling() {
+    return INT_MAX;
+}
+
 int NiOsLastError() {
     return t_lastError;
 }
@@ -333,6 +339,10 @@ int NiOsWait(NiOsSocket socket, bool forWrite, int timeoutMs) {
                  : 0;  // a failure in the exception set counts as ready: the next call reports it
 }
 
+int NiOsShutdownWakeMs() {
+    return 250;
+}
+
 long NiOsRecv(NiOsSocket socket, void* buffer, size_t length, bool peek) {
     int size = length > INT_MAX ? INT_MAX : static_cast<int>(length);
     int n = recv(Sock(socket), static_cast<char*>(buffer), size, peek ? MSG_PEEK : 0);
@@ -349,6 +359,10 @@ long NiOsSend(NiOsSocket socket, const void* data, size_t length) {
 
 void NiOsClose(NiOsSocket socket) {
     closesocket(Sock(socket));
+}
+
+void NiOsShutdown(NiOsSocket socket) {
+    shutdown(Sock(socket), SD_BOTH);
 }
 
 }  // namespace vx

@@ -59,6 +59,11 @@ bool IsFilePrinter(const char* printer) {
     return printer != nullptr && strcmp(printer, kFilePrinterName) == 0;
 }
 
+HttpPtr ConnectToCups(int timeoutMs) {
+    return HttpPtr(httpConnect2(cupsServer(), ippPort(), nullptr, AF_UNSPEC, cupsEncryption(), 1,
+                                timeoutMs, nullptr));
+}
+
 bool QueryPrinterAttributes(const char* printer, const char* const* attributes, int count,
                             IppMessage* response) {
     if (printer == nullptr || printer[0] == '\0' || response == nullptr) return false;
@@ -66,13 +71,15 @@ bool QueryPrinterAttributes(const char* printer, const char* const* attributes, 
     if (httpAssembleURIf(HTTP_URI_CODING_ALL, uri, sizeof uri, "ipp", nullptr, "localhost",
                          ippPort(), "/printers/%s", printer) != HTTP_URI_STATUS_OK)
         return false;
+    HttpPtr http = ConnectToCups();
+    if (http == nullptr) return false;
     ipp_t* request = ippNewRequest(IPP_OP_GET_PRINTER_ATTRIBUTES);
     if (request == nullptr) return false;
     ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri);
     ippAddStrings(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "requested-attributes", count,
                   nullptr, attributes);
     // cupsDoRequest takes the request over, also on failure.
-    response->Reset(cupsDoRequest(CUPS_HTTP_DEFAULT, request, "/"));
+    response->Reset(cupsDoRequest(http.get(), request, "/"));
     if (response->Get() == nullptr || cupsLastError() > IPP_STATUS_OK_EVENTS_COMPLETE) {
         response->Reset(nullptr);
         return false;

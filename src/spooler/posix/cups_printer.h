@@ -27,6 +27,13 @@ struct HttpCloser {
 };
 using HttpPtr = std::unique_ptr<http_t, HttpCloser>;
 
+// A connection of the caller's own to the configured CUPS server (null when it cannot be reached
+// within timeoutMs). Every request goes over one and closes it: libcups's per-thread default
+// connection would stay open as long as the thread lives, and a connection thread that waits for
+// a silent sender would hold one of the few clients cupsd serves at once.
+constexpr int kCupsConnectTimeoutMs = 30000;
+HttpPtr ConnectToCups(int timeoutMs = kCupsConnectTimeoutMs);
+
 // One IPP message, deleted on destruction.
 class IppMessage {
   public:

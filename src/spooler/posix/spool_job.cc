@@ -24,8 +24,6 @@ namespace vx {
 
 namespace {
 
-constexpr int kConnectTimeoutMs = 30000;
-
 struct IppDeleter {
     void operator()(ipp_t* ipp) const { ippDelete(ipp); }
 };
@@ -42,11 +40,6 @@ struct JobState {
     int state = 0;  // IPP_JSTATE_*
     char reasons[256] = {};
 };
-
-HttpPtr ConnectToServer() {
-    return HttpPtr(httpConnect2(cupsServer(), ippPort(), nullptr, AF_UNSPEC, cupsEncryption(), 1,
-                                kConnectTimeoutMs, nullptr));
-}
 
 void PrinterUri(const char* printer, char* uri, size_t size) {
     httpAssembleURIf(HTTP_URI_CODING_ALL, uri, static_cast<int>(size), "ipp", nullptr, "localhost",
@@ -144,7 +137,7 @@ void CancelJob(SpoolJob* job) {
     HttpPtr fresh;
     http_t* http = job->http;
     if (job->documentOpen || http == nullptr) {
-        fresh = ConnectToServer();
+        fresh = ConnectToCups();
         http = fresh.get();
     }
     if (http != nullptr) cupsCancelJob2(http, job->printer, job->number, 0);
@@ -163,7 +156,7 @@ void SpoolJobRelease(SpoolJob* job) {
 int SpoolJobStart(const char* printer, const char* title, SpoolFormat format, SpoolJobPtr* job,
                   char* error, size_t errorSize) {
     job->reset();
-    HttpPtr http = ConnectToServer();
+    HttpPtr http = ConnectToCups();
     if (http == nullptr) {
         FormatText(error, errorSize,
                    "httpConnect2 failed for printer %s: CUPS at %s:%d cannot be reached", printer,
@@ -264,7 +257,7 @@ int SpoolJobProgress(SpoolJob* job, char* error, size_t errorSize) {
 
 SpooledJobFate SpooledJobFateOf(const char* printer, int number) {
     if (printer == nullptr || number <= 0) return SpooledJobFate::kUnknown;
-    HttpPtr http = ConnectToServer();
+    HttpPtr http = ConnectToCups();
     if (http == nullptr) return SpooledJobFate::kUnknown;
     JobState state;
     char error[256];

@@ -15,7 +15,10 @@ namespace {
 // Owns the destination list of cupsGetDests.
 class DestList {
   public:
-    DestList() { count_ = cupsGetDests2(CUPS_HTTP_DEFAULT, &dests_); }
+    DestList() {
+        HttpPtr http = ConnectToCups();
+        if (http != nullptr) count_ = cupsGetDests2(http.get(), &dests_);
+    }
     ~DestList() { cupsFreeDests(count_, dests_); }
     DestList(const DestList&) = delete;
     DestList& operator=(const DestList&) = delete;
@@ -31,8 +34,10 @@ class DestList {
 // Owns one destination of cupsGetNamedDest.
 class NamedDest {
   public:
-    explicit NamedDest(const char* name)
-        : dest_(cupsGetNamedDest(CUPS_HTTP_DEFAULT, name, nullptr)) {}
+    explicit NamedDest(const char* name) {
+        HttpPtr http = ConnectToCups();
+        if (http != nullptr) dest_ = cupsGetNamedDest(http.get(), name, nullptr);
+    }
     ~NamedDest() {
         if (dest_ != nullptr) cupsFreeDests(1, dest_);
     }
@@ -42,7 +47,7 @@ class NamedDest {
     const cups_dest_t* Get() const { return dest_; }
 
   private:
-    cups_dest_t* dest_;
+    cups_dest_t* dest_ = nullptr;
 };
 
 const char* Option(const cups_dest_t& dest, const char* name) {

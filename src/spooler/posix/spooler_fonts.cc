@@ -28,8 +28,7 @@ StreamPtr FetchPpd(const char* printer) {
     char resource[kSpoolerTextSize];
     if (FormatText(resource, sizeof resource, "/printers/%s.ppd", printer) + 1 >= sizeof resource)
         return nullptr;
-    HttpPtr http(httpConnect2(cupsServer(), ippPort(), nullptr, AF_UNSPEC, cupsEncryption(), 1,
-                              kConnectTimeoutMs, nullptr));
+    HttpPtr http = ConnectToCups(kConnectTimeoutMs);
     if (http == nullptr) return nullptr;
     // Without a time-out callback a read that waits longer than this gives up.
     httpSetTimeout(http.get(), kReadTimeoutSeconds, nullptr, nullptr);

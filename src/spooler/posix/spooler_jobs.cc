@@ -81,6 +81,8 @@ bool RequestJobs(const char* printer, IppMessage* response) {
         "job-id",    "job-name",          "job-originating-user-name", "job-printer-state-message",
         "job-state", "job-state-reasons",
     };
+    HttpPtr http = ConnectToCups();
+    if (http == nullptr) return false;
     ipp_t* request = ippNewRequest(IPP_OP_GET_JOBS);
     if (request == nullptr) return false;
     ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri);
@@ -90,7 +92,7 @@ bool RequestJobs(const char* printer, IppMessage* response) {
     ippAddStrings(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "requested-attributes",
                   sizeof kAttributes / sizeof kAttributes[0], nullptr, kAttributes);
     // cupsDoRequest takes the request over, also on failure.
-    response->Reset(cupsDoRequest(CUPS_HTTP_DEFAULT, request, "/"));
+    response->Reset(cupsDoRequest(http.get(), request, "/"));
     if (response->Get() == nullptr || cupsLastError() > IPP_STATUS_OK_EVENTS_COMPLETE) {
         response->Reset(nullptr);
         return false;
