@@ -89,7 +89,6 @@ TEST_F(LibraryBinding, AbsentLibrariesAreReportedAndOnlyTheIconLibraryAsAnError)
     EXPECT_EQ(p->GetDefaultValue("PDFasRAW"), 0);
     EXPECT_EQ(log.find("This is TOLMAPDF Version"), std::string::npos);
     EXPECT_FALSE(p->Libraries().ocr.module.Loaded());
-    EXPECT_EQ(ApiLog().find("LoadLibraryEx("), std::string::npos);
 }
 
 TEST_F(LibraryBinding, NothingIsBoundUnlessAsked) {
