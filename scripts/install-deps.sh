@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(cmake ninja-build g++ googletest libgtest-dev
           g++-mingw-w64-x86-64-posix mingw-w64-tools binutils-mingw-w64-x86-64
-          wine wine64 python3 python3-pytest libcups2-dev
+          wine wine64 python3 python3-pytest libcups2-dev zlib1g-dev libz-mingw-w64-dev
           cups cups-client cups-daemon cups-bsd fonts-dejavu-core rlpr
           clang-14 libclang-rt-14-dev)
 

@@ -47,8 +47,8 @@ void CloseRefusalBurst() {
     RefusalBurst& burst = g_refusals;
     if (!burst.open) return;
     Trace(kTraceBanner,
-          "Network handles were all in use for %lu s: %ld connections refused, %ld idle "
-          "connections closed to make room.\n",
+          "Network handles were all in use for %lu s: connections refused: %ld, idle "
+          "connections closed to make room: %ld.\n",
           static_cast<unsigned long>((TickCountMs() - burst.startMs) / 1000), burst.refused,
           burst.closedIdle);
     burst = RefusalBurst{};

@@ -26,6 +26,7 @@
 #include "net/listener.h"
 #include "printserver/zelprsrv.h"
 #include "protocol/connection_handler.h"
+#include "service/inline_stop_watch.h"
 
 namespace vx {
 
@@ -49,6 +50,12 @@ int MatchConnection(const void* key, const void* element, int, void*) {
 void ServeConnection(ConnInfo& info) {
     int32_t state = 0;
     ConnectionHandler(&info.Connection, info.ConnectionArg, &state);
+}
+
+// Serves the connection on the accepting thread, under a watch that bounds a stop.
+void ServeInline(ConnInfo& info, uint32_t stopGraceMs) {
+    InlineStopWatch watch(stopGraceMs);
+    ServeConnection(info);
 }
 
 // Removes the ended connection's record, setting and closing the event of the record found.
@@ -137,7 +144,7 @@ void ConnectionThread(ConnInfo* info) {
     Trace(kTraceDetail, "End connection thread\n");
 }
 
-void AcceptConnection() {
+void AcceptConnection(uint32_t stopGraceMs) {
     ConnInfo info{};
     int isLocal = 0;
     while (AcceptNetworkConnection(&info.Connection, g_ListenHandle, &isLocal) < 0) {
@@ -148,7 +155,7 @@ void AcceptConnection() {
     Trace(kTraceDetail, "Got handle %d for new connection\n", info.Connection.niHandle);
 
     if (g_listMode == 0) {
-        ServeConnection(info);
+        ServeInline(info, stopGraceMs);
         return;
     }
 
@@ -163,7 +170,7 @@ void AcceptConnection() {
         // a record without an event: the connection is served here instead.
         TraceError("CreateEvent failed: connection %i is served without a connection thread.\n",
                    info.Connection.niHandle);
-        ServeConnection(info);
+        ServeInline(info, stopGraceMs);
         return;
     }
     TypedList<ConnInfo>(g_ConnThreadList).Append(info, 1);

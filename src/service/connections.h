@@ -17,11 +17,6 @@ int CreateConnectionList(int32_t mode);
 // Destroys the connection list, when there is one.
 void DestroyConnectionList();
 
-// Waits for one new connection (retrying the accept until one comes or a stop reason is set)
-// and serves it: inline with ConnectionMode 0, else on a new connection thread. A connection
-// thread that cannot start sets the stop reason 5.
-void AcceptConnection();
-
 // Thread procedure of one connection: copies the record, signals hEventInit, serves the
 // connection and removes the record from the connection list again.
 void ConnectionThread(ConnInfo* info);
@@ -33,5 +28,11 @@ void ConnectionThread(ConnInfo* info);
 // unacknowledged.
 constexpr uint32_t kStopGraceMs = 10000;
 void WaitForConnectionThreads(uint32_t graceMs = kStopGraceMs);
+
+// Waits for one new connection (retrying the accept until one comes or a stop reason is set)
+// and serves it: inline with ConnectionMode 0, else on a new connection thread. A connection
+// thread that cannot start sets the stop reason 5. A connection served inline is shut down once a
+// stop request is stopGraceMs old.
+void AcceptConnection(uint32_t stopGraceMs = kStopGraceMs);
 
 }  // namespace vx

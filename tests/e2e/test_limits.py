@@ -90,7 +90,7 @@ def test_a_full_handle_table_is_traced_and_a_real_sender_gets_through(vorlix, cu
     finally:
         close_all(conns)
     # The counts follow when the burst is over: at the latest after the next accept wait.
-    lines = wait_for_line(s, lambda line: " connections refused, " in line)
+    lines = wait_for_line(s, lambda line: ": connections refused: " in line)
     full = [line for line in lines if line.startswith(FULL)]
     # One line for the burst, not one per connection.
     assert 1 <= len(full) <= 5, full
@@ -116,8 +116,8 @@ def test_a_low_limit_of_open_files_makes_a_smaller_table_that_makes_room(vorlix,
         assert sink.wait_for_jobs(1) == [body]
     finally:
         close_all(conns)
-    lines = wait_for_line(s, lambda line: line.endswith(" idle connections closed to make room.")
-                          and not line.endswith(" 0 idle connections closed to make room."))
+    lines = wait_for_line(s, lambda line: "idle connections closed to make room: " in line
+                          and not line.endswith("closed to make room: 0."))
     # The table is made smaller than the limit of open files, so that the jobs' files still open.
     assert "The limit of open files leaves 172 network handles." in lines
     assert any(line.startswith("Error: All 172 network handles are in use") for line in lines)

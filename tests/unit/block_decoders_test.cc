@@ -1,0 +1,158 @@
+// The data-block decoders of the extended protocol: C1 runs, K1 scrambling, C2 raw deflate and
+// the block checksum, each fed as the session feeds them: into an output buffer that may fill.
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <string>
+#include <vector>
+
+#include "protocol/block_checksum.h"
+#include "protocol/block_result.h"
+#include "protocol/c1_decoder.h"
+#include "protocol/c2_inflater.h"
+#include "protocol/k1_scrambler.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes ToBytes(const std::string& text) {
+    return Bytes(text.begin(), text.end());
+}
+
+// Decodes a whole C1 block through an output buffer of outSize bytes, as the session does.
+int DecodeAllC1(const Bytes& in, size_t outSize, Bytes* out) {
+    Bytes buffer(outSize);
+    size_t offset = 0;
+    for (;;) {
+        size_t consumed = 0;
+        size_t produced = 0;
+        int rc = vx::DecodeC1(in.data() + offset, in.size() - offset, buffer.data(), outSize,
+                              &consumed, &produced);
+        out->insert(out->end(), buffer.begin(), buffer.begin() + produced);
+        offset += consumed;
+        if (rc != vx::kBlockOutputFull) return rc;
+    }
+}
+
+TEST(C1Decoder, EveryCodeAndARunThatDoesNotFitGoesOnInTheNextCall) {
+    struct Case {
+        Bytes in;
+        std::string out;
+    } cases[] = {
+        {{0, 5, 'x'}, "xxxxx"},
+        {{0, 0, 'x', 'A'}, "A"},  // a count of 0 makes nothing
+        {{3, 'a', 9, 'b'}, "aaabbbbbbbbb"},
+        {{1, 2, 1, 0}, std::string("\x02\0", 2)},  // code bytes taken as they are
+        {{2, 3, 'a', 'b'}, "ababab"},
+        {{'H', 10, 255}, "H\x0a\xff"},
+    };
+    for (const Case& c : cases) {
+        Bytes out;
+        EXPECT_EQ(DecodeAllC1(c.in, 4096, &out), vx::kBlockDone);
+        EXPECT_EQ(std::string(out.begin(), out.end()), c.out);
+    }
+    // 2 255 pair is the longest run: with a buffer just that large each run comes in its call.
+    Bytes in = {'<', 2, 255, 'a', 'b', 0, 255, 'z', '>'};
+    Bytes out;
+    EXPECT_EQ(DecodeAllC1(in, vx::kC1LongestRun, &out), vx::kBlockDone);
+    ASSERT_EQ(out.size(), 2u + 510 + 255);
+    EXPECT_EQ(out[1], 'a');
+    EXPECT_EQ(out[510], 'b');
+    EXPECT_EQ(out[511], 'z');
+    EXPECT_EQ(out.back(), '>');
+}
+
+TEST(C1Decoder, ABlockThatEndsInsideACodeIsMalformedAfterWhatCameWhole) {
+    for (const Bytes& in :
+         {Bytes{'a', 0, 5}, Bytes{'a', 1}, Bytes{'a', 2, 3, 'x'}, Bytes{'a', 7}}) {
+        Bytes out;
+        EXPECT_EQ(DecodeAllC1(in, 4096, &out), vx::kBlockMalformed);
+        EXPECT_EQ(out, Bytes{'a'});
+    }
+}
+
+TEST(K1Scrambler, UnscramblesWithTheRunningMaskAndInvertsTheSender) {
+    // Key 0x1234: k 0x34, k2 0x12. 'A' ^ 0x34 = 0x75, then k = 0x34 ^ 'A' ^ 0x12 = 0x67.
+    Bytes block = {0x75, 0x25};
+    vx::UnscrambleBlock(0x00001234u, block.data(), block.size());
+    EXPECT_EQ(block, ToBytes("AB"));
+
+    Bytes text = ToBytes(std::string("print data\0\xff with every byte", 28));
+    Bytes scrambled = text;
+    vx::ScrambleBlock(0xdeadbeefu, scrambled.data(), scrambled.size());
+    EXPECT_NE(scrambled, text);
+    vx::UnscrambleBlock(0xdeadbeefu, scrambled.data(), scrambled.size());
+    EXPECT_EQ(scrambled, text);
+
+    EXPECT_EQ(vx::MakeScrambleKey(42), vx::MakeScrambleKey(42));
+}
+
+TEST(BlockChecksum, KeepsTheLow15BitsOfTheSumAcrossParts) {
+    Bytes block(300, 0xff);  // 76500 = 0x12ad4
+    uint32_t sum = vx::AddToBlockSum(0, block.data(), 100);
+    sum = vx::AddToBlockSum(sum, block.data() + 100, 200);
+    EXPECT_EQ(vx::BlockChecksum(sum), 0x12ad4u & 0x7fffu);
+}
+
+Bytes RawDeflate(const Bytes& data) {
+    z_stream stream{};
+    EXPECT_EQ(deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY),
+              Z_OK);
+    Bytes out(deflateBound(&stream, data.size()));
+    stream.next_in = const_cast<Bytef*>(data.data());
+    stream.avail_in = static_cast<uInt>(data.size());
+    stream.next_out = out.data();
+    stream.avail_out = static_cast<uInt>(out.size());
+    EXPECT_EQ(deflate(&stream, Z_FINISH), Z_STREAM_END);
+    out.resize(stream.total_out);
+    deflateEnd(&stream);
+    return out;
+}
+
+// Inflates a whole C2 block through an output buffer of outSize bytes; *calls counts the calls.
+int InflateAll(const Bytes& in, size_t outSize, Bytes* out, int* calls) {
+    vx::C2BlockPtr block = vx::BeginC2Block(in.data(), in.size());
+    if (!block) return vx::kBlockNoDecoder;
+    Bytes buffer(outSize);
+    for (*calls = 1;; ++*calls) {
+        size_t produced = 0;
+        int rc = vx::InflateC2Block(*block, buffer.data(), outSize, &produced);
+        out->insert(out->end(), buffer.begin(), buffer.begin() + produced);
+        if (rc != vx::kBlockOutputFull) return rc;
+    }
+}
+
+TEST(C2Inflater, ABlockLargerThanTheBufferComesInSeveralCallsByteForByte) {
+    Bytes text;
+    for (int line = 0; text.size() < 100000; ++line) {
+        std::string row = "Invoice line " + std::to_string(line) + ": 1 x part, 19.99 EUR\r\n";
+        text.insert(text.end(), row.begin(), row.end());
+    }
+    Bytes out;
+    int calls = 0;
+    EXPECT_EQ(InflateAll(RawDeflate(text), 30024, &out, &calls), vx::kBlockDone);
+    EXPECT_EQ(out, text);
+    EXPECT_EQ(calls, 4);
+
+    // An empty stream is a block of nothing.
+    out.clear();
+    EXPECT_EQ(InflateAll(RawDeflate({}), 30024, &out, &calls), vx::kBlockDone);
+    EXPECT_TRUE(out.empty());
+}
+
+TEST(C2Inflater, WhatIsNotOneWholeDeflateStreamFails) {
+    Bytes good = RawDeflate(ToBytes(std::string(5000, 'x') + "end"));
+    Bytes cut(good.begin(), good.end() - 2);
+    Bytes followed = good;
+    followed.push_back('!');
+    Bytes wrapped = {0x78, 0x9c};  // a zlib header is not raw deflate
+    wrapped.insert(wrapped.end(), good.begin(), good.end());
+    for (const Bytes& in : {ToBytes("plain text, not deflate"), cut, followed, wrapped, Bytes{}}) {
+        Bytes out;
+        int calls = 0;
+        EXPECT_LT(InflateAll(in, 30024, &out, &calls), 0) << in.size();
+    }
+}
+
+}  // namespace
