@@ -200,7 +200,6 @@ class JobsFixture : public PrsrvFixture {
         return dir_.File(name);
     }
     std::string Log() { return ReadTextFile(vx::g_prsrv->MainLogPath()); }
-    std::string ApiLog() { return ReadTextFile(vx::g_prsrv->ApiLogPath()); }
     int LogCount(const std::string& text) { return CountOccurrences(Log(), text); }
 
     // False when the hang guard ran out.

@@ -287,13 +287,6 @@ TEST_F(NiLayer, LocalAddressesAreTheHostsOwn) {
     EXPECT_EQ(vx::NiIsLocalAddress(Ipv6({0, 0, 0, 0, 0, 0, 0, 0})), 0);
     EXPECT_EQ(vx::NiIsLocalAddress(Ipv4(192, 0, 2, 1)), 0);  // documentation range
     EXPECT_EQ(vx::NiIsLocalAddress(Ipv6({0x2001, 0xdb8, 0, 0, 0, 0, 0, 7})), 0);
-
-    char host[100] = {};
-    ASSERT_EQ(vx::NiMyHostName(host, sizeof host), vx::kNiOk);
-    EXPECT_NE(host[0], '\0');
-    vx::NiAddress own{};
-    ASSERT_EQ(vx::NiHostToAddr(host, &own), vx::kNiOk);
-    EXPECT_NE(vx::NiIsLocalAddress(own), 0) << vx::NiAddrToStr(own);
 }
 
 TEST_F(NiLayer, PeerFromTheHostsOwnAddressIsLocal) {
@@ -301,6 +294,7 @@ TEST_F(NiLayer, PeerFromTheHostsOwnAddressIsLocal) {
     ASSERT_EQ(vx::NiMyHostName(host, sizeof host), vx::kNiOk);
     vx::NiAddress own{};
     ASSERT_EQ(vx::NiHostToAddr(host, &own), vx::kNiOk);
+    EXPECT_NE(vx::NiIsLocalAddress(own), 0) << vx::NiAddrToStr(own);
     LoopbackPair pair;
     ASSERT_EQ(pair.Listen(), vx::kNiOk);
     ASSERT_EQ(pair.Connect(vx::NiAddrToStr(own)), vx::kNiOk);
@@ -328,8 +322,6 @@ TEST_F(NiLayer, TraceFileShowsConnectionsAtLevelTwoAndDataAtLevelThree) {
     EXPECT_FALSE(vx::NiTraceIsOpen());
     std::string trace = vxtest::ReadTextFile(path);
     EXPECT_NE(trace.find("NiAccept: handle"), std::string::npos) << trace;
-    EXPECT_NE(trace.find("NiServerHandle: handle"), std::string::npos);
-    EXPECT_NE(trace.find("NiCloseHandle: handle"), std::string::npos);
     EXPECT_NE(trace.find("from above 42\n"), std::string::npos);
     EXPECT_EQ(trace.find("NiRawRead"), std::string::npos);
 

@@ -39,24 +39,8 @@ std::vector<std::string> ListedPrinters() {
 
 // Two paper bins, so that the bin lists and the tray mapping have something to map.
 constexpr const char* kTwoBinsPpd = R"ppd(*PPD-Adobe: "4.3"
-*FormatVersion: "4.3"
-*FileVersion: "1.0"
-*LanguageVersion: English
-*LanguageEncoding: ISOLatin1
-*PCFileName: "VXBINS.PPD"
-*Manufacturer: "Vorlix"
-*Product: "(Vorlix Bin Printer)"
-*ModelName: "Vorlix Bin Printer"
-*ShortNickName: "Vorlix Bin Printer"
 *NickName: "Vorlix Bin Printer"
-*PSVersion: "(3010.000) 0"
-*OpenUI *PageSize: PickOne
-*OrderDependency: 10 AnySetup *PageSize
-*DefaultPageSize: A4
-*PageSize A4/A4: "<</PageSize[595 842]/ImagingBBox null>>setpagedevice"
-*CloseUI: *PageSize
 *OpenUI *InputSlot: PickOne
-*OrderDependency: 20 AnySetup *InputSlot
 *DefaultInputSlot: Upper
 *InputSlot Upper/Upper Tray: "<</MediaPosition 0>>setpagedevice"
 *InputSlot Lower/Lower Tray: "<</MediaPosition 1>>setpagedevice"
@@ -168,16 +152,11 @@ TEST_F(PrinterInfo, InstalledPrintersAreTheSpoolersPrinters) {
                   1);
     }
 
-    {
-        auto p = Open();
-        ASSERT_EQ(p->GetInstalledPrinters(), 0);
-        ASSERT_EQ(p->InstalledPrinterCount(), static_cast<int32_t>(listed.size()));
-        for (size_t i = 0; i < listed.size(); ++i)
-            EXPECT_EQ(std::string(p->InstalledPrinters()[i].name), listed[i]);
-    }
-    if (!listed.empty()) {
-        EXPECT_NE(Log().find(" (MyPrinters) in file zelprsrv"), std::string::npos);
-    }
+    auto p = Open();
+    ASSERT_EQ(p->GetInstalledPrinters(), 0);
+    ASSERT_EQ(p->InstalledPrinterCount(), static_cast<int32_t>(listed.size()));
+    for (size_t i = 0; i < listed.size(); ++i)
+        EXPECT_EQ(std::string(p->InstalledPrinters()[i].name), listed[i]);
 }
 
 TEST_F(PrinterInfo, PortOfAnOpenablePrinterComesFromTheSpoolerAndIsCached) {
@@ -192,10 +171,9 @@ TEST_F(PrinterInfo, PortOfAnOpenablePrinterComesFromTheSpoolerAndIsCached) {
         ASSERT_EQ(p->DeterminePort(printer.c_str(), port, sizeof port), 0);
         EXPECT_EQ(std::string(port), std::string(info.port).substr(0, 100));
         ASSERT_EQ(p->DeterminePort(printer.c_str(), port, sizeof port), 0);
-        std::string log = Log();
-        EXPECT_EQ(vxtest::CountOccurrences(log, "Determine port for printer " + printer + "\n"), 1);
-        EXPECT_NE(log.find("Port " + std::string(port) + " found for printer " + printer + "\n"),
-                  std::string::npos);
+        // The second answer is the cached one.
+        EXPECT_EQ(vxtest::CountOccurrences(Log(), "Determine port for printer " + printer + "\n"),
+                  1);
         char shortPort[3];  // cut to the caller's buffer
         EXPECT_EQ(p->DeterminePort(printer.c_str(), shortPort, sizeof shortPort), 0);
         EXPECT_EQ(std::string(shortPort), std::string(port).substr(0, 2));
@@ -249,7 +227,6 @@ TEST_F(PrinterInfo, ClusterResourcePortIsKeyedByTheNameAfterTheLastBackslash) {
     char found[128];
     ASSERT_EQ(p->DeterminePort("\\\\vorlixhost\\VorlixClustered", found, sizeof found), 0);
     EXPECT_STREQ(found, "CLUSTER_PORT:");
-    EXPECT_NE(Log().find("RegistryPath = " + key + "\n"), std::string::npos);
 }
 
 TEST_F(PrinterInfo, AlternativePathKeepsTheFirstPrintersKey) {
@@ -270,7 +247,6 @@ TEST_F(PrinterInfo, AlternativePathKeepsTheFirstPrintersKey) {
     // The key opened for the first printer is kept and asked for the next one too.
     ASSERT_EQ(p->DeterminePort("VorlixAltB", port, sizeof port), 0);
     EXPECT_STREQ(port, "ALT_A:");
-    EXPECT_EQ(Log().find("RegistryPath = "), std::string::npos);
 }
 
 TEST_F(PrinterInfo, TraysMapTheApplicationServersNumbersToBins) {
@@ -293,30 +269,15 @@ void PrinterInfo::ExpectTrayMapping(const std::string& printer, const vx::Spoole
         // Without a configured number every bin is printed from as itself.
         EXPECT_EQ(p->FindConfiguredTray(printer.c_str(), 0), bin.id);
         EXPECT_EQ(p->GetTrayIndex(printer.c_str()), index);
-        EXPECT_NE(Log().find("Found index " + std::to_string(index) + " for printer " + printer),
-                  std::string::npos);
         EXPECT_EQ(p->GetTrayIndex(kUnknownPrinter), -1);
-        EXPECT_NE(
-            Log().find("Printer " + std::string(kUnknownPrinter) + " not in configuration list.\n"),
-            std::string::npos);
     }
     std::string trayKey = printer + "\\Trays\\" + bin.name;
     Seed("ZELID", "3", trayKey);
     Seed("TrayID", "260", trayKey);
-    {
-        auto p = Open();
-        EXPECT_EQ(p->FindConfiguredTray(printer.c_str(), 3), 260);
-        EXPECT_EQ(p->FindConfiguredTray(printer.c_str(), 4), -1);
-        EXPECT_EQ(p->FindConfiguredTray(kUnknownPrinter, 3), -1);
-    }
-    std::string log = Log();
-    EXPECT_TRUE(
-        vxtest::InOrder(log, {"Found configured tray ID 260 for printer " + printer + "\n",
-                              "ZEL ID = 3  Tray ID = 260\n",
-                              "No configured tray ID found for printer " + printer + "\n"}));
-    // The tray entries go before the printer list at the end.
-    EXPECT_TRUE(
-        vxtest::InOrder(log, {"(TrayInfo) in file zelprsrv", "(MyPrinters) in file zelprsrv"}));
+    auto p = Open();
+    EXPECT_EQ(p->FindConfiguredTray(printer.c_str(), 3), 260);
+    EXPECT_EQ(p->FindConfiguredTray(printer.c_str(), 4), -1);
+    EXPECT_EQ(p->FindConfiguredTray(kUnknownPrinter, 3), -1);
 }
 
 TEST_F(PrinterInfo, PrinterSettingsReportListsWhatTheDriverSays) {

@@ -134,7 +134,6 @@ TEST_F(PrinterQueuesTest, ProcessJobFillsFromTheContext) {
     EXPECT_EQ(fake().Printed()[0].owner, "");  // the owner is taken over only with ZELUserAsOwner
     EXPECT_EQ(fake().Printed()[1].owner, "owner");
     EXPECT_EQ(fake().Printed()[1].title, "title");
-    EXPECT_EQ(LogCount("Start processing U protocol job ctx\n"), 2);
     CopyText(r->context.FileName, dir_.File("nofile").c_str());
     EXPECT_EQ(ProcessJob(&r->record, 'S'), -1);
     EXPECT_EQ(LogCount("Error: Cannot fill job info for job ctx on printer P1\n"), 1);
@@ -164,7 +163,6 @@ TEST_F(PrinterQueuesTest, ReceivedJobsPrintAtMostMaxCopies) {
                   cut ? 1 : 0)
             << id;
     }
-    EXPECT_EQ(LogCount("Copy count "), 2);
 }
 
 TEST_F(PrinterQueuesTest, OwnThreadsPrintWithoutQueues) {
@@ -178,7 +176,6 @@ TEST_F(PrinterQueuesTest, OwnThreadsPrintWithoutQueues) {
     ASSERT_TRUE(fake().WaitPrinted(2));
     EXPECT_NE(fake().Printed()[1].thread, std::this_thread::get_id());
     EXPECT_EQ(Count(g_JobQueueList), 0);
-    EXPECT_NE(ApiLog().find("CreateEvent(..,own) = "), std::string::npos);
 }
 
 TEST_F(PrinterQueuesTest, EnhancedModeHandsJobsToTheLibraryQueue) {

@@ -67,10 +67,12 @@ class NetFixture : public vxtest::PrsrvFixture {
 
 // ---- listener parameters and set-up ----
 
+// Time-outs are set in tenths of a second and kept in milliseconds; one too long for that waits
+// the longest time instead.
 TEST_F(NetFixture, ParametersAreReadWithTimeOutsInMilliseconds) {
-    Seed("NiReadTimeout", "30");
-    Seed("NiSpinReadTime", "-1");
-    Seed("NiWriteTimeout", "0");
+    Seed("NiReadTimeout", "214748364");  // the largest that still fits
+    Seed("NiWriteTimeout", "214748365");
+    Seed("NiSpinReadTime", "0x7FFFFFFF");
     Seed("NiReadLoopBreak", "0");
     Seed("NiAcceptTimeout", "250");
     Seed("LPDPort", "0");
@@ -78,37 +80,13 @@ TEST_F(NetFixture, ParametersAreReadWithTimeOutsInMilliseconds) {
     Start();
     vx::ReadListenerParams(*prsrv_);
     const vx::ListenerParams& p = vx::g_ListenerParams;
-    EXPECT_EQ(p.NiReadTimeout, 300);
-    EXPECT_EQ(p.NiSpinReadTime, -1);
-    EXPECT_EQ(p.NiWriteTimeout, 0);
+    EXPECT_EQ(p.NiReadTimeout, 2147483640);
+    EXPECT_EQ(p.NiWriteTimeout, INT32_MAX);
+    EXPECT_EQ(p.NiSpinReadTime, INT32_MAX);
     EXPECT_EQ(p.NiReadLoopBreak, 0);
     EXPECT_EQ(p.NiAcceptTimeout, 250);  // milliseconds already
     EXPECT_EQ(p.LPDPort, 515);
     EXPECT_EQ(p.send_with_null, 1);
-}
-
-TEST_F(NetFixture, PortBeyondSixteenBitsListensOnItsLowSixteenBits) {
-    uint16_t port = FreePort();
-    Seed("LPDPort", std::to_string(port + 65536));
-    Start();
-    vx::NiHandle listen = vx::kNiNoHandle;
-    ASSERT_EQ(vx::StartListening(&listen), 0);
-    vx::NiHandle client = vx::kNiNoHandle;
-    EXPECT_EQ(vx::NiConnect("127.0.0.1", std::to_string(port).c_str(), 5000, &client), vx::kNiOk);
-    vx::NiCloseHandle(client);
-    vx::NiCloseHandle(listen);
-}
-
-TEST_F(NetFixture, TimeOutsTooLongForMillisecondsWaitTheLongestTimeInstead) {
-    Seed("NiReadTimeout", "214748364");  // the largest that still fits
-    Seed("NiWriteTimeout", "214748365");
-    Seed("NiSpinReadTime", "0x7FFFFFFF");
-    Start();
-    vx::ReadListenerParams(*prsrv_);
-    const vx::ListenerParams& p = vx::g_ListenerParams;
-    EXPECT_EQ(p.NiReadTimeout, 2147483640);
-    EXPECT_EQ(p.NiWriteTimeout, INT32_MAX);
-    EXPECT_EQ(p.NiSpinReadTime, INT32_MAX);
 }
 
 TEST_F(NetFixture, InitNetworkOpensTheNetworkTraceOnlyWhenAsked) {
@@ -133,19 +111,14 @@ TEST_F(NetFixture, InitNetworkOpensTheNetworkTraceOnlyWhenAsked) {
     EXPECT_NE(vxtest::ReadTextFile(dir_.File("vorlix.nit")).find("marker"), std::string::npos);
 }
 
+// A port beyond sixteen bits listens on its low sixteen bits.
 TEST_F(NetFixture, StartListeningOpensThePortAndAcceptsConnections) {
     uint16_t port = FreePort();
-    Seed("LPDPort", std::to_string(port));
+    Seed("LPDPort", std::to_string(port + 65536));
     Start();
     vx::NiHandle listen = vx::kNiNoHandle;
     ASSERT_EQ(vx::StartListening(&listen), 0);
     ASSERT_NE(listen, vx::kNiNoHandle);
-    std::string log = Log();
-    EXPECT_NE(log.find("Hostname: "), std::string::npos) << log;
-    EXPECT_NE(log.find("IP address"), std::string::npos);
-    EXPECT_NE(log.find("Ni2Listen: port " + std::to_string(port) + " OK, socket " +
-                       std::to_string(listen) + "\n"),
-              std::string::npos);
 
     vx::NetSocket connection;
     connection.sncSession = reinterpret_cast<vx::SncSession*>(&connection);  // left over
@@ -158,12 +131,13 @@ TEST_F(NetFixture, StartListeningOpensThePortAndAcceptsConnections) {
     EXPECT_EQ(connection.sncSession, nullptr);
     EXPECT_FALSE(connection.secured);
     EXPECT_EQ(isLocal, 1);
-    EXPECT_NE(Log().find("NiAccept creates new socket " + std::to_string(connection.niHandle)),
-              std::string::npos);
     vx::NiCloseHandle(client);
     vx::NiCloseHandle(connection.niHandle);
 
     // A second service on the same port is refused by the probe.
+    Seed("LPDPort", std::to_string(port));
+    prsrv_.reset();  // its log goes with it
+    Start();
     vx::NiHandle second = 99;
     EXPECT_EQ(vx::StartListening(&second), -1);
     EXPECT_EQ(second, vx::kNiNoHandle);
@@ -171,22 +145,6 @@ TEST_F(NetFixture, StartListeningOpensThePortAndAcceptsConnections) {
         Log().find("Error: The TCP port (" + std::to_string(port) + ") for Vorlix is in use.\n"),
         std::string::npos);
     vx::NiCloseHandle(listen);
-}
-
-TEST_F(NetFixture, PortHeldByAnotherListenerStopsTheStart) {
-    LoopbackPair other;
-    ASSERT_EQ(other.Listen(), vx::kNiOk);
-    Seed("LPDPort", std::to_string(other.port));
-    Start();
-    vx::NiHandle listen = 3;
-    EXPECT_EQ(vx::StartListening(&listen), -1);
-    EXPECT_EQ(listen, vx::kNiNoHandle);
-    std::string log = Log();
-    EXPECT_NE(log.find("Error: The TCP port (" + std::to_string(other.port) +
-                       ") for Vorlix is in use.\n"),
-              std::string::npos)
-        << log;
-    EXPECT_EQ(log.find("Ni2Listen: port"), std::string::npos);
 }
 
 TEST_F(NetFixture, AcceptTimeOutReturnsMinusOneWithoutATraceLine) {
@@ -206,7 +164,7 @@ TEST_F(NetFixture, AcceptTimeOutReturnsMinusOneWithoutATraceLine) {
 
 // ---- reads ----
 
-TEST_F(NetFixture, ReadReturnsWhatOneReadDeliveredAndTracesIt) {
+TEST_F(NetFixture, ReadReturnsWhatOneReadDelivered) {
     Start();
     LoopbackPair pair;
     vx::NetSocket socket = Connected(pair);
@@ -214,11 +172,6 @@ TEST_F(NetFixture, ReadReturnsWhatOneReadDeliveredAndTracesIt) {
     char buffer[100] = {};
     EXPECT_EQ(vx::SocketRead(socket, buffer, sizeof buffer), 5);
     EXPECT_EQ(std::string(buffer), "hello");
-    std::string log = Log();
-    EXPECT_NE(log.find("SocketRead read buff[0] 68 (hex)\n"), std::string::npos) << log;
-    EXPECT_NE(log.find("SocketRead read complete buffer hell with len 5\n"), std::string::npos);
-    EXPECT_NE(log.find("SocketRead: Leave first loop with break\n"), std::string::npos);
-    EXPECT_NE(log.find("SocketRead: PeekCounter = 1\n"), std::string::npos);
 
     // A read never takes more than asked for; the rest waits for the next read.
     ASSERT_TRUE(pair.Send("0123456789"));
@@ -252,11 +205,6 @@ TEST_F(NetFixture, ReadThatTimesOutWithBytesIsASuccess) {
     char buffer[100] = {};
     EXPECT_EQ(vx::SocketRead(socket, buffer, sizeof buffer), 4);
     EXPECT_EQ(std::string(buffer), "abcd");
-    std::string log = Log();
-    EXPECT_NE(log.find("SocketRead: Leave second loop with break\n"), std::string::npos) << log;
-    // No spin phase at all.
-    EXPECT_EQ(log.find("PeekCounter"), std::string::npos);
-    EXPECT_EQ(log.find("first loop"), std::string::npos);
 }
 
 TEST_F(NetFixture, SilentPeerCostsLoopBreakPlusTwoPeekTimeOuts) {
@@ -357,17 +305,13 @@ TEST_F(NetFixture, WriteToAGonePeerFailsWithTheHandleNamed) {
 }
 
 TEST_F(NetFixture, RepliesHaveExactlyTheirBytes) {
-    Seed("MemoryLog", "1");
     Start();
     LoopbackPair pair;
     vx::NetSocket socket = Connected(pair);
-
     vx::SendOK(nullptr, socket);
     EXPECT_EQ(pair.ReceiveAll(), "OK\n");
     vx::SendOK("3 jobs", socket);
     EXPECT_EQ(pair.ReceiveAll(), "OK 3 jobs\n");
-    std::string log = Log();
-    EXPECT_EQ(vxtest::CountOccurrences(log, "(SendOK buffer)"), 4) << log;
 
     vx::SendAck(0, socket);
     vx::SendAck(-1, socket);
@@ -402,14 +346,11 @@ TEST_F(NetFixture, CloseEndsTheConnectionAndForgetsTheHandle) {
     Start();
     LoopbackPair pair;
     vx::NetSocket socket = Connected(pair);
-    vx::NiHandle handle = socket.niHandle;
     pair.server = vx::kNiNoHandle;  // the socket owns it now
     vx::LastNetError = -5;
     vx::SocketClose(socket);
     EXPECT_EQ(socket.niHandle, vx::kNiNoHandle);
     EXPECT_EQ(vx::LastNetError, 0);
-    EXPECT_NE(Log().find("SocketClose " + std::to_string(handle) + " called with rc = 0.\n"),
-              std::string::npos);
     char byte;
     int32_t count = 0;
     EXPECT_EQ(vx::NiRawRead(pair.client, &byte, 1, 5000, &count), vx::kNiClosed);

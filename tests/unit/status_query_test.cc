@@ -120,8 +120,6 @@ TEST_F(StatusQueryTest, FinalStatusIsReportedOnceThenTheJobIsUnknown) {
     PutStatus("lp", "42", vx::kJobDone, "Done");
     EXPECT_EQ(Job("lp", "42"), "Printer lp, Job 42:\n\0Status: done\n\0"s);
     EXPECT_EQ(Job("lp", "42"), "Printer lp, Job 42:\n\0"s + kUnknownAnswer);
-    EXPECT_EQ(LogCount("Printjob 42 reported as done"), 1);
-    EXPECT_EQ(LogCount("Job 42 not in joblist. ZEL status changed to 'unknown'."), 1);
 
     PutStatus("lp", "43", vx::kJobError, "See_logfile_for_details.");
     EXPECT_EQ(Job("lp", "43"), "Printer lp, Job 43:\n\0Status: error\n\0"s + kProblem +
@@ -133,19 +131,16 @@ TEST_F(StatusQueryTest, FinalStatusIsReportedOnceThenTheJobIsUnknown) {
 TEST_F(StatusQueryTest, UnknownJobIsDoneWhenUnknownStatusIsNotReported) {
     Seed("report_unknown_status", "0");
     EXPECT_EQ(Job("lp", "99"), "Printer lp, Job 99:\n\0Status: done\n\0"s);
-    EXPECT_EQ(LogCount("Job 99 not in joblist. ZEL status changed to 'done'."), 1);
 }
 
 TEST_F(StatusQueryTest, JobOfAnUnknownPrinterGetsTheDeviceError) {
     EXPECT_EQ(Job("nope", "1"), kProblem + "Device unknown\n\0"s);
-    EXPECT_EQ(LogCount("QueryJob called for printer nope and jobid 1"), 1);
 }
 
 TEST_F(StatusQueryTest, QueueNamesLoseOneCarriageReturnAndResolveTheDefaultPrinter) {
     PutStatus("lp", "5", vx::kJobDone, "Done");
     spooler().defaultPrinter = "lp";
     EXPECT_EQ(Job("__DEFAULT\r", "5"), "Printer lp, Job 5:\n\0Status: done\n\0"s);
-    EXPECT_EQ(LogCount("Found default printer lp."), 1);
 
     char name[vx::kQueueNameSize] = "__default";
     spooler().defaultPrinter = "";
@@ -205,7 +200,6 @@ TEST_F(StatusQueryTest, PrinterAnswerListsSpoolerJobsThenTheServiceQueueWithRank
               "3rd    owner         3  j1\n"
               "4th    owner         4  j2\n");
     EXPECT_EQ(spooler().closed, 1);
-    EXPECT_EQ(LogCount("QueryPrinter called for printer lp"), 1);
 }
 
 TEST_F(StatusQueryTest, PrinterWarningReplacesAllJobLines) {
@@ -214,11 +208,9 @@ TEST_F(StatusQueryTest, PrinterWarningReplacesAllJobLines) {
     BlockPrinting();
     ASSERT_EQ(ReceiveS("lp", "own"), 0);
     EXPECT_EQ(Printer("lp"), "Rank   Owner      Job  Files\nWarning: Device out of paper\n");
-    EXPECT_EQ(LogCount("QueryPrinter returns device out of paper for printer lp"), 1);
 
     spooler().printers["lp"].status = vx::kPrinterUserIntervention;
     EXPECT_EQ(Printer("lp"), "Rank   Owner      Job  Files\nWarning: User intervention required\n");
-    EXPECT_EQ(LogCount("QueryPrinter returns user invention required for printer lp"), 1);
 
     spooler().printers["lp"].status = vx::kPrinterPaused | vx::kPrinterError;
     EXPECT_EQ(Printer("lp"), "Rank   Owner      Job  Files\nWarning: Device paused\n");
@@ -233,7 +225,6 @@ TEST_F(StatusQueryTest, EmptyUnknownAndFailingPrinters) {
     spooler().enumJobsFails = true;
     spooler().closeFails = true;
     EXPECT_EQ(Printer("lp"), "no entries\n");
-    EXPECT_EQ(LogCount("EnumJobs failed, skipping query."), 1);
     EXPECT_EQ(LogCount("Error: ClosePrinter failed."), 1);
 }
 
@@ -349,7 +340,6 @@ TEST_F(StatusQueryTest, InstalledPrintersAreSentTextByTextWithAcknowledgements) 
     EXPECT_TRUE(answered);
     EXPECT_EQ(texts, (std::vector<std::string>{"2\n\0"s, "B\xC3\xBCro\0"s, " \0"s, " \0"s, "lp\0"s,
                                                "Raum 101\0"s, "Raw\0"s, "QP finished\0"s}));
-    EXPECT_EQ(LogCount("Found 2 printers:"), 1);
 
     answered = true;
     std::thread refused([&] { answered = vx::GetInstalledPrinters(&socket_); });

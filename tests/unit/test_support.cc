@@ -99,10 +99,6 @@ int CountOccurrences(const std::string& haystack, const std::string& needle) {
     return count;
 }
 
-}  // namespace vxtest
-
-namespace vxtest {
-
 bool InOrder(const std::string& text, std::initializer_list<std::string> texts) {
     size_t at = 0;
     for (const std::string& wanted : texts) {
