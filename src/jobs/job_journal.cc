@@ -8,6 +8,7 @@
 #include "config/option_globals.h"
 #include "jobs/job_info.h"
 #include "jobs/job_status_list.h"
+#include "printserver/global_setting.h"
 #include "printserver/zelprsrv.h"
 
 namespace vx {
@@ -22,10 +23,6 @@ std::atomic<unsigned long long> g_sequence{1};
 bool JournalPath(const char* dataFile, char* out, size_t cap) {
     if (dataFile == nullptr || dataFile[0] == '\0') return false;
     return FormatText(out, cap, "%s%s", dataFile, kJournalExtension) + 1 < cap;
-}
-
-int32_t GlobalSetting(IntSettingName name) {
-    return g_prsrv != nullptr ? g_prsrv->GetSetting(name) : name.setting->defaultValue;
 }
 
 bool KeepFiles() {

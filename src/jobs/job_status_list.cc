@@ -96,6 +96,16 @@ int EnterReceivedJob(JobRecord* record) {
     return InsertJobStatus(*record) == 0 ? 0 : -1;
 }
 
+int RemoveJobStatus(const char* printer, const char* jobId) {
+    JobKey key{jobId, printer};
+    JobRecord record{};
+    int32_t index = 0;
+    ListLockHold hold(g_JobStatusList);
+    if (!hold.Held() || FindElement(g_JobStatusList, MatchJobKey, &index, &key, &record, 0) != 0)
+        return -1;
+    return DeleteElementAtIndex(g_JobStatusList, index, 0);
+}
+
 int FindJobStatus(const char* printer, const char* jobId, JobRecord* out) {
     if (out == nullptr || printer == nullptr || jobId == nullptr) return -1;
     memset(out, 0, sizeof *out);

@@ -27,6 +27,9 @@ int InsertJobStatus(const JobRecord& record);
 // inserted, 1 when the job keeps no status, -1 when the insertion failed (the job is dropped).
 int EnterReceivedJob(JobRecord* record);
 
+// Removes the entry of a job that was refused after it was entered. 0, or -1 when absent.
+int RemoveJobStatus(const char* printer, const char* jobId);
+
 // Copies the job's record (its leading part; the rest of *out is cleared). 0, or -1 when absent.
 int FindJobStatus(const char* printer, const char* jobId, JobRecord* out);
 

@@ -19,6 +19,7 @@
 #include "jobs/restart_record.h"
 #include "lists/list_lock.h"
 #include "lists/typed_list.h"
+#include "printserver/global_setting.h"
 #include "printserver/zelprsrv.h"
 #include "spooler/spooler_seam.h"
 
@@ -80,10 +81,6 @@ void SaveStatusList() {
 }
 
 // ---- reading ----
-
-int32_t GlobalSetting(IntSettingName name) {
-    return g_prsrv != nullptr ? g_prsrv->GetSetting(name) : name.setting->defaultValue;
-}
 
 // A restore file read to its end is deleted, or kept under a time-stamped name.
 void RetireRestoreFile(const char* path) {

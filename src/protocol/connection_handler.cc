@@ -12,11 +12,14 @@
 #include "config/option_globals.h"
 #include "config/process_state.h"
 #include "jobs/job_context.h"
+#include "jobs/job_lists.h"
+#include "jobs/job_status_list.h"
 #include "jobs/printer_queues.h"
 #include "lists/zlplist.h"
 #include "net/security_state.h"
 #include "printserver/version_text.h"
 #include "printserver/zelprsrv.h"
+#include "protocol/extended_session.h"
 #include "protocol/lpd_receive.h"
 #include "protocol/status_query.h"
 #include "spooler/spooler_seam.h"
@@ -157,6 +160,25 @@ int ProcessLpdJobs(void*, JobRecord* const* jobs, int count) {
     return 0;
 }
 
+// An extended-protocol job the sender has closed: entered into the status list (unless no status
+// is kept for it), queued with protocol letter 'S' and counted, before the sender hears "OK".
+int ProcessExtendedJob(void*, JobRecord* job) {
+    int entered = EnterReceivedJob(job);
+    if (entered < 0) {
+        TraceError("Can not store job %s\n", job->JobId);
+        return -1;
+    }
+    if (entered == 0)
+        Trace(kTraceDetail, "Insert job %s in status list %i, status = %i\n", job->JobId,
+              g_JobStatusList, job->Status);
+    if (ProcessJob(job, 'S') != 0) {
+        if (entered == 0) RemoveJobStatus(job->PrinterName, job->JobId);
+        return -1;
+    }
+    CountJob();
+    return 0;
+}
+
 void ReceiveJobCommand(const char* buffer, int32_t length, NetSocket& socket, int peerIsLocal) {
     if (length < kMinCommandLine || length > kMaxCommandLine) return WrongCommand(socket);
     if (RejectedForSecurity(socket, peerIsLocal)) return;
@@ -235,10 +257,7 @@ void ConnectionHandler(NetSocket* socket, int peerIsLocal, int32_t* state) {
     }
 
     if (length >= 2 && buffer[0] == 'S' && buffer[1] == 'C') {
-        TraceError(
-            "Extended protocol request on ni %i refused: the extended protocol is not "
-            "served by this build.\n",
-            socket->niHandle);
+        ExtendedSession(*socket, ProcessExtendedJob, nullptr);
     } else {
         LpdDispatch(buffer, length, socket, peerIsLocal);
     }

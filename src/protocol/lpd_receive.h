@@ -9,6 +9,7 @@
 #include "base/fileops.h"
 #include "jobs/job_record.h"
 #include "net/socket_io.h"
+#include "protocol/job_files.h"
 
 namespace vx {
 
@@ -55,9 +56,6 @@ struct DataFileReceipt {
     char path[kMaxPath];  // the full path of the file
     bool storageFailed;   // the file could not be written: the job is refused
 };
-
-// Removes a received data file with its journal (or the journal's reservation).
-void RemoveReceivedFile(const char* path);
 
 // Receives an announced data file into a file of its own in the temporary directory (a free name
 // is searched under the process-wide file lock and the file created exclusively). 0 when the file

@@ -8,10 +8,10 @@
 #include "base/text.h"
 #include "jobs/job_journal.h"
 #include "jobs/temp_names.h"
-#include "printserver/process_locks.h"
 #include "printserver/repeated_trace.h"
 #include "printserver/zelprsrv.h"
 #include "protocol/control_file_memory.h"
+#include "protocol/job_files.h"
 #include "protocol/lpd_receive.h"
 
 namespace vx {
@@ -55,47 +55,6 @@ void StoredDataName(const char* fileName, size_t dirLength, char* name, size_t c
     if (IsReservedTempName(name)) name[0] = '\0';
 }
 
-enum CreateResult { kCreated, kNamesUsed, kCannotCreate };
-
-// Creates the data file under one name, its journal reserved first: a process that dies while the
-// file arrives leaves a reservation, by which the next start knows the file for a fragment.
-// *taken tells that the name (or its journal's) is in use.
-FILE* CreateUnderName(const char* path, bool* taken) {
-    if (ReserveJobJournal(path, taken) != 0) return nullptr;
-    FILE* file = FsCreateNewStream(path, taken);
-    if (file == nullptr) RemoveJobJournalOf(path);
-    return file;
-}
-
-// Creates the file under the name itself, else under the first free ".%03d" suffix. The search
-// and the creation happen under the process-wide file lock, and the file is created exclusively:
-// two receptions never share a file.
-CreateResult CreateDataFile(const char* dir, const char* name, DataFileReceipt* receipt,
-                            StreamPtr* file, RepeatedTrace& lines) {
-    LockHold hold(ProcessFileLock());
-    // An empty name is the directory itself, which is always taken.
-    bool taken = name[0] == '\0';
-    FormatText(receipt->path, sizeof receipt->path, "%s%s", dir, name);
-    if (!taken) file->reset(CreateUnderName(receipt->path, &taken));
-    if (*file != nullptr) {
-        CopyText(receipt->nameUsed, name);
-        return kCreated;
-    }
-    if (!taken) return kCannotCreate;
-    lines.Trace(kTraceNormal, "ReceiveData: tempfile '%s' exists.\n", receipt->path);
-    for (int n = 1; n < 1000; ++n) {
-        FormatText(receipt->path, sizeof receipt->path, "%s%s.%03d", dir, name, n);
-        file->reset(CreateUnderName(receipt->path, &taken));
-        if (*file != nullptr) {
-            FormatText(receipt->nameUsed, sizeof receipt->nameUsed, "%s.%03d", name, n);
-            return kCreated;
-        }
-        if (!taken) return kCannotCreate;
-    }
-    TraceError("All filenames starting with %s used.\n", name);
-    return kNamesUsed;
-}
-
 // Bytes of a data file at trace level 10, cut for the trace line.
 void TraceDataBlock(const char* data, int32_t length) {
     if (g_prsrv == nullptr || !g_prsrv->TraceOn(kTraceData)) return;
@@ -123,11 +82,6 @@ int GrowWithinCeiling(ControlBuffer* buffer, int64_t room, const char* fileName)
 }
 
 }  // namespace
-
-void RemoveReceivedFile(const char* path) {
-    FsRemove(path);
-    RemoveJobJournalOf(path);
-}
 
 void FreeControlFile(char* control) {
     ReleaseControlText(control);
@@ -202,11 +156,18 @@ int ReceiveData(const char* queue, const char* fileName, int64_t size, NetSocket
     StoredDataName(fileName, strlen(dir), name, sizeof name);
 
     StreamPtr file;
-    RepeatedTrace own;
-    CreateResult created =
-        CreateDataFile(dir, name, receipt, &file, repeats != nullptr ? *repeats : own);
-    if (created != kCreated) {
-        if (created == kCannotCreate) TraceError("Printer '%s', File '%s'\n", queue, receipt->path);
+    bool suffixed = false;
+    JobFileResult created =
+        CreateJobFile(dir, name, receipt->path, sizeof receipt->path, receipt->nameUsed,
+                      sizeof receipt->nameUsed, &file, &suffixed);
+    if (suffixed) {
+        RepeatedTrace own;
+        (repeats != nullptr ? *repeats : own)
+            .Trace(kTraceNormal, "ReceiveData: tempfile '%s%s' exists.\n", dir, name);
+    }
+    if (created != kJobFileCreated) {
+        if (created == kJobFileCannotCreate)
+            TraceError("Printer '%s', File '%s'\n", queue, receipt->path);
         // The sender learns that the job cannot be stored here.
         receipt->storageFailed = true;
         receipt->nameUsed[0] = '\0';

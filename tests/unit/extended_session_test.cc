@@ -1,0 +1,412 @@
+// The extended-protocol session over loopback, as a sender sees it: the greeting, a job's data
+// arriving unchanged through every block encoding, the error replies byte for byte (each ending
+// the session with nothing left in the temporary directory), the queries, and the names of the
+// job files.
+#include "protocol/extended_session.h"
+
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/fileops.h"
+#include "base/ni.h"
+#include "config/process_state.h"
+#include "jobs/job_context.h"
+#include "loopback_pair.h"
+#include "printserver/zelprsrv.h"
+#include "protocol/k1_scrambler.h"
+#include "prsrv_fixture.h"
+#include "test_support.h"
+
+namespace {
+
+using vxtest::LoopbackPair;
+
+const std::string kGreeting = "OK ZELLPD 231 15000 N N\n";
+const std::string kProtocolError = "ER 818 Vorlix: Protokollfehler zum Vorlix festgestellt.\n\n";
+
+struct HandedJob {
+    vx::JobRecord record;
+    vx::JobContext context;
+    std::string data;  // the job's file as it was handed over
+};
+
+struct HandOvers {
+    std::mutex mutex;
+    std::vector<HandedJob> jobs;
+    int result = 0;
+
+    static int Take(void* context, vx::JobRecord* job) {
+        auto* self = static_cast<HandOvers*>(context);
+        std::lock_guard<std::mutex> hold(self->mutex);
+        if (self->result != 0) return self->result;
+        self->jobs.push_back({*job, *job->Context, vxtest::ReadWholeFile(job->Context->FileName)});
+        return 0;
+    }
+};
+
+// Raw deflate, as senders make C2 blocks.
+std::string Deflate(const std::string& data) {
+    z_stream z{};
+    EXPECT_EQ(deflateInit2(&z, 9, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY), Z_OK);
+    std::string out(deflateBound(&z, data.size()), '\0');
+    z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.data()));
+    z.avail_in = static_cast<uInt>(data.size());
+    z.next_out = reinterpret_cast<Bytef*>(out.data());
+    z.avail_out = static_cast<uInt>(out.size());
+    EXPECT_EQ(deflate(&z, Z_FINISH), Z_STREAM_END);
+    out.resize(z.total_out);
+    deflateEnd(&z);
+    return out;
+}
+
+// C1: runs of one byte as code 0, bytes below 10 escaped with code 1, the rest as they are.
+std::string EncodeC1(const std::string& data) {
+    std::string out;
+    for (size_t i = 0; i < data.size();) {
+        size_t run = 1;
+        while (i + run < data.size() && data[i + run] == data[i] && run < 255) ++run;
+        if (run >= 4) {
+            out += std::string(1, '\0') + static_cast<char>(run) + data[i];
+            i += run;
+            continue;
+        }
+        if (static_cast<unsigned char>(data[i]) < 10) out += '\1';
+        out += data[i++];
+    }
+    return out;
+}
+
+class ExtendedSessionTest : public vxtest::PrsrvFixture {
+  protected:
+    void SetUp() override {
+        PrsrvFixture::SetUp();
+        ASSERT_EQ(vx::NiInit(vx::kNiMaxHandles), vx::kNiOk);
+        Seed("LogLevel", "9");
+        vxtest::UseDefaultListenerParams();
+        vx::g_StopReason = vx::kStopNone;
+        Remake();
+    }
+
+    void TearDown() override {
+        if (server_.joinable()) {
+            LoopbackPair::Close(pair_->client);
+            server_.join();
+        }
+        vx::SetExtendedTestSwitches(false, false);
+        vx::g_prsrv = nullptr;
+    }
+
+    void Remake() {
+        vx::g_prsrv = nullptr;
+        prsrv_ = Make();
+        vx::g_prsrv = prsrv_.get();
+        temp_ = prsrv_->TempDirectory();
+    }
+
+    // Connects a sender and starts the session; returns the greeting.
+    std::string Start() {
+        if (server_.joinable()) End();
+        pair_ = std::make_unique<LoopbackPair>();
+        EXPECT_EQ(pair_->Open(), vx::kNiOk);
+        socket_ = vx::NetSocket{};
+        socket_.niHandle = pair_->server;
+        pair_->server = vx::kNiNoHandle;
+        server_ = std::thread([this] {
+            vx::ExtendedSession(socket_, HandOvers::Take, &handed_);
+            vx::SocketClose(socket_);
+        });
+        return Reply();
+    }
+
+    // The next reply: one line, or an error reply with its two line feeds.
+    std::string Reply() {
+        std::string got;
+        for (;;) {
+            char byte = 0;
+            int32_t count = 0;
+            if (vx::NiRawRead(pair_->client, &byte, 1, 10000, &count) != vx::kNiOk || count != 1)
+                return got;
+            got += byte;
+            bool error = got.rfind("ER", 0) == 0;
+            size_t n = got.size();
+            if (byte == '\n' && (!error || (n >= 2 && got[n - 2] == '\n'))) return got;
+        }
+    }
+
+    std::string Say(const std::string& packet) {
+        EXPECT_TRUE(pair_->Send(packet));
+        return Reply();
+    }
+
+    // Waits for the session to end (the sender closes its end first).
+    void End() {
+        LoopbackPair::Close(pair_->client);
+        server_.join();
+    }
+
+    // The commands that must come before DS.
+    void Prepare(const std::string& printer = "lp") {
+        EXPECT_EQ(Say("DP " + printer), "OK\n");
+        EXPECT_EQ(Say("DT 0"), "OK\n");
+        EXPECT_EQ(Say("PT RAW"), "OK\n");
+    }
+
+    // Names in the temporary directory that are not the service's own logs.
+    std::vector<std::string> JobFiles() {
+        std::vector<std::string> names;
+        vx::FsListDirectory(
+            temp_.c_str(),
+            [](void* context, const char* name) {
+                std::string n = name;
+                if (n.find(".dbg") == std::string::npos && n.find(".nit") == std::string::npos)
+                    static_cast<std::vector<std::string>*>(context)->push_back(n);
+                return 0;
+            },
+            &names);
+        return names;
+    }
+
+    std::string Log() { return vxtest::ReadTextFile(prsrv_->MainLogPath()); }
+
+    std::unique_ptr<vx::Czelprsrv> prsrv_;
+    std::string temp_;
+    std::unique_ptr<LoopbackPair> pair_;
+    vx::NetSocket socket_;
+    std::thread server_;
+    HandOvers handed_;
+};
+
+TEST_F(ExtendedSessionTest, GreetingAnnouncesThePacketSizeWithinItsLimits) {
+    EXPECT_EQ(Start(), kGreeting);
+    for (auto [setting, announced] : {std::pair{"10", "15000"}, std::pair{"30000", "15000"},
+                                      std::pair{"20", "20"}, std::pair{"8000", "8000"}}) {
+        Seed("s_packet_size", setting);
+        Remake();
+        EXPECT_EQ(Start(), std::string("OK ZELLPD 231 ") + announced + " N N\n") << setting;
+    }
+}
+
+// The same data through every encoding a sender may choose arrives unchanged.
+TEST_F(ExtendedSessionTest, EveryBlockEncodingDeliversTheDataUnchanged) {
+    std::string data;
+    for (int i = 0; i < 3000; ++i)
+        data += "line " + std::to_string(i) + "\n" + std::string(i % 7, '\0');
+    struct Way {
+        const char* name;
+        bool c1, c2, k1, checksum;
+    };
+    for (Way way : {Way{"plain", false, false, false, false}, Way{"c1", true, false, false, true},
+                    Way{"c2", false, true, false, false}, Way{"k1", false, false, true, false},
+                    Way{"c2k1sum", false, true, true, true}}) {
+        SCOPED_TRACE(way.name);
+        handed_.jobs.clear();
+        Start();
+        Prepare();
+        EXPECT_EQ(Say("DO john doe"), "OK\n");
+        EXPECT_EQ(Say("AT  report"), "OK\n");
+        EXPECT_EQ(Say("DC 3"), "OK\n");
+        EXPECT_EQ(Say("TI 2"), "OK\n");
+        EXPECT_EQ(Say("MD1"), "OK\n");
+        uint32_t key = 0;
+        if (way.c1) {
+            EXPECT_EQ(Say("C1"), "OK\n");
+        }
+        if (way.c2) {
+            EXPECT_EQ(Say("C2"), "OK\n");
+        }
+        if (way.k1) {
+            std::string reply = Say("K1");
+            ASSERT_EQ(reply.size(), 12u) << reply;
+            key = static_cast<uint32_t>(strtoul(reply.substr(3, 8).c_str(), nullptr, 16));
+        }
+        EXPECT_EQ(Say(std::string("DS job-") + way.name), "OK\n");
+        // Blocks of at most 7000 bytes of data, each encoded on its own.
+        for (size_t at = 0; at < data.size(); at += 7000) {
+            std::string part = data.substr(at, 7000);
+            std::string block = way.c1 ? EncodeC1(part) : way.c2 ? Deflate(part) : part;
+            if (way.k1)
+                vx::ScrambleBlock(key, reinterpret_cast<uint8_t*>(block.data()), block.size());
+            unsigned sum = 0;
+            for (unsigned char c : part) sum += c;
+            std::string header = "DB " + std::to_string(block.size());
+            if (way.checksum) header += " " + std::to_string(sum & 0x7FFF);
+            EXPECT_EQ(Say(header + "\r\n" + block), "OK\n");
+        }
+        EXPECT_EQ(Say("DE"), std::string("OK job-") + way.name + "\n");
+        EXPECT_EQ(Say("EX done"), "OK\n");
+        server_.join();
+        ASSERT_EQ(handed_.jobs.size(), 1u);
+        const HandedJob& job = handed_.jobs[0];
+        EXPECT_EQ(job.data, data);
+        EXPECT_STREQ(job.record.JobId, (std::string("job-") + way.name).c_str());
+        EXPECT_STREQ(job.record.PrinterName, "lp");
+        EXPECT_STREQ(job.record.Owner, "john_doe");
+        EXPECT_EQ(job.record.Copies, 3);
+        EXPECT_EQ(job.record.PrintParam1, 2);
+        EXPECT_EQ(job.record.PrintParam2, 1);
+        EXPECT_EQ(std::string(job.context.Title),
+                  std::string("john_doe/job-") + way.name + ":report");
+        EXPECT_EQ(std::string(job.context.FileName).rfind(temp_, 0), 0u);
+    }
+    EXPECT_EQ(Log().find("Checksum error"), std::string::npos);
+}
+
+// Every refusal is answered byte for byte, ends the session, hands nothing over and leaves
+// nothing in the temporary directory.
+TEST_F(ExtendedSessionTest, BadInputIsRefusedAndLeavesNothingBehind) {
+    const std::string bomb = Deflate(std::string(20'000'000, 'a'));
+    struct Case {
+        const char* name;
+        bool open;  // the job is opened first
+        std::string packet, reply;
+    };
+    const std::vector<Case> cases = {
+        {"unknown command", false, "QQ", "ER 817 Vorlix: Unbekanntes Kommando.\n\n"},
+        {"DB without DS", false, "DB 3\nabc", kProtocolError},
+        {"DE without DS", false, "DE", kProtocolError},
+        {"length missing", true, "DB\nabc", kProtocolError},
+        {"negative length", true, "DB -5\nabc", kProtocolError},
+        {"block too large", true, "DB 30001\n", kProtocolError},
+        {"longer than its packet", true, "DB 2\nabc", kProtocolError},
+        {"DC after DS", true, "DC 2", kProtocolError},
+        {"empty printer", false, "DP   ", kProtocolError},
+        {"OM run too long", false, "OM " + std::string(60, 'A'), kProtocolError},
+        {"OM run too short", false, "OM C1,K", kProtocolError},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Start();
+        if (c.open) {
+            Prepare();
+            EXPECT_EQ(Say("DS dropped"), "OK\n");
+        }
+        EXPECT_EQ(Say(c.packet), c.reply);
+        server_.join();
+        EXPECT_TRUE(handed_.jobs.empty());
+        EXPECT_TRUE(JobFiles().empty());
+    }
+    // A C2 block that is not deflate, and a bomb that fills the output many times over: the first
+    // is refused, the second is written out in full and is still one whole job.
+    Start();
+    Prepare();
+    EXPECT_EQ(Say("C2"), "OK\n");
+    EXPECT_EQ(Say("DS notdeflate"), "OK\n");
+    EXPECT_EQ(Say("DB 5\n\xff\xff\xff\xff\xff"), kProtocolError);
+    server_.join();
+    EXPECT_TRUE(JobFiles().empty());
+    Start();
+    Prepare();
+    EXPECT_EQ(Say("C2"), "OK\n");
+    EXPECT_EQ(Say("DS bomb"), "OK\n");
+    EXPECT_EQ(Say("DB " + std::to_string(bomb.size()) + "\n" + bomb), "OK\n");
+    EXPECT_EQ(Say("DE"), "OK bomb\n");
+    End();
+    ASSERT_EQ(handed_.jobs.size(), 1u);
+    EXPECT_EQ(handed_.jobs[0].data.size(), 20'000'000u);
+    handed_.jobs.clear();
+    // The service never stops for what one sender sent.
+    EXPECT_EQ(vx::g_StopReason, vx::kStopNone);
+    EXPECT_NE(Log().find("Error: Unknown Vorlix command QQ!"), std::string::npos);
+}
+
+// A sender that goes away in the middle of a block, or before DE, leaves no fragment to print.
+TEST_F(ExtendedSessionTest, SessionEndingBeforeDeDropsTheJob) {
+    Start();
+    Prepare();
+    EXPECT_EQ(Say("DS half"), "OK\n");
+    EXPECT_TRUE(pair_->Send("DB 100\nonly part of it"));
+    End();
+    Start();
+    Prepare();
+    EXPECT_EQ(Say("DS open"), "OK\n");
+    EXPECT_EQ(Say("DB 3\nabc"), "OK\n");
+    EXPECT_EQ(Say("EX"), "OK\n");
+    server_.join();
+    EXPECT_TRUE(handed_.jobs.empty());
+    EXPECT_TRUE(JobFiles().empty());
+    EXPECT_NE(Log().find("Error: Job open for printer lp dropped"), std::string::npos);
+}
+
+TEST_F(ExtendedSessionTest, QueriesAreAnswered) {
+    Start();
+    EXPECT_EQ(Say("OM C1,K1"), "OK YY\n");
+    EXPECT_EQ(Say("OM C1,K2\nRH"), "OK YNN\n");
+    EXPECT_EQ(Say("OI  C2"), "OK Y\n");
+    EXPECT_EQ(Say("OI K9"), "OK N\n");
+    EXPECT_EQ(Say("oi"), "OK Ask me\n");
+    EXPECT_EQ(Say("EQ FX"), "OK N\n");
+    EXPECT_EQ(Say("EQ BC"), "OK N\n");
+    EXPECT_EQ(Say("EQ BCD"), "OK U\n");
+    EXPECT_EQ(Say("Xa"), "OK\n");
+    EXPECT_EQ(Say("AS"), "OK\n");
+    EXPECT_EQ(Say("BY"), "OK\n");
+    server_.join();
+    Seed("compress2", "0");
+    Remake();
+    Start();
+    EXPECT_EQ(Say("OM C1 C2 K1"), "OK YNY\n");
+}
+
+// The identifier names the job's file, made safe for the temporary directory; a name that a
+// queued job still owns is never overwritten.
+TEST_F(ExtendedSessionTest, JobFilesStayInTheTemporaryDirectory) {
+    auto send = [&](const std::string& id, const std::string& data) {
+        Start();
+        Prepare();
+        EXPECT_EQ(Say("DS " + id), "OK\n");
+        EXPECT_EQ(Say("DB " + std::to_string(data.size()) + "\n" + data), "OK\n");
+        EXPECT_EQ(Say("DE"), "OK " + id + "\n");
+        End();
+    };
+    send("../../x", "outside?");
+    ASSERT_EQ(handed_.jobs.size(), 1u);
+    std::string file = handed_.jobs[0].context.FileName;
+    EXPECT_EQ(file.rfind(temp_, 0), 0u);
+    EXPECT_EQ(file.find_first_of("/\\", temp_.size()), std::string::npos) << file;
+
+    // The first job's file is still queued (its journal lies beside it): the second gets a name of
+    // its own.
+    send("same", "first");
+    send("same", "second");
+    ASSERT_EQ(handed_.jobs.size(), 3u);
+    EXPECT_NE(std::string(handed_.jobs[1].context.FileName), handed_.jobs[2].context.FileName);
+    EXPECT_EQ(vxtest::ReadWholeFile(handed_.jobs[1].context.FileName), "first");
+
+    // No identifier: the job is named after its file.
+    Start();
+    Prepare();
+    EXPECT_EQ(Say("DS"), "OK\n");
+    std::string reply = Say("DE");
+    End();
+    ASSERT_EQ(handed_.jobs.size(), 4u);
+    EXPECT_EQ(reply, "OK " + std::string(handed_.jobs[3].record.JobId) + "\n");
+    EXPECT_EQ(temp_.compare(0, 20, handed_.jobs[3].record.JobId, 0, 20), 0);
+}
+
+// A job that cannot be taken over is refused with 809 and its file removed; DISC ends the
+// session after the title.
+TEST_F(ExtendedSessionTest, RefusedHandOverAndTestSwitches) {
+    handed_.result = -1;
+    Start();
+    Prepare();
+    EXPECT_EQ(Say("DS refused"), "OK\n");
+    EXPECT_EQ(Say("DB 1\nx"), "OK\n");
+    EXPECT_EQ(Say("DE"), "ER 809 Vorlix: Warteschlange voll.\n\n");
+    server_.join();
+    EXPECT_TRUE(JobFiles().empty());
+
+    vx::SetExtendedTestSwitches(false, true);
+    Start();
+    EXPECT_EQ(Say("AT title"), "OK\n");
+    server_.join();
+    EXPECT_NE(Log().find("Test option DISC"), std::string::npos);
+}
+
+}  // namespace
