@@ -1,0 +1,325 @@
+#include "tools/send_options.h"
+
+#include <cctype>
+#include <cinttypes>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/process.h"
+#include "base/text.h"
+
+namespace vx {
+
+namespace {
+
+// The state of one parse: where it is in argv and where a usage error goes.
+struct Parser {
+    int argc;
+    char** argv;
+    int next;
+    char* error;
+    size_t cap;
+};
+
+int Usage(Parser& p, const char* fmt, const char* what) {
+    FormatText(p.error, p.cap, fmt, what);
+    return -1;
+}
+
+// The argument of an option: glued on ("-Pname", "--tray=2") or the next word.
+int TakeValue(Parser& p, const char* name, const char* glued, const char** value) {
+    if (glued != nullptr && glued[0] != '\0') {
+        *value = glued;
+        return 0;
+    }
+    if (p.next >= p.argc) return Usage(p, "option %s needs a value", name);
+    *value = p.argv[p.next++];
+    return 0;
+}
+
+// A decimal number in [low, high].
+int TakeNumber(Parser& p, const char* name, const char* text, int low, int high, int* out) {
+    if (text[0] == '\0') return Usage(p, "option %s needs a number", name);
+    long value = 0;
+    for (const char* c = text; *c != '\0'; ++c) {
+        if (!isdigit(static_cast<unsigned char>(*c)) || value > 1000000)
+            return Usage(p, "option %s needs a number", name);
+        value = value * 10 + (*c - '0');
+    }
+    if (value < low || value > high) {
+        FormatText(p.error, p.cap, "option %s must lie between %d and %d", name, low, high);
+        return -1;
+    }
+    *out = static_cast<int>(value);
+    return 0;
+}
+
+// A text that must fit its field whole: a name cut short would address something else.
+int TakeText(Parser& p, const char* name, const char* text, char* out, size_t cap) {
+    if (strlen(text) >= cap) {
+        FormatText(p.error, p.cap, "option %s takes at most %zu characters", name, cap - 1);
+        return -1;
+    }
+    for (const char* c = text; *c != '\0'; ++c)
+        if (static_cast<unsigned char>(*c) < 32)
+            return Usage(p, "option %s: no control characters", name);
+    CopyText(out, cap, text);
+    return 0;
+}
+
+// A word the server reads up to the next blank: no blanks, nothing empty.
+int TakeWord(Parser& p, const char* name, const char* text, char* out, size_t cap) {
+    if (text[0] == '\0') return Usage(p, "option %s needs a value", name);
+    if (strchr(text, ' ') != nullptr) return Usage(p, "option %s: no blanks", name);
+    return TakeText(p, name, text, out, cap);
+}
+
+int TakeHost(Parser& p, const char* text, SendOptions* o) {
+    const char* portText = nullptr;
+    char host[sizeof o->host] = {};
+    if (text[0] == '[') {  // [IPv6]:port
+        const char* close = strchr(text, ']');
+        if (close == nullptr) return Usage(p, "-H %s: missing ]", text);
+        CopyTextN(host, sizeof host, text + 1, static_cast<size_t>(close - text - 1));
+        if (close[1] == ':')
+            portText = close + 2;
+        else if (close[1] != '\0')
+            return Usage(p, "-H %s: text after ]", text);
+    } else {
+        const char* colon = strchr(text, ':');
+        if (colon != nullptr && strchr(colon + 1, ':') == nullptr) {  // host:port
+            CopyTextN(host, sizeof host, text, static_cast<size_t>(colon - text));
+            portText = colon + 1;
+        } else {  // a name, or an IPv6 address without a port
+            if (TakeText(p, "-H", text, host, sizeof host) != 0) return -1;
+        }
+    }
+    if (host[0] == '\0') return Usage(p, "-H %s: no host name", text);
+    CopyText(o->host, host);
+    if (portText != nullptr) {
+        int port = 0;
+        if (TakeNumber(p, "-H port", portText, 1, 65535, &port) != 0) return -1;
+        FormatText(o->port, sizeof o->port, "%d", port);
+    }
+    return 0;
+}
+
+int TakeTitleOption(Parser& p, const char* text, SendOptions* o) {
+    char checked[kTitleOptionSize] = {};
+    if (TakeWord(p, "--option", text, checked, sizeof checked) != 0) return -1;
+    bool known = strcmp(text, "NO_PAPER") == 0 || strcmp(text, "SUM") == 0 ||
+                 (StartsWith(text, "FILE:") && text[5] != '\0' && text[5] != ',');
+    if (!known) return Usage(p, "--option %s: known are NO_PAPER, SUM and FILE:name", text);
+    if (o->titleOptionCount == kMaxTitleOptions) return Usage(p, "%s", "too many --option");
+    CopyText(o->titleOptions[o->titleOptionCount++], text);
+    return 0;
+}
+
+int SetAction(Parser& p, SendOptions* o, SendAction action, const char* name) {
+    if (o->action != kActionSend && o->action != action)
+        return Usage(p, "%s cannot be combined with another query", name);
+    o->action = action;
+    return 0;
+}
+
+// Long options; name is the option without its dashes and value what followed "=" (or null).
+int TakeLong(Parser& p, const char* name, const char* glued, SendOptions* o) {
+    const char* v = nullptr;
+    auto valued = [&](const char* option) {
+        return strcmp(name, option) == 0 && TakeValue(p, name, glued, &v) == 0;
+    };
+    auto flag = [&](const char* option) {
+        if (strcmp(name, option) != 0) return false;
+        if (glued != nullptr) {
+            Usage(p, "option --%s takes no value", option);
+            v = nullptr;
+            return true;  // handled, with the error set
+        }
+        v = "";
+        return true;
+    };
+    p.error[0] = '\0';
+    if (valued("tray")) return TakeNumber(p, "--tray", v, 0, 99, &o->tray);
+    if (valued("duplex")) return TakeNumber(p, "--duplex", v, 0, 9, &o->duplex);
+    if (valued("job-id")) return TakeWord(p, "--job-id", v, o->jobId, sizeof o->jobId);
+    if (valued("option")) return TakeTitleOption(p, v, o);
+    if (valued("data-type")) return TakeWord(p, "--data-type", v, o->dataType, sizeof o->dataType);
+    if (valued("dt")) return TakeWord(p, "--dt", v, o->dtField, sizeof o->dtField);
+    if (valued("timeout")) return TakeNumber(p, "--timeout", v, 1, 86400, &o->timeoutSeconds);
+    if (valued("compress")) {
+        if (EqualsNoCase(v, "c1"))
+            o->compression = kCompressC1;
+        else if (EqualsNoCase(v, "c2"))
+            o->compression = kCompressC2;
+        else if (EqualsNoCase(v, "none"))
+            o->compression = kCompressNone;
+        else
+            return Usage(p, "--compress=%s: use c1, c2 or none", v);
+        return 0;
+    }
+    if (valued("status")) {
+        if (SetAction(p, o, kActionStatus, "--status") != 0) return -1;
+        return TakeWord(p, "--status", v, o->statusJob, sizeof o->statusJob);
+    }
+    if (valued("query-options")) {
+        if (SetAction(p, o, kActionQueryOptions, "--query-options") != 0) return -1;
+        return TakeWord(p, "--query-options", v, o->optionList, sizeof o->optionList);
+    }
+    if (p.error[0] != '\0') return -1;  // a valued option without its value
+    if (flag("no-status"))
+        o->noStatus = true;
+    else if (flag("scramble"))
+        o->scramble = true;
+    else if (flag("checksum"))
+        o->checksum = true;
+    else if (flag("lpd"))
+        o->lpd = true;
+    else if (flag("quiet"))
+        o->quiet = true;
+    else if (flag("list-printers"))
+        SetAction(p, o, kActionListPrinters, "--list-printers");
+    else if (flag("queue-state"))
+        SetAction(p, o, kActionQueueState, "--queue-state");
+    else if (flag("help"))
+        o->action = kActionHelp;
+    else if (flag("version"))
+        o->action = kActionVersion;
+    else
+        return Usage(p, "unknown option --%s", name);
+    return p.error[0] != '\0' ? -1 : 0;
+}
+
+// Short options after lpr: -H -P -U -T -# with a value, glued on or in the next word.
+int TakeShort(Parser& p, const char* word, SendOptions* o) {
+    char name[3] = {'-', word[1], '\0'};
+    const char* v = nullptr;
+    switch (word[1]) {
+        case 'H':
+            return TakeValue(p, name, word + 2, &v) == 0 ? TakeHost(p, v, o) : -1;
+        case 'P':
+            if (TakeValue(p, name, word + 2, &v) != 0) return -1;
+            if (v[0] == '\0') return Usage(p, "%s", "-P needs a printer name");
+            return TakeWord(p, name, v, o->printer, sizeof o->printer);
+        case 'U':
+            return TakeValue(p, name, word + 2, &v) == 0
+                       ? TakeWord(p, name, v, o->owner, sizeof o->owner)
+                       : -1;
+        case 'T':
+            return TakeValue(p, name, word + 2, &v) == 0
+                       ? TakeText(p, name, v, o->title, sizeof o->title)
+                       : -1;
+        case '#':
+            return TakeValue(p, name, word + 2, &v) == 0
+                       ? TakeNumber(p, name, v, 1, 999, &o->copies)
+                       : -1;
+        case 'h':
+        case '?':
+            if (word[2] != '\0') break;
+            o->action = kActionHelp;
+            return 0;
+        default:
+            break;
+    }
+    return Usage(p, "unknown option %s", word);
+}
+
+// Options that only the extended protocol carries make no sense with --lpd, and queries take
+// no files: both are mistakes the caller should hear about rather than have ignored.
+int CheckCombination(Parser& p, const SendOptions& o) {
+    if (o.action == kActionHelp || o.action == kActionVersion) return 0;
+    if (o.action != kActionSend && !o.files.empty())
+        return Usage(p, "%s", "a query takes no files");
+    // The options travel in front of the title, in the 100 characters the server keeps of it.
+    size_t optionsLength = 0;
+    for (size_t i = 0; i < o.titleOptionCount; ++i) optionsLength += 5 + strlen(o.titleOptions[i]);
+    if (optionsLength > 99)
+        return Usage(p, "%s", "the --option texts take more than the 99 characters of a title");
+    if (!o.lpd) return 0;
+    if (o.action == kActionListPrinters || o.action == kActionQueryOptions)
+        return Usage(p, "%s",
+                     "--list-printers and --query-options need the extended protocol, not --lpd");
+    const char* extendedOnly = o.tray >= 0                      ? "--tray"
+                               : o.duplex >= 0                  ? "--duplex"
+                               : o.jobId[0] != '\0'             ? "--job-id"
+                               : o.noStatus                     ? "--no-status"
+                               : o.titleOptionCount > 0         ? "--option"
+                               : o.compression != kCompressNone ? "--compress"
+                               : o.scramble                     ? "--scramble"
+                               : o.checksum                     ? "--checksum"
+                                                                : nullptr;
+    if (extendedOnly != nullptr)
+        return Usage(p, "%s needs the extended protocol: it cannot be used with --lpd",
+                     extendedOnly);
+    return 0;
+}
+
+}  // namespace
+
+int ParseSendArguments(int argc, char** argv, SendOptions* options, char* error, size_t cap) {
+    Parser p{argc, argv, 1, error, cap};
+    if (cap > 0) error[0] = '\0';
+    bool optionsEnd = false;
+    while (p.next < argc) {
+        const char* word = argv[p.next++];
+        if (optionsEnd || word[0] != '-' || word[1] == '\0') {
+            options->files.push_back(word);
+        } else if (word[1] == '-' && word[2] == '\0') {
+            optionsEnd = true;
+        } else if (word[1] == '-') {
+            char name[64] = {};
+            const char* equals = strchr(word + 2, '=');
+            if (equals != nullptr)
+                CopyTextN(name, sizeof name, word + 2, static_cast<size_t>(equals - word - 2));
+            else
+                CopyText(name, word + 2);
+            if (TakeLong(p, name, equals != nullptr ? equals + 1 : nullptr, options) != 0)
+                return -1;
+        } else if (TakeShort(p, word, options) != 0) {
+            return -1;
+        }
+    }
+    return CheckCombination(p, *options);
+}
+
+void ApplySendDefaults(SendOptions* options) {
+    if (options->printer[0] == '\0' &&
+        (GetEnvironmentText("PRINTER", options->printer, sizeof options->printer) != 0 ||
+         options->printer[0] == '\0'))
+        CopyText(options->printer, "%DEFAULT%");
+    if (options->owner[0] == '\0') {
+        for (const char* name : {"USER", "LOGNAME", "USERNAME"})
+            if (GetEnvironmentText(name, options->owner, sizeof options->owner) == 0 &&
+                options->owner[0] != '\0')
+                break;
+    }
+    // The server reads the owner up to the first blank.
+    for (char* c = options->owner; *c != '\0'; ++c)
+        if (*c == ' ') *c = '_';
+    if (options->owner[0] == '\0') CopyText(options->owner, "unknown");
+}
+
+void MakeJobId(const SendOptions& options, const char* hostName, uint64_t stamp, size_t index,
+               char* out, size_t cap) {
+    if (options.jobId[0] != '\0') {
+        if (index == 0) {
+            CopyText(out, cap, options.jobId);
+            return;
+        }
+        // The suffix stays whole: the server keeps 40 characters, and a cut one would repeat.
+        char suffix[24];
+        size_t suffixLength = FormatText(suffix, sizeof suffix, "-%zu", index + 1);
+        size_t keep = sizeof options.jobId - 1 - suffixLength;
+        CopyTextN(out, cap, options.jobId, keep);
+        AppendText(out, cap, suffix);
+        return;
+    }
+    // Letters and digits of the host name: the server makes a file name of the identifier.
+    char host[17] = {};
+    size_t n = 0;
+    for (const char* c = hostName; *c != '\0' && n + 1 < sizeof host; ++c)
+        if (isalnum(static_cast<unsigned char>(*c))) host[n++] = *c;
+    FormatText(out, cap, "vs-%s-%" PRIx64 "-%zu", host[0] != '\0' ? host : "host", stamp,
+               index + 1);
+}
+
+}  // namespace vx
