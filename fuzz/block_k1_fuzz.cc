@@ -1,8 +1,8 @@
 // Unscrambles a data block with a key from the first four bytes, as a K1 session does, and checks
 // that the sender's scrambling inverts it byte for byte.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <algorithm>
 #include <cstring>
 #include <vector>
 

@@ -38,4 +38,12 @@ class FuzzConnection {
     bool closed_ = false;
 };
 
+// Plays a sender's whole side of one connection to the connection handler. The input is the
+// sender's bytes in segments separated by "~~~~"; each segment is sent after the service has
+// answered the previous one (or has stayed silent for a moment), as a sender that waits for its
+// answers does, and the connection ends after the last one. Jobs for the printer "lp" are
+// received, journaled and queued; the fake print library prints them without output. Traps when
+// the handler leaves its socket open.
+void PlayDialogue(const uint8_t* data, size_t size);
+
 }  // namespace vxfuzz
