@@ -161,8 +161,9 @@ int ProcessLpdJobs(void*, JobRecord* const* jobs, int count) {
 }
 
 // An extended-protocol job the sender has closed: entered into the status list (unless no status
-// is kept for it), queued with protocol letter 'S' and counted, before the sender hears "OK".
-int ProcessExtendedJob(void*, JobRecord* job) {
+// is kept for it), queued with protocol letter 'S' and counted, before the sender hears "OK". A
+// job delivered into a file already is entered as done.
+int ProcessExtendedJob(void*, JobRecord* job, bool delivered) {
     int entered = EnterReceivedJob(job);
     if (entered < 0) {
         TraceError("Can not store job %s\n", job->JobId);
@@ -171,7 +172,9 @@ int ProcessExtendedJob(void*, JobRecord* job) {
     if (entered == 0)
         Trace(kTraceDetail, "Insert job %s in status list %i, status = %i\n", job->JobId,
               g_JobStatusList, job->Status);
-    if (ProcessJob(job, 'S') != 0) {
+    if (delivered) {
+        if (entered == 0) RecordPrintOutcome(job->PrinterName, job->JobId, 0);
+    } else if (ProcessJob(job, 'S') != 0) {
         if (entered == 0) RemoveJobStatus(job->PrinterName, job->JobId);
         return -1;
     }

@@ -22,6 +22,7 @@
 #include "protocol/c2_inflater.h"
 #include "protocol/job_files.h"
 #include "protocol/k1_scrambler.h"
+#include "protocol/output_file.h"
 
 namespace vx {
 
@@ -66,6 +67,14 @@ void OverwriteLeftover(const char* path) {
     if (!JournalingOn() || !FsExists(path) || HasJobJournal(path)) return;
     Trace(kTraceNormal, "CreateTempfile: Overwriting file '%s'.\n", path);
     FsRemove(path);
+}
+
+// A job file no job needs any more: removed with its journal, or, with KeepFile, kept without it.
+void RetireFile(const char* path) {
+    if (GlobalSetting("KeepFile") != 0)
+        RemoveJobJournalOf(path);
+    else
+        RemoveReceivedFile(path);
 }
 
 // Appends decoded bytes to the job's file. False after the file is closed and the 805 error sent.
@@ -309,17 +318,30 @@ SessionStep CloseExtendedJob(SessionIo& io, ExtendedJob& job) {
     for (size_t n = strlen(context->Title); n > 0 && context->Title[n - 1] == ' '; --n)
         context->Title[n - 1] = '\0';
 
+    // With the FILE option the data goes into the output directory instead of to the printer.
+    bool delivered = job.options.file;
+    if (delivered) {
+        char written[kMaxPath];
+        if (WriteJobToOutputFile(job.path, job.options.fileName, written, sizeof written) != 0) {
+            SendSessionError(io.socket, kSessionTempFile);
+            RemoveReceivedFile(job.path);
+            return kStepEnd;
+        }
+        Trace(kTraceNormal, "Job %s written to %s\n", record->JobId, written);
+    }
+
     int taken;
     {
         std::unique_lock<std::mutex> sequence(JobSequenceLock(), std::defer_lock);
         if (g_Options.KeepJobSequence != 0) sequence.lock();
-        taken = io.handOver != nullptr ? io.handOver(io.context, record.get()) : -1;
+        taken = io.handOver != nullptr ? io.handOver(io.context, record.get(), delivered) : -1;
     }
     if (taken != 0) {
         SendSessionError(io.socket, kSessionQueueFull);
         RemoveReceivedFile(job.path);
         return kStepEnd;
     }
+    if (delivered) RetireFile(job.path);
     SendOK(record->JobId, io.socket);
     return kStepGoOn;
 }
@@ -330,10 +352,7 @@ void DropOpenJob(ExtendedJob& job) {
     job.open = false;
     TraceError("Job %s for printer %s dropped: the session ended before the job was closed.\n",
                job.jobId[0] != '\0' ? job.jobId : job.path, job.printer);
-    if (GlobalSetting("KeepFile") != 0)
-        RemoveJobJournalOf(job.path);
-    else
-        RemoveReceivedFile(job.path);
+    RetireFile(job.path);
 }
 
 }  // namespace vx

@@ -12,8 +12,10 @@ namespace vx {
 
 // Takes over a job the session has closed, before the sender hears "OK" for its DE: 0 when the
 // job is safe with the service (journaled and queued), -1 when it was refused (the sender gets the
-// 809 error; the data file is the session's to remove). The record stays the caller's.
-using ExtendedJobHandOver = int (*)(void* context, JobRecord* job);
+// 809 error; the data file is the session's to remove). A delivered job has reached its
+// destination already (a file of the output directory): it is only entered as done. The record
+// stays the caller's.
+using ExtendedJobHandOver = int (*)(void* context, JobRecord* job, bool delivered);
 
 // Serves the session on a connection whose first packet began with "SC": the greeting, then one
 // command per packet until the sender ends the session or breaks it. Every job the sender closes

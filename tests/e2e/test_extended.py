@@ -92,3 +92,25 @@ def test_job_identifiers_never_leave_the_temporary_directory(vorlix, cups, serve
     assert not (vorlix.home / "x").exists() and not (vorlix.workdir / "x").exists()
     kept = [p.name for p in vorlix.log_dir.iterdir() if "x" in p.name and ".dbg" not in p.name]
     assert kept, list(vorlix.log_dir.iterdir())
+
+
+def test_file_option_writes_into_the_output_directory(vorlix, cups, server):
+    s = server()
+    sink = cups.sink(cp.PRINTING)
+    for number, data in enumerate([b"first copy\n", b"second copy\n"]):
+        session = ExtendedSession(s.port)
+        job_id = b"filed%d" % number
+        answer = session.job(cp.PRINTING.encode(), data, job_id,
+                             title=b"OPT:FILE:../archive.txt,OPT:SUM monthly")
+        assert answer == b"OK " + job_id + b"\n"
+        session.say(b"EX")
+        session.close()
+    output = vorlix.home / "Output"
+    files = sorted(p.name for p in output.iterdir())
+    assert len(files) == 2 and all("archive" in name for name in files), files
+    assert sorted((output / name).read_bytes() for name in files) == [b"first copy\n",
+                                                                      b"second copy\n"]
+    assert not (vorlix.home / "archive.txt").exists()
+    # The job went to the file, not to the printer, and its status is final at once.
+    assert sink.jobs == []
+    assert b"Status: done" in ask(s.port, f"3{cp.PRINTING} JOB filed0\n".encode())

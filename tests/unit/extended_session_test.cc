@@ -42,7 +42,7 @@ struct HandOvers {
     std::vector<HandedJob> jobs;
     int result = 0;
 
-    static int Take(void* context, vx::JobRecord* job) {
+    static int Take(void* context, vx::JobRecord* job, bool /*delivered*/) {
         auto* self = static_cast<HandOvers*>(context);
         std::lock_guard<std::mutex> hold(self->mutex);
         if (self->result != 0) return self->result;
