@@ -1,0 +1,146 @@
+#!/usr/bin/env python3
+"""Extended-protocol throughput of the Linux build, beside LPD and raw loopback TCP in the same run.
+
+Starts "vorlix -x" on a free port with settings and base directory of its own, prints to the
+built-in file printer ("file", which writes each job into the output directory) and measures:
+  - small jobs per second over the extended protocol, one sender after another and 8 senders at
+    once, from the first send until the last job reached the printer, beside the same jobs over
+    LPD (target: the extended protocol within 80% of LPD's rate) and raw loopback TCP;
+  - MB/s for one large job sent plain and with C2 (compressible text), until the sender heard
+    "OK" for its DE (acknowledged) and until the job was at the printer, beside raw loopback TCP
+    (target for C2: at least 0.3x);
+as min / median / max of 3 rounds and the ratio of the medians. Prints figures; asserts nothing.
+
+    python3 bench/extended_bench.py [--build build/linux] [--jobs 400] [--size-mb 200]
+"""
+import argparse
+import socket
+import sys
+import tempfile
+import time
+import zlib
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent))
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "tests" / "e2e"))
+from extended_client import ExtendedSession  # noqa: E402
+from lpd_bench import (REPO, ROUNDS, Server, TcpSink, run_senders, send_lpd_job,  # noqa: E402
+                       send_tcp, spread, wait_for_output)
+
+
+def open_session(port):
+    session = ExtendedSession(port)
+    session.sock.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+    return session
+
+
+def send_extended_job(port, job_id, data, c2=False):
+    """One job in blocks as large as the packet size allows; returns when DE was answered."""
+    session = open_session(port)
+    for packet in (b"DP file", b"DO bench", b"DT 0", b"PT RAW") + ((b"C2",) if c2 else ()):
+        assert session.say(packet) == b"OK\n", packet
+    assert session.say(b"DS " + job_id.encode()) == b"OK\n"
+    limit = 2 * session.packet_size
+    view = memoryview(data)
+    at = 0
+    chunk = limit if not c2 else 8 * limit
+    while at < len(data):
+        part = view[at:at + chunk]
+        block = part
+        if c2:
+            z = zlib.compressobj(1, zlib.DEFLATED, -15)
+            block = z.compress(part) + z.flush()
+            if len(block) > limit:
+                chunk //= 2
+                continue
+        assert session.say(b"DB %d\n" % len(block) + bytes(block)) == b"OK\n"
+        at += len(part)
+    answer = session.say(b"DE")
+    assert answer.startswith(b"OK "), answer
+    session.say(b"EX")
+    session.close()
+
+
+def small_jobs(server, sink, jobs, senders, small, round_no):
+    rates = []
+    for protocol in ("extended", "lpd"):
+        server.clear_output()
+        if protocol == "extended":
+            send = lambda i, k: send_extended_job(server.port, f"x{round_no}{senders}{i:02d}{k:05d}",
+                                                  small)
+        else:
+            send = lambda i, k: send_lpd_job(server.port, "file",
+                                             f"{round_no}{senders}{i:02d}{k:05d}", small)
+        sent = run_senders(jobs, senders, send)
+        start = time.perf_counter() - sent
+        if not wait_for_output(server.output, jobs):
+            sys.exit("not every job reached the printer")
+        rates.append(jobs / (time.perf_counter() - start))
+    rates.append(jobs / run_senders(jobs, senders, lambda i, k: send_tcp(sink.port, small)))
+    return rates  # extended, lpd, tcp
+
+
+def large_job(server, sink, data, size_mb, c2):
+    server.clear_output()
+    start = time.perf_counter()
+    send_extended_job(server.port, "large", data, c2)
+    acknowledged = size_mb / (time.perf_counter() - start)
+    if not wait_for_output(server.output, 1, len(data)):
+        sys.exit("the large job did not reach the printer")
+    printed = size_mb / (time.perf_counter() - start)
+    start = time.perf_counter()
+    send_tcp(sink.port, data)
+    tcp = size_mb / (time.perf_counter() - start)
+    return acknowledged, printed, tcp
+
+
+def show(values, unit):
+    fmt = "{:,.0f}" if unit == "jobs/s" else "{:,.1f}"
+    return " / ".join(fmt.format(v) for v in spread(values)) + " " + unit
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--build", default=str(REPO / "build" / "linux"))
+    parser.add_argument("--jobs", type=int, default=400)
+    parser.add_argument("--job-bytes", type=int, default=1024)
+    parser.add_argument("--size-mb", type=int, default=200)
+    args = parser.parse_args()
+
+    small = bytes(range(256)) * (args.job_bytes // 256) + b"\n"
+    line = b"%08d Invoice 4711  Widgets, blue      12 pcs     19.99 EUR        239.88 EUR\n"
+    text = b"".join(line % n for n in range(args.size_mb * 1024 * 1024 // len(line % 0)))
+    sink = TcpSink()
+    rows = []
+    with tempfile.TemporaryDirectory(prefix="vorlix-bench-") as tmp:
+        server = Server(Path(args.build), Path(tmp), {})
+        try:
+            for senders in (1, 8):
+                rounds = [small_jobs(server, sink, args.jobs, senders, small, r)
+                          for r in range(ROUNDS)]
+                ext, lpd, tcp = ([r[i] for r in rounds] for i in range(3))
+                med = lambda v: spread(v)[1]
+                rows.append((f"{len(small)} B jobs at the printer, {senders} sender(s)",
+                             show(ext, "jobs/s"), show(lpd, "jobs/s"), show(tcp, "jobs/s"),
+                             f"{med(ext) / med(lpd):.2f}", f"{med(ext) / med(tcp):.2f}"))
+            for c2 in (False, True):
+                rounds = [large_job(server, sink, text, args.size_mb, c2) for _ in range(ROUNDS)]
+                ack, printed, tcp = ([r[i] for r in rounds] for i in range(3))
+                med = lambda v: spread(v)[1]
+                name = f"one {args.size_mb} MB text job, {'C2' if c2 else 'plain'}"
+                rows.append((name + ", acknowledged", show(ack, "MB/s"), "-", show(tcp, "MB/s"),
+                             "-", f"{med(ack) / med(tcp):.2f}"))
+                rows.append((name + ", at the printer", show(printed, "MB/s"), "-",
+                             show(tcp, "MB/s"), "-", f"{med(printed) / med(tcp):.2f}"))
+        finally:
+            server.stop()
+
+    print("min / median / max of 3; ratios of the medians")
+    print(f"{'measure':<48} {'extended protocol':>26} {'LPD':>24} {'raw loopback TCP':>26} "
+          f"{'/LPD':>5} {'/TCP':>5}")
+    for r in rows:
+        print(f"{r[0]:<48} {r[1]:>26} {r[2]:>24} {r[3]:>26} {r[4]:>5} {r[5]:>5}")
+
+
+if __name__ == "__main__":
+    main()
