@@ -11,7 +11,7 @@ namespace {
 
 // Extensions of the service's own files: anywhere in the name for those that get time-stamped
 // copies ("vorlix.dbg.20261123_101500"), at the end for the others.
-constexpr const char* kOwnExtensions[] = {".dbd", ".dbg", ".nit"};
+constexpr const char* kOwnExtensions[] = {".dbd", ".dbg", ".nit", ".trc"};
 constexpr const char* kOwnEndings[] = {".job", ".tmp", ".part"};
 
 bool ContainsNoCase(const char* text, const char* part) {

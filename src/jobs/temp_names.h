@@ -1,8 +1,9 @@
 // Names in the temporary directory. The service keeps its own files there beside the received
 // data files: the restart files ("prnl*.dbd", "stal.dbd"), the trace logs ("vorlix.dbg",
-// "vorlixwinapi.dbg", "vorlix.nit") and their time-stamped copies, the journal beside each data
-// file ("*.job") and files being written under a temporary name ("*.tmp", "*.part"). A name that
-// a sender gives never becomes one of them and never leaves the directory.
+// "vorlixwinapi.dbg", "vorlix.nit", the compression trace "cstrace.trc") and their time-stamped
+// copies, the journal beside each data file ("*.job") and files being written under a temporary
+// name ("*.tmp", "*.part"). A name that a sender gives never becomes one of them and never leaves
+// the directory.
 #pragma once
 
 #include <cstddef>

@@ -20,6 +20,9 @@ enum TraceLevel {
 
 constexpr size_t kTraceLineSize = 1024;
 
+// "Th 04412: (14.11.2026 21:59:02) ": how every trace line begins, for the calling thread, now.
+void FormatTracePrefix(char* out, size_t cap);
+
 // Trace through the print-server object; nothing happens while there is none.
 void Trace(int level, const char* fmt, ...) VX_PRINTF(2, 3);
 void TraceError(const char* fmt, ...) VX_PRINTF(1, 2);

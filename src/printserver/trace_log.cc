@@ -15,16 +15,15 @@
 
 namespace vx {
 
-namespace {
-
-// "Th 04412: (14.11.2026 21:59:02) " for the calling thread, now.
-void FormatPrefix(char* out, size_t cap) {
+void FormatTracePrefix(char* out, size_t cap) {
     char date[32];
     char time[32];
     FormatLocalDate('.', date, sizeof date);
     FormatLocalTime(':', time, sizeof time);
     FormatText(out, cap, "Th %5.5d: (%s %s) ", static_cast<int>(CurrentThreadId()), date, time);
 }
+
+namespace {
 
 // "<path>.dd_MM_yyyy_hh_mm_ss": where a trace file is moved aside.
 void FormatStampedPath(const char* path, char* out, size_t cap) {
@@ -84,7 +83,7 @@ void Czelprsrv::EchoToConsole(const char* prefix, const char* text) {
 
 void Czelprsrv::WriteTrace(int level, const char* text) {
     char prefix[96];
-    FormatPrefix(prefix, sizeof prefix);
+    FormatTracePrefix(prefix, sizeof prefix);
     if (mainLog_ != nullptr) {
         if (TraceOn(level)) {
             fputs(prefix, mainLog_);
@@ -107,7 +106,7 @@ void Czelprsrv::WriteTrace(int level, const char* text) {
 void Czelprsrv::WriteApiTrace(const char* text) {
     if (apiLog_ == nullptr) return;
     char prefix[96];
-    FormatPrefix(prefix, sizeof prefix);
+    FormatTracePrefix(prefix, sizeof prefix);
     fputs(prefix, apiLog_);
     fputs(text, apiLog_);
     fflush(apiLog_);

@@ -20,6 +20,7 @@
 #include "protocol/block_result.h"
 #include "protocol/c1_decoder.h"
 #include "protocol/c2_inflater.h"
+#include "protocol/compression_trace.h"
 #include "protocol/job_files.h"
 #include "protocol/k1_scrambler.h"
 #include "protocol/output_file.h"
@@ -136,9 +137,11 @@ bool DecodeBlock(SessionIo& io, ExtendedJob& job, const uint8_t* in, size_t inLe
     if (job.compression == 1)
         Trace(kTraceDetail, "Decompress_1: %d Bytes -> %d Bytes\n", static_cast<int>(inLength),
               static_cast<int>(out->produced));
-    else
+    else {
+        TraceDecompression(inLength, out->produced, out->result);
         Trace(kTraceDetail, "CsDecompr: %d Bytes -> %d Bytes\n", static_cast<int>(inLength),
               static_cast<int>(out->produced));
+    }
     return true;
 }
 
