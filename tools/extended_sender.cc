@@ -16,8 +16,14 @@ namespace {
 // The largest packet this sender makes: the server reads up to 30022 bytes per packet.
 constexpr size_t kMaxPacketSize = 30000;
 constexpr size_t kDbHeaderSize = 32;
+// How long the answer to QP may take after the list.
+constexpr int kQpAnswerWaitMs = 2000;
 // More installed printers than this is not a list but a broken answer.
 constexpr long kMaxPrinters = 100000;
+
+unsigned long long Ull(size_t n) {
+    return static_cast<unsigned long long>(n);
+}
 
 const char* PrefixAfter(const char* text, const char* prefix) {
     return StartsWith(text, prefix) ? text + strlen(prefix) : nullptr;
@@ -166,8 +172,9 @@ int SendBlocks(Session* session, const BlockCoding& coding, JobInput& input, FIL
         char header[kDbHeaderSize];
         size_t headerLength =
             encoded.checksum != 0
-                ? FormatText(header, sizeof header, "DB %zu %u\n", encoded.length, encoded.checksum)
-                : FormatText(header, sizeof header, "DB %zu\n", encoded.length);
+                ? FormatText(header, sizeof header, "DB %llu %u\n", Ull(encoded.length),
+                             encoded.checksum)
+                : FormatText(header, sizeof header, "DB %llu\n", Ull(encoded.length));
         memcpy(packet.data(), header, headerLength);
         memcpy(packet.data() + headerLength, block.data(), encoded.length);
         if (session->connection.Write(packet.data(), headerLength + encoded.length, result) != 0 ||
@@ -261,7 +268,18 @@ int ListInstalledPrinters(const SendOptions& options, std::vector<InstalledPrint
     }
     char finished[64];
     if (!text(finished, sizeof finished)) return -1;
-    if (AwaitReply(&session, "QP", nullptr, 0, result) != 0) return -1;
+    // The list is complete with "QP finished". The session then answers QP itself ("OK", or an
+    // error reply); a server that goes straight on to the next command is understood as well:
+    // after a short wait without that answer the session is ended.
+    char line[512];
+    SendResult waited;
+    if (session.connection.ReadUntilWithin('\n', line, sizeof line, kQpAnswerWaitMs, &waited) ==
+        0) {
+        if (const char* message = PrefixAfter(line, "ER "))
+            return Fail(result, kExitRefused, "the server refused QP: %s", message);
+    } else if (session.connection.ClosedByServer()) {
+        return Fail(result, kExitNetwork, "%s", waited.reason);
+    }
     return Command(&session, "BY", nullptr, 0, result);
 }
 

@@ -80,7 +80,8 @@ int SendLpdJob(const SendOptions& options, const char* hostName, int number, Job
     FormatText(what, sizeof what, "the job for printer %s", options.printer);
     if (AwaitAck(connection, what, result) != 0) return -1;
 
-    FormatText(line, sizeof line, "\x02%zu %s\n", control.size(), names.control);
+    FormatText(line, sizeof line, "\x02%llu %s\n", static_cast<unsigned long long>(control.size()),
+               names.control);
     if (connection.WriteText(line, result) != 0 ||
         AwaitAck(connection, "the control file", result) != 0)
         return -1;

@@ -102,6 +102,15 @@ int SendConnection::ReadUntil(char delimiter, char* out, size_t cap, SendResult*
     return 0;
 }
 
+int SendConnection::ReadUntilWithin(char delimiter, char* out, size_t cap, int waitMs,
+                                    SendResult* result) {
+    int kept = timeoutMs_;
+    timeoutMs_ = waitMs;
+    int rc = ReadUntil(delimiter, out, cap, result);
+    timeoutMs_ = kept;
+    return rc;
+}
+
 int SendConnection::ReadToEnd(std::string* out, size_t limit, SendResult* result) {
     out->append(reinterpret_cast<const char*>(buffer_ + start_), end_ - start_);
     start_ = end_ = 0;

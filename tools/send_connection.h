@@ -32,6 +32,8 @@ class SendConnection {
     // Reads up to and including delimiter; the text before it goes to out (cut at cap, the rest
     // of a longer text is read and dropped). -1 when the connection ends first.
     int ReadUntil(char delimiter, char* out, size_t cap, SendResult* result);
+    // The same, waiting at most waitMs for it (the connection's time-out stays as it was).
+    int ReadUntilWithin(char delimiter, char* out, size_t cap, int waitMs, SendResult* result);
     // Everything up to the end of the connection (a query's answer), at most limit bytes.
     int ReadToEnd(std::string* out, size_t limit, SendResult* result);
 

@@ -1,7 +1,6 @@
 #include "tools/send_options.h"
 
 #include <cctype>
-#include <cinttypes>
 #include <cstdlib>
 #include <cstring>
 
@@ -57,7 +56,8 @@ int TakeNumber(Parser& p, const char* name, const char* text, int low, int high,
 // A text that must fit its field whole: a name cut short would address something else.
 int TakeText(Parser& p, const char* name, const char* text, char* out, size_t cap) {
     if (strlen(text) >= cap) {
-        FormatText(p.error, p.cap, "option %s takes at most %zu characters", name, cap - 1);
+        FormatText(p.error, p.cap, "option %s takes at most %d characters", name,
+                   static_cast<int>(cap - 1));
         return -1;
     }
     for (const char* c = text; *c != '\0'; ++c)
@@ -307,7 +307,8 @@ void MakeJobId(const SendOptions& options, const char* hostName, uint64_t stamp,
         }
         // The suffix stays whole: the server keeps 40 characters, and a cut one would repeat.
         char suffix[24];
-        size_t suffixLength = FormatText(suffix, sizeof suffix, "-%zu", index + 1);
+        size_t suffixLength =
+            FormatText(suffix, sizeof suffix, "-%llu", static_cast<unsigned long long>(index + 1));
         size_t keep = sizeof options.jobId - 1 - suffixLength;
         CopyTextN(out, cap, options.jobId, keep);
         AppendText(out, cap, suffix);
@@ -318,8 +319,8 @@ void MakeJobId(const SendOptions& options, const char* hostName, uint64_t stamp,
     size_t n = 0;
     for (const char* c = hostName; *c != '\0' && n + 1 < sizeof host; ++c)
         if (isalnum(static_cast<unsigned char>(*c))) host[n++] = *c;
-    FormatText(out, cap, "vs-%s-%" PRIx64 "-%zu", host[0] != '\0' ? host : "host", stamp,
-               index + 1);
+    FormatText(out, cap, "vs-%s-%llx-%llu", host[0] != '\0' ? host : "host",
+               static_cast<unsigned long long>(stamp), static_cast<unsigned long long>(index + 1));
 }
 
 }  // namespace vx
