@@ -122,71 +122,135 @@ int SetAction(Parser& p, SendOptions* o, SendAction action, const char* name) {
     return 0;
 }
 
-// Long options; name is the option without its dashes and value what followed "=" (or null).
-int TakeLong(Parser& p, const char* name, const char* glued, SendOptions* o) {
-    const char* v = nullptr;
-    auto valued = [&](const char* option) {
-        return strcmp(name, option) == 0 && TakeValue(p, name, glued, &v) == 0;
-    };
-    auto flag = [&](const char* option) {
-        if (strcmp(name, option) != 0) return false;
-        if (glued != nullptr) {
-            Usage(p, "option --%s takes no value", option);
-            v = nullptr;
-            return true;  // handled, with the error set
-        }
-        v = "";
-        return true;
-    };
-    p.error[0] = '\0';
-    if (valued("tray")) return TakeNumber(p, "--tray", v, 0, 99, &o->tray);
-    if (valued("duplex")) return TakeNumber(p, "--duplex", v, 0, 9, &o->duplex);
-    if (valued("job-id")) return TakeWord(p, "--job-id", v, o->jobId, sizeof o->jobId);
-    if (valued("option")) return TakeTitleOption(p, v, o);
-    if (valued("data-type")) return TakeWord(p, "--data-type", v, o->dataType, sizeof o->dataType);
-    if (valued("dt")) return TakeWord(p, "--dt", v, o->dtField, sizeof o->dtField);
-    if (valued("timeout")) return TakeNumber(p, "--timeout", v, 1, 86400, &o->timeoutSeconds);
-    if (valued("compress")) {
-        if (EqualsNoCase(v, "c1"))
-            o->compression = kCompressC1;
-        else if (EqualsNoCase(v, "c2"))
-            o->compression = kCompressC2;
-        else if (EqualsNoCase(v, "none"))
-            o->compression = kCompressNone;
-        else
-            return Usage(p, "--compress=%s: use c1, c2 or none", v);
-        return 0;
-    }
-    if (valued("status")) {
-        if (SetAction(p, o, kActionStatus, "--status") != 0) return -1;
-        return TakeWord(p, "--status", v, o->statusJob, sizeof o->statusJob);
-    }
-    if (valued("query-options")) {
-        if (SetAction(p, o, kActionQueryOptions, "--query-options") != 0) return -1;
-        return TakeWord(p, "--query-options", v, o->optionList, sizeof o->optionList);
-    }
-    if (p.error[0] != '\0') return -1;  // a valued option without its value
-    if (flag("no-status"))
-        o->noStatus = true;
-    else if (flag("scramble"))
-        o->scramble = true;
-    else if (flag("checksum"))
-        o->checksum = true;
-    else if (flag("lpd"))
-        o->lpd = true;
-    else if (flag("quiet"))
-        o->quiet = true;
-    else if (flag("list-printers"))
-        SetAction(p, o, kActionListPrinters, "--list-printers");
-    else if (flag("queue-state"))
-        SetAction(p, o, kActionQueueState, "--queue-state");
-    else if (flag("help"))
-        o->action = kActionHelp;
-    else if (flag("version"))
-        o->action = kActionVersion;
+enum LongId {
+    kLongTray,
+    kLongDuplex,
+    kLongJobId,
+    kLongOption,
+    kLongDataType,
+    kLongDt,
+    kLongTimeout,
+    kLongCompress,
+    kLongStatus,
+    kLongQueryOptions,
+    kLongNoStatus,
+    kLongScramble,
+    kLongChecksum,
+    kLongLpd,
+    kLongQuiet,
+    kLongListPrinters,
+    kLongQueueState,
+    kLongHelp,
+    kLongVersion,
+};
+
+struct LongOption {
+    const char* name;
+    bool takesValue;
+    LongId id;
+};
+
+constexpr LongOption kLongOptions[] = {
+    {"tray", true, kLongTray},
+    {"duplex", true, kLongDuplex},
+    {"job-id", true, kLongJobId},
+    {"option", true, kLongOption},
+    {"data-type", true, kLongDataType},
+    {"dt", true, kLongDt},
+    {"timeout", true, kLongTimeout},
+    {"compress", true, kLongCompress},
+    {"status", true, kLongStatus},
+    {"query-options", true, kLongQueryOptions},
+    {"no-status", false, kLongNoStatus},
+    {"scramble", false, kLongScramble},
+    {"checksum", false, kLongChecksum},
+    {"lpd", false, kLongLpd},
+    {"quiet", false, kLongQuiet},
+    {"list-printers", false, kLongListPrinters},
+    {"queue-state", false, kLongQueueState},
+    {"help", false, kLongHelp},
+    {"version", false, kLongVersion},
+};
+
+int TakeCompression(Parser& p, const char* v, SendOptions* o) {
+    if (EqualsNoCase(v, "c1"))
+        o->compression = kCompressC1;
+    else if (EqualsNoCase(v, "c2"))
+        o->compression = kCompressC2;
+    else if (EqualsNoCase(v, "none"))
+        o->compression = kCompressNone;
     else
-        return Usage(p, "unknown option --%s", name);
-    return p.error[0] != '\0' ? -1 : 0;
+        return Usage(p, "--compress=%s: use c1, c2 or none", v);
+    return 0;
+}
+
+// A long option: word is "--name" or "--name=value"; a value may also be the next word.
+int TakeLong(Parser& p, const char* word, SendOptions* o) {
+    const char* equals = strchr(word, '=');
+    const char* glued = equals != nullptr ? equals + 1 : nullptr;
+    char name[64] = {};
+    CopyTextN(name, sizeof name, word,
+              equals != nullptr ? static_cast<size_t>(equals - word) : strlen(word));
+    const LongOption* option = nullptr;
+    for (const LongOption& candidate : kLongOptions)
+        if (strcmp(name + 2, candidate.name) == 0) option = &candidate;
+    if (option == nullptr) return Usage(p, "unknown option %s", name);
+    const char* v = "";
+    if (option->takesValue) {
+        if (TakeValue(p, name, glued, &v) != 0) return -1;
+    } else if (glued != nullptr) {
+        return Usage(p, "option %s takes no value", name);
+    }
+    switch (option->id) {
+        case kLongTray:
+            return TakeNumber(p, name, v, 0, 99, &o->tray);
+        case kLongDuplex:
+            return TakeNumber(p, name, v, 0, 9, &o->duplex);
+        case kLongJobId:
+            return TakeWord(p, name, v, o->jobId, sizeof o->jobId);
+        case kLongOption:
+            return TakeTitleOption(p, v, o);
+        case kLongDataType:
+            return TakeWord(p, name, v, o->dataType, sizeof o->dataType);
+        case kLongDt:
+            return TakeWord(p, name, v, o->dtField, sizeof o->dtField);
+        case kLongTimeout:
+            return TakeNumber(p, name, v, 1, 86400, &o->timeoutSeconds);
+        case kLongCompress:
+            return TakeCompression(p, v, o);
+        case kLongStatus:
+            if (SetAction(p, o, kActionStatus, name) != 0) return -1;
+            return TakeWord(p, name, v, o->statusJob, sizeof o->statusJob);
+        case kLongQueryOptions:
+            if (SetAction(p, o, kActionQueryOptions, name) != 0) return -1;
+            return TakeWord(p, name, v, o->optionList, sizeof o->optionList);
+        case kLongNoStatus:
+            o->noStatus = true;
+            return 0;
+        case kLongScramble:
+            o->scramble = true;
+            return 0;
+        case kLongChecksum:
+            o->checksum = true;
+            return 0;
+        case kLongLpd:
+            o->lpd = true;
+            return 0;
+        case kLongQuiet:
+            o->quiet = true;
+            return 0;
+        case kLongListPrinters:
+            return SetAction(p, o, kActionListPrinters, name);
+        case kLongQueueState:
+            return SetAction(p, o, kActionQueueState, name);
+        case kLongHelp:
+            o->action = kActionHelp;
+            return 0;
+        case kLongVersion:
+            o->action = kActionVersion;
+            return 0;
+    }
+    return -1;
 }
 
 // Short options after lpr: -H -P -U -T -# with a value, glued on or in the next word.
@@ -199,7 +263,8 @@ int TakeShort(Parser& p, const char* word, SendOptions* o) {
         case 'P':
             if (TakeValue(p, name, word + 2, &v) != 0) return -1;
             if (v[0] == '\0') return Usage(p, "%s", "-P needs a printer name");
-            return TakeWord(p, name, v, o->printer, sizeof o->printer);
+            // Printer names may hold blanks ("HP LaserJet 4"); a job can name such a printer.
+            return TakeText(p, name, v, o->printer, sizeof o->printer);
         case 'U':
             return TakeValue(p, name, word + 2, &v) == 0
                        ? TakeWord(p, name, v, o->owner, sizeof o->owner)
@@ -229,6 +294,10 @@ int CheckCombination(Parser& p, const SendOptions& o) {
     if (o.action == kActionHelp || o.action == kActionVersion) return 0;
     if (o.action != kActionSend && !o.files.empty())
         return Usage(p, "%s", "a query takes no files");
+    // An LPD queue-state query ends the printer name at its first blank.
+    if ((o.action == kActionStatus || o.action == kActionQueueState) &&
+        strpbrk(o.printer, " \t\f") != nullptr)
+        return Usage(p, "%s", "a printer name with blanks cannot be queried over LPD");
     // The options travel in front of the title, in the 100 characters the server keeps of it.
     size_t optionsLength = 0;
     for (size_t i = 0; i < o.titleOptionCount; ++i) optionsLength += 5 + strlen(o.titleOptions[i]);
@@ -266,14 +335,7 @@ int ParseSendArguments(int argc, char** argv, SendOptions* options, char* error,
         } else if (word[1] == '-' && word[2] == '\0') {
             optionsEnd = true;
         } else if (word[1] == '-') {
-            char name[64] = {};
-            const char* equals = strchr(word + 2, '=');
-            if (equals != nullptr)
-                CopyTextN(name, sizeof name, word + 2, static_cast<size_t>(equals - word - 2));
-            else
-                CopyText(name, word + 2);
-            if (TakeLong(p, name, equals != nullptr ? equals + 1 : nullptr, options) != 0)
-                return -1;
+            if (TakeLong(p, word, options) != 0) return -1;
         } else if (TakeShort(p, word, options) != 0) {
             return -1;
         }

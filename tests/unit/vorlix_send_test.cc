@@ -132,6 +132,7 @@ TEST(SendArguments, MistakesAreUsageErrorsNamingTheOption) {
         {{"--lpd", "--list-printers"}, "--lpd"},
         {{"--status=J1", "file"}, "files"},  // a query takes no files
         {{"--status=J1", "--list-printers"}, "--list-printers"},
+        {{"-P", "HP LaserJet", "--status=J1"}, "blanks"},
     };
     for (const Case& c : cases) {
         Parsed p = Parse(c.words);
@@ -150,6 +151,7 @@ TEST(SendArguments, QueriesAndHelp) {
     EXPECT_EQ(p.options.action, vx::kActionStatus);
     EXPECT_STREQ(p.options.statusJob, "dfA001host");
     EXPECT_EQ(Parse({"--lpd", "--status=x"}).rc, 0);  // the status query is LPD anyway
+    EXPECT_STREQ(Parse({"-P", "HP LaserJet 4", "job.prn"}).options.printer, "HP LaserJet 4");
     EXPECT_EQ(Parse({"--query-options=C1,K1"}).options.action, vx::kActionQueryOptions);
     EXPECT_EQ(Parse({"--list-printers"}).options.action, vx::kActionListPrinters);
     EXPECT_EQ(Parse({"--version"}).options.action, vx::kActionVersion);
