@@ -283,15 +283,13 @@ int ListInstalledPrinters(const SendOptions& options, std::vector<InstalledPrint
     return Command(&session, "BY", nullptr, 0, result);
 }
 
-int QueryServerOptions(const SendOptions& options, const char* list, std::string* answers,
-                       SendResult* result) {
+int AskServer(const SendOptions& options, const char* command, std::string* answer,
+              SendResult* result) {
     Session session;
     if (StartSession(options, &session, result) != 0) return -1;
-    char command[300];
-    FormatText(command, sizeof command, "OM %s", list);
     char value[256];
     if (Command(&session, command, value, sizeof value, result) != 0) return -1;
-    *answers = value;
+    *answer = value;
     return Command(&session, "BY", nullptr, 0, result);
 }
 

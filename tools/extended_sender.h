@@ -43,8 +43,9 @@ struct InstalledPrinter {
 int ListInstalledPrinters(const SendOptions& options, std::vector<InstalledPrinter>* printers,
                           SendResult* result);
 
-// The server's answer to a multi-option query (OM) for list, e.g. "YN" for "C1,K1". 0 or -1.
-int QueryServerOptions(const SendOptions& options, const char* list, std::string* answers,
-                       SendResult* result);
+// A query in a session of its own: the value of the server's "OK" answer to command, e.g. "YN"
+// for "OM C1,K1" or "N" for "EQ FX". 0 or -1.
+int AskServer(const SendOptions& options, const char* command, std::string* answer,
+              SendResult* result);
 
 }  // namespace vx

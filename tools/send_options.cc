@@ -133,6 +133,7 @@ enum LongId {
     kLongCompress,
     kLongStatus,
     kLongQueryOptions,
+    kLongQueryEquipment,
     kLongNoStatus,
     kLongScramble,
     kLongChecksum,
@@ -161,6 +162,7 @@ constexpr LongOption kLongOptions[] = {
     {"compress", true, kLongCompress},
     {"status", true, kLongStatus},
     {"query-options", true, kLongQueryOptions},
+    {"query-equipment", true, kLongQueryEquipment},
     {"no-status", false, kLongNoStatus},
     {"scramble", false, kLongScramble},
     {"checksum", false, kLongChecksum},
@@ -224,6 +226,9 @@ int TakeLong(Parser& p, const char* word, SendOptions* o) {
         case kLongQueryOptions:
             if (SetAction(p, o, kActionQueryOptions, name) != 0) return -1;
             return TakeWord(p, name, v, o->optionList, sizeof o->optionList);
+        case kLongQueryEquipment:
+            if (SetAction(p, o, kActionQueryEquipment, name) != 0) return -1;
+            return TakeWord(p, name, v, o->equipment, sizeof o->equipment);
         case kLongNoStatus:
             o->noStatus = true;
             return 0;
@@ -304,9 +309,11 @@ int CheckCombination(Parser& p, const SendOptions& o) {
     if (optionsLength > 99)
         return Usage(p, "%s", "the --option texts take more than the 99 characters of a title");
     if (!o.lpd) return 0;
-    if (o.action == kActionListPrinters || o.action == kActionQueryOptions)
+    if (o.action == kActionListPrinters || o.action == kActionQueryOptions ||
+        o.action == kActionQueryEquipment)
         return Usage(p, "%s",
-                     "--list-printers and --query-options need the extended protocol, not --lpd");
+                     "--list-printers and the option and equipment queries need the "
+                     "extended protocol, not --lpd");
     const char* extendedOnly = o.tray >= 0                      ? "--tray"
                                : o.duplex >= 0                  ? "--duplex"
                                : o.jobId[0] != '\0'             ? "--job-id"

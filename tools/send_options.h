@@ -10,11 +10,12 @@
 namespace vx {
 
 enum SendAction {
-    kActionSend,          // send the files as jobs
-    kActionStatus,        // the LPD "JOB" query for one job
-    kActionQueueState,    // the LPD queue-state query for the printer
-    kActionListPrinters,  // the installed printers (extended protocol, QP)
-    kActionQueryOptions,  // which extensions the server offers (extended protocol, OM)
+    kActionSend,            // send the files as jobs
+    kActionStatus,          // the LPD "JOB" query for one job
+    kActionQueueState,      // the LPD queue-state query for the printer
+    kActionListPrinters,    // the installed printers (extended protocol, QP)
+    kActionQueryOptions,    // which extensions the server offers (extended protocol, OM)
+    kActionQueryEquipment,  // whether the server has an equipment (extended protocol, EQ)
     kActionHelp,
     kActionVersion,
 };
@@ -46,6 +47,7 @@ struct SendOptions {
     char dtField[13] = "RAW";  // DT
     char statusJob[50] = {};
     char optionList[256] = {};
+    char equipment[8] = {};
     int timeoutSeconds = 60;
     bool quiet = false;
     std::vector<const char*> files;  // from argv; "-" is standard input

@@ -32,6 +32,8 @@ void PrintSendHelp(FILE* out) {
         "  --queue-state        ask for the printer's queue (LPD queue-state query)\n"
         "  --list-printers      list the server's installed printers\n"
         "  --query-options=LIST ask which extensions the server offers (e.g. C1,C2,K1)\n"
+        "  --query-equipment=EQ ask whether the server has an equipment (BC bar codes, FX fax):\n"
+        "                       Y, N, or U for unknown\n"
         "  --timeout=SECONDS    give up when the server is silent this long (default 60)\n"
         "  --quiet              no progress display, no warnings, no job identifiers\n"
         "  --help, --version\n"

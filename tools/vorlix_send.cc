@@ -95,8 +95,9 @@ int Query(const SendOptions& options) {
         }
         case kActionQueryOptions: {
             std::string answers;
-            if (QueryServerOptions(options, options.optionList, &answers, &result) != 0)
-                return Report(result);
+            char command[300];
+            FormatText(command, sizeof command, "OM %s", options.optionList);
+            if (AskServer(options, command, &answers, &result) != 0) return Report(result);
             // One line per option asked for: its name and the server's Y or N.
             size_t at = 0;
             const char* c = options.optionList;
@@ -110,6 +111,15 @@ int Query(const SendOptions& options) {
                 }
                 if (*c != '\0') ++c;
             }
+            return kExitDelivered;
+        }
+        case kActionQueryEquipment: {
+            std::string answer;
+            char command[32];
+            FormatText(command, sizeof command, "EQ %s", options.equipment);
+            if (AskServer(options, command, &answer, &result) != 0) return Report(result);
+            // Y the server has it, N it has not, U it does not know the equipment.
+            printf("%s %s\n", options.equipment, answer.c_str());
             return kExitDelivered;
         }
         default:

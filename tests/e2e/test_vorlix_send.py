@@ -91,6 +91,9 @@ def test_lpd_delivers_several_files_and_stdin_byte_for_byte(vorlix, cups, server
     assert len(ids) == 3 and len(set(ids)) == 3, result
     assert all(i.startswith("dfA") and i.isalnum() for i in ids), ids
     assert sink.wait_for_jobs(3) == [first, piped, second]
+    # The queue-state answer comes as the server sends it, without the NULs of its lines.
+    queue = sender.run("-H", f"127.0.0.1:{s.port}", "-P", cp.PRINTING, "--queue-state")
+    assert queue.rc == 0 and queue.stdout.endswith("\n") and "\x00" not in queue.stdout, queue
 
 
 def test_extended_jobs_print_byte_for_byte_and_report_their_status(vorlix, cups, server, sender,
@@ -137,6 +140,10 @@ def test_printer_list_and_option_query_from_the_server(vorlix, cups, server, sen
     assert cp.PRINTING in [line.split("\t")[0] for line in listed.stdout.splitlines()], listed
     asked = sender.run("-H", f"127.0.0.1:{s.port}", "--query-options=C1,K1")
     assert (asked.rc, asked.stdout) == (0, "C1 Y\nK1 N\n"), asked
+    fax = sender.run("-H", f"127.0.0.1:{s.port}", "--query-equipment=FX")
+    assert (fax.rc, fax.stdout) == (0, "FX N\n"), fax
+    assert not [line for line in s.lines() if line.startswith("Error: ")
+                and "icon DLL" not in line]
 
 
 # ---- exit codes ----

@@ -130,6 +130,7 @@ TEST(SendArguments, MistakesAreUsageErrorsNamingTheOption) {
         {{"--lpd", "--compress=c1"}, "--compress"},
         {{"--lpd", "--job-id=x"}, "--job-id"},
         {{"--lpd", "--list-printers"}, "--lpd"},
+        {{"--lpd", "--query-equipment=BC"}, "--lpd"},
         {{"--status=J1", "file"}, "files"},  // a query takes no files
         {{"--status=J1", "--list-printers"}, "--list-printers"},
         {{"-P", "HP LaserJet", "--status=J1"}, "blanks"},
