@@ -230,9 +230,10 @@ int SendExtendedJob(const SendOptions& options, const char* jobId, JobInput& inp
     }
     if (CommandF(&session, result, "DS %s", jobId) != 0) return -1;
     if (SendBlocks(&session, coding, input, progressOut, result) != 0) {
-        // Whatever failed, the server is told that the job is off; its reply no longer matters.
+        // When the input failed the session still stands: the server is told that the job is
+        // off (a refusal or a lost connection has ended the session already).
         SendResult ignored;
-        if (result->exitCode != kExitNetwork) Command(&session, "BY", nullptr, 0, &ignored);
+        if (result->exitCode == kExitNoInput) Command(&session, "BY", nullptr, 0, &ignored);
         return -1;
     }
     if (Command(&session, "DE", acceptedId, cap, result) != 0) return -1;

@@ -34,7 +34,11 @@ int OpenJobInput(const char* path, JobInput* input, SendResult* result) {
         return Fail(result, kExitNoInput, "cannot open %s: %s", path, strerror(errno));
     input->stream = input->file.get();
     input->size = FsSize(path);
+    // The name becomes the default title and a control-file line: no line ends or other
+    // control characters in it.
     CopyText(input->name, BaseName(path));
+    for (char* c = input->name; *c != '\0'; ++c)
+        if (static_cast<unsigned char>(*c) < 32) *c = ' ';
     return 0;
 }
 

@@ -361,9 +361,9 @@ void ApplySendDefaults(SendOptions* options) {
                 options->owner[0] != '\0')
                 break;
     }
-    // The server reads the owner up to the first blank.
+    // The server reads the owner up to the first blank; a control-file line ends at a line end.
     for (char* c = options->owner; *c != '\0'; ++c)
-        if (*c == ' ') *c = '_';
+        if (static_cast<unsigned char>(*c) <= ' ') *c = '_';
     if (options->owner[0] == '\0') CopyText(options->owner, "unknown");
 }
 
