@@ -73,6 +73,16 @@ def one_line_error(result, *words):
 
 # ---- through the real server to the fake printer ----
 
+def wait_for_status(sender, port, job_id):
+    """The answer to the job's status query once the job has a final status."""
+    for _ in range(300):
+        result = sender.run("-H", f"127.0.0.1:{port}", "-P", cp.PRINTING, f"--status={job_id}")
+        if result.rc != NOT_FINISHED:
+            return result
+        time.sleep(0.2)
+    return result
+
+
 def test_lpd_delivers_several_files_and_stdin_byte_for_byte(vorlix, cups, server, sender,
                                                             tmp_path):
     s = server()
@@ -121,16 +131,28 @@ def test_extended_jobs_print_byte_for_byte_and_report_their_status(vorlix, cups,
 
     # The status of a printed job is "done" once: the answer removes it, and a second query
     # finds no such job. Until the worker has recorded the outcome the job is still printing.
-    status = [f"127.0.0.1:{s.port}", "-P", cp.PRINTING, f"--status={job_id}"]
-    for _ in range(300):
-        result = sender.run("-H", *status)
-        if result.rc != NOT_FINISHED:
-            break
-        time.sleep(0.2)
+    result = wait_for_status(sender, s.port, job_id)
     assert result.rc == 0 and "Status: done" in result.stdout and "\x00" not in result.stdout, \
         result
-    again = sender.run("-H", *status)
+    again = sender.run("-H", f"127.0.0.1:{s.port}", "-P", cp.PRINTING, f"--status={job_id}")
     assert again.rc == REFUSED and "Status: unknown" in again.stdout, again
+
+
+def test_title_options_are_understood_by_the_server(vorlix, cups, server, sender, tmp_path):
+    """FILE: sends the job into a file of the output directory instead of to the printer."""
+    s = server()
+    sink = cups.sink(cp.PRINTING)
+    data = random_bytes(20_000, 4)
+    (tmp_path / "job.prn").write_bytes(data)
+    result = sender.run("-H", f"127.0.0.1:{s.port}", "-P", cp.PRINTING, "--job-id=filed",
+                        "--option=SUM", "--option=FILE:archive.bin", "-T", "monthly",
+                        sender.path(tmp_path / "job.prn"))
+    assert result.rc == 0 and result.stdout == "filed\n", result
+    status = wait_for_status(sender, s.port, "filed")
+    assert status.rc == 0 and "Status: done" in status.stdout, status
+    assert (vorlix.home / "Output" / "archive.bin").read_bytes() == data
+    assert sink.jobs == []
+    assert not [line for line in s.lines() if "Unknown Option" in line]
 
 
 def test_printer_list_and_option_query_from_the_server(vorlix, cups, server, sender):
