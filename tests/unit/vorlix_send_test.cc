@@ -17,6 +17,7 @@
 #include "tools/block_encoder.h"
 #include "tools/extended_sender.h"
 #include "tools/lpd_sender.h"
+#include "tools/progress_bar.h"
 #include "tools/send_options.h"
 
 namespace {
@@ -373,6 +374,15 @@ TEST(SendProtocol, GreetingAndTitleArgument) {
     char title[128];
     vx::MakeTitleArgument(o, "Q3 report", title, sizeof title);
     EXPECT_STREQ(title, "OPT:SUM OPT:FILE:x.pdf Q3 report");
+}
+
+TEST(SendProgress, ALongFileNameNeverPushesTheFiguresOut) {
+    char line[100];
+    vx::FormatProgress(std::string(300, 'n').c_str(), 5 << 20, 10 << 20, line, sizeof line);
+    EXPECT_NE(strstr(line, " 50%  5.0/10.0 MB"), nullptr) << line;
+    // A file that grew while it was sent stops at 100%.
+    vx::FormatProgress("f", 11 << 20, 10 << 20, line, sizeof line);
+    EXPECT_NE(strstr(line, "[##############################] 100%"), nullptr) << line;
 }
 
 }  // namespace
