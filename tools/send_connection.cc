@@ -8,7 +8,7 @@ namespace vx {
 
 namespace {
 
-// Writes go out in slices, so that the time-out bounds a wait without progress, not a whole job.
+// Writes go out in slices: one job's data is not one call.
 constexpr int32_t kWriteSlice = 65536;
 
 const char* Why(int rc) {
@@ -57,6 +57,8 @@ int SendConnection::Write(const void* data, size_t length, SendResult* result) {
         int rc = NiRawWrite(handle_, from, slice, timeoutMs_, &written);
         from += written;
         length -= static_cast<size_t>(written);
+        // The time-out bounds a wait without progress: a slow reader is still a reader.
+        if (rc == kNiTimeout && written > 0) continue;
         if (rc != kNiOk) {
             closedByServer_ = rc == kNiClosed;
             return Fail(result, kExitNetwork, "sending to %s failed: %s", host_, Why(rc));
