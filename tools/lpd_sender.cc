@@ -24,6 +24,44 @@ int AwaitAck(SendConnection& connection, const char* what, SendResult* result) {
     return 0;
 }
 
+// The data file's bytes, as announced: from the buffer when standard input was read into it,
+// else from the file. -1 when the file does not hold what was announced.
+int SendDataBytes(SendConnection& connection, JobInput& input, const std::vector<uint8_t>& buffered,
+                  FILE* progressOut, SendResult* result) {
+    ProgressBar progress;
+    StartProgress(&progress, progressOut, progressOut != nullptr, input.name, input.size);
+    int64_t sent = 0;
+    std::vector<uint8_t> chunk(buffered.empty() ? kDataSlice : 0);
+    while (sent < input.size) {
+        const uint8_t* from = nullptr;
+        size_t n = 0;
+        if (!buffered.empty()) {
+            from = buffered.data() + sent;
+            n = static_cast<size_t>(input.size - sent);
+            if (n > kDataSlice) n = kDataSlice;
+        } else {
+            long got = ReadJobInput(input, chunk.data(), chunk.size(), result);
+            if (got < 0) return -1;
+            if (got == 0) break;
+            from = chunk.data();
+            n = static_cast<size_t>(got);
+            // Never more than announced: a file that grew is sent as it was when announced.
+            if (static_cast<int64_t>(n) > input.size - sent)
+                n = static_cast<size_t>(input.size - sent);
+        }
+        if (connection.Write(from, n, result) != 0) return -1;
+        sent += static_cast<int64_t>(n);
+        AdvanceProgress(&progress, n);
+    }
+    FinishProgress(&progress);
+    // A file that shrank cannot make up its announced size: the connection is dropped without
+    // the closing zero byte, and the server keeps nothing of it.
+    if (sent != input.size)
+        return Fail(result, kExitNoInput, "%s: ended after %lld of %lld bytes", input.name,
+                    static_cast<long long>(sent), static_cast<long long>(input.size));
+    return 0;
+}
+
 }  // namespace
 
 void MakeLpdJobNames(int number, const char* hostName, LpdJobNames* names) {
@@ -93,38 +131,7 @@ int SendLpdJob(const SendOptions& options, const char* hostName, int number, Job
     if (connection.WriteText(line, result) != 0 ||
         AwaitAck(connection, "the data file", result) != 0)
         return -1;
-    ProgressBar bar;
-    ProgressBar* progress = &bar;
-    StartProgress(progress, progressOut, progressOut != nullptr, input.name, input.size);
-    int64_t sent = 0;
-    if (!buffered.empty()) {
-        for (size_t at = 0; at < buffered.size(); at += kDataSlice) {
-            size_t n = buffered.size() - at < kDataSlice ? buffered.size() - at : kDataSlice;
-            if (connection.Write(buffered.data() + at, n, result) != 0) return -1;
-            AdvanceProgress(progress, n);
-        }
-        sent = static_cast<int64_t>(buffered.size());
-    } else {
-        std::vector<uint8_t> chunk(kDataSlice);
-        while (sent < input.size) {
-            long got = ReadJobInput(input, chunk.data(), chunk.size(), result);
-            if (got < 0) return -1;
-            if (got == 0) break;
-            // Never more than announced: a file that grew is sent as it was when announced.
-            size_t n = static_cast<size_t>(got);
-            if (static_cast<int64_t>(n) > input.size - sent)
-                n = static_cast<size_t>(input.size - sent);
-            if (connection.Write(chunk.data(), n, result) != 0) return -1;
-            sent += static_cast<int64_t>(n);
-            AdvanceProgress(progress, n);
-        }
-    }
-    FinishProgress(progress);
-    // A file that shrank cannot make up its announced size: the connection is dropped without
-    // the closing zero byte, and the server keeps nothing of it.
-    if (sent != input.size)
-        return Fail(result, kExitNoInput, "%s: ended after %lld of %lld bytes", input.name,
-                    static_cast<long long>(sent), static_cast<long long>(input.size));
+    if (SendDataBytes(connection, input, buffered, progressOut, result) != 0) return -1;
     const uint8_t zero = 0;
     if (connection.Write(&zero, 1, result) != 0 ||
         AwaitAck(connection, "the data file", result) != 0)
