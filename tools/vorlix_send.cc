@@ -84,7 +84,14 @@ int Query(const SendOptions& options) {
             if (QueryLpd(options, job ? options.statusJob : nullptr, &answer, &result) != 0)
                 return Report(result);
             fputs(answer.c_str(), stdout);
-            return job ? JobStatusExit(answer) : kExitDelivered;
+            if (!job) return kExitDelivered;
+            int code = JobStatusExit(answer);
+            if (code == kExitRefused)
+                fprintf(stderr, "vorlix-send: job %s: the server reports it failed or unknown\n",
+                        options.statusJob);
+            else if (code == kExitNotFinished)
+                fprintf(stderr, "vorlix-send: job %s: no final status yet\n", options.statusJob);
+            return code;
         }
         case kActionListPrinters: {
             std::vector<InstalledPrinter> printers;

@@ -136,6 +136,7 @@ def test_extended_jobs_print_byte_for_byte_and_report_their_status(vorlix, cups,
         result
     again = sender.run("-H", f"127.0.0.1:{s.port}", "-P", cp.PRINTING, f"--status={job_id}")
     assert again.rc == REFUSED and "Status: unknown" in again.stdout, again
+    one_line_error(again, job_id)
 
 
 def test_title_options_are_understood_by_the_server(vorlix, cups, server, sender, tmp_path):
