@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -26,15 +27,17 @@ using Bytes = std::vector<uint8_t>;
 
 struct Parsed {
     int rc;
-    vx::SendOptions options;
+    vx::SendOptions options;  // its files point into words
     std::string error;
+    std::unique_ptr<std::vector<std::string>> words;
 };
 
 Parsed Parse(std::vector<std::string> words) {
-    words.insert(words.begin(), "vorlix-send");
-    std::vector<char*> argv;
-    for (std::string& w : words) argv.push_back(w.data());
     Parsed p;
+    p.words = std::make_unique<std::vector<std::string>>(std::move(words));
+    p.words->insert(p.words->begin(), "vorlix-send");
+    std::vector<char*> argv;
+    for (std::string& w : *p.words) argv.push_back(w.data());
     char error[300] = {};
     p.rc = vx::ParseSendArguments(static_cast<int>(argv.size()), argv.data(), &p.options, error,
                                   sizeof error);
