@@ -304,7 +304,7 @@ SessionStep Dispatch(Session& s) {
         case 'P' << 8 | 'T':
             return DataTypeCommand(s);
         case 'Q' << 8 | 'P':
-            if (GetInstalledPrinters(&s.io.socket)) return kStepGoOn;
+            if (GetInstalledPrinters(&s.io.socket)) return Reply(s);
             SendSessionError(s.io.socket, kSessionProtocol);
             return kStepEnd;
         case 'T' << 8 | 'I':

@@ -111,5 +111,28 @@ class ExtendedSession:
             assert self.block(data[at:at + chunk], checksum) == b"OK\n"
         return self.say(b"DE")
 
+    def text(self):
+        """One NUL-terminated text of the printer list."""
+        got = bytearray()
+        while (byte := self.sock.recv(1)) not in (b"", b"\0"):
+            got += byte
+        return bytes(got)
+
+    def list_printers(self):
+        """QP: the count, then name, location and driver of each printer, then "QP finished",
+        every text answered "OK"; returns the names and the reply to QP itself."""
+        self.sock.sendall(b"QP")
+        count = int(self.text())
+        self.sock.sendall(b"OK")
+        names = []
+        for _ in range(count):
+            texts = []
+            for _ in range(3):
+                texts.append(self.text())
+                self.sock.sendall(b"OK")
+            names.append(texts[0].decode())
+        assert self.text() == b"QP finished"
+        return names, self.say(b"OK")
+
     def close(self):
         self.sock.close()

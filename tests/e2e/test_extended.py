@@ -57,10 +57,9 @@ def test_queries_and_error_replies(vorlix, cups, server):
     assert session.say(b"EQ FX") == b"OK N\n"
     assert session.say(b"oi") == b"OK Ask me\n"
     assert session.say(b"Xa") == b"OK\n"
-    # The installed printers: a count, then each printer's texts, each answered by the sender.
-    session.sock.sendall(b"QP")
-    count = session.sock.recv(100)
-    assert count and count[:1].isdigit(), count
+    # The installed printers, each text acknowledged by the sender; then QP itself is answered.
+    names, reply = session.list_printers()
+    assert cp.PRINTING in names and reply == b"OK\n", (names, reply)
     session.close()
 
     # Each refusal ends its session; the server stays up for the next sender.
