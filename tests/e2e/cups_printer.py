@@ -42,6 +42,21 @@ def free_port():
         return s.getsockname()[1]
 
 
+def wait_for_free_port(port, timeout=60.0):
+    """True once nothing listens on the port (a killed program's socket may outlive it a while:
+    under Wine until the wineserver has seen the process end)."""
+    end = time.monotonic() + timeout
+    while time.monotonic() < end:
+        with socket.socket() as s:
+            s.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            try:
+                s.bind(("0.0.0.0", port))
+                return True
+            except OSError:
+                time.sleep(0.1)
+    return False
+
+
 def wait_for_port(port, timeout=30.0):
     end = time.monotonic() + timeout
     while time.monotonic() < end:

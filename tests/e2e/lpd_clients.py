@@ -71,6 +71,8 @@ class LpdServer:
         if self.proc is not None and self.proc.poll() is None:
             self.proc.kill()
             self.proc.wait()
+            # The next start must find the port free, or it ends at once ("port in use").
+            cp.wait_for_free_port(self.port)
 
     def lines(self):
         return self.vorlix.trace_texts(self.vorlix.trace())

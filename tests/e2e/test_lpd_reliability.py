@@ -385,7 +385,9 @@ def test_kills_at_random_moments_lose_no_acknowledged_job(vorlix, cups, server, 
         # As a real client: a job whose acknowledgement did not come is sent again, once the
         # service answers again.
         for n in range(k, total, senders):
+            give_up = time.monotonic() + 600
             while True:
+                assert time.monotonic() < give_up, f"job {n} was never acknowledged"
                 whole, acknowledged = try_job(s.port, cp.BULK[n % len(cp.BULK)], body(n), n,
                                               timeout=20)
                 with lock:
