@@ -79,11 +79,14 @@ bool EqualsNoCase(const char* a, const char* b) {
     return LowerAscii(*a) == LowerAscii(*b);
 }
 
-void TrimLineEnd(char* text) {
+void TrimTrailing(char* text, const char* chars) {
     if (text == nullptr) return;
     size_t len = strlen(text);
-    while (len > 0 && (text[len - 1] == '\r' || text[len - 1] == '\n' || text[len - 1] == ' '))
-        text[--len] = '\0';
+    while (len > 0 && strchr(chars, text[len - 1]) != nullptr) text[--len] = '\0';
+}
+
+void TrimLineEnd(char* text) {
+    TrimTrailing(text, "\r\n ");
 }
 
 bool StartsWith(const char* text, const char* prefix) {

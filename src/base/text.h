@@ -46,6 +46,9 @@ bool EqualsNoCase(const char* a, const char* b);
 // Cuts trailing CR, LF and blanks (system message texts end in a line break).
 void TrimLineEnd(char* text);
 
+// Cuts every trailing character that is one of chars.
+void TrimTrailing(char* text, const char* chars);
+
 // True when text begins with prefix (case-sensitive).
 bool StartsWith(const char* text, const char* prefix);
 

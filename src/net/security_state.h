@@ -7,6 +7,11 @@
 
 namespace vx {
 
+enum SecurityStateValue : int32_t {
+    kSecurityRequired = 2,          // only secured sessions are served
+    kSecurityRequiredMissing = -2,  // security is required but no product is installed
+};
+
 extern std::atomic<int32_t> g_SecurityState;
 
 }  // namespace vx

@@ -39,9 +39,6 @@ constexpr int32_t kMinCommandLine = 2;
 constexpr int32_t kMaxCommandLine = 258;
 constexpr int32_t kMemoryReportInterval = 1000;
 
-constexpr int kSecurityRequired = 2;
-constexpr int kSecurityRequiredMissing = -2;
-
 bool IsSeparator(char c) {
     return c == ' ' || c == '\t' || c == '\f';
 }

@@ -29,7 +29,6 @@ namespace vx {
 
 namespace {
 
-constexpr int kSecurityRequired = 2;
 constexpr size_t kJobIdWidth = 40;
 constexpr size_t kRecordIdLength = 50;
 constexpr size_t kTitleLength = 99;
@@ -318,8 +317,7 @@ SessionStep CloseExtendedJob(SessionIo& io, ExtendedJob& job) {
         FormatText(context->Title, kTitleLength + 1, "%s/%s:%s", job.owner, record->JobId, title);
     else
         FormatText(context->Title, kTitleLength + 1, "%s/%s", job.owner, record->JobId);
-    for (size_t n = strlen(context->Title); n > 0 && context->Title[n - 1] == ' '; --n)
-        context->Title[n - 1] = '\0';
+    TrimTrailing(context->Title, " ");
 
     // With the FILE option the data goes into the output directory instead of to the printer.
     bool delivered = job.options.file;

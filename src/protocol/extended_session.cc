@@ -27,8 +27,6 @@ namespace {
 constexpr int32_t kGreetingVersion = 231;
 constexpr int32_t kDefaultPacketSize = 15000;
 constexpr int32_t kMinPacketSize = 20;
-constexpr int kSecurityRequired = 2;
-constexpr int kSecurityRequiredMissing = -2;
 constexpr size_t kOwnerWidth = 12;
 constexpr size_t kTitleWidth = 100;
 constexpr size_t kPrinterWidth = 256;

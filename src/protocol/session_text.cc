@@ -20,11 +20,6 @@ unsigned char Byte(char c) {
     return static_cast<unsigned char>(c);
 }
 
-void CutTrailing(char* text, const char* what) {
-    size_t length = strlen(text);
-    while (length > 0 && strchr(what, text[length - 1]) != nullptr) text[--length] = '\0';
-}
-
 // Length of the word at text: up to the next blank or the end.
 size_t WordLength(const char* text) {
     const char* blank = strchr(text, ' ');
@@ -41,7 +36,7 @@ void CopyFreeText(char* out, size_t cap, size_t width, const char* arg, bool kee
     for (; n < limit && arg[n] != '\0'; ++n)
         out[n] = !keepControl && Byte(arg[n]) < 32 ? ' ' : arg[n];
     out[n] = '\0';
-    CutTrailing(out, " \n");
+    TrimTrailing(out, " \n");
 }
 
 bool CopyNameText(char* out, size_t cap, size_t width, const char* arg) {
