@@ -540,15 +540,6 @@ TEST_F(LpdReceiveFixture, ControlFileMemoryFollowsWhatArrived) {
     EXPECT_EQ(vx::ControlFileBytesHeld(), before);
 }
 
-TEST_F(LpdReceiveFixture, SilentSenderOfTheLargestControlFileHoldsLittle) {
-    const int64_t before = vx::ControlFileBytesHeld();
-    StartReceiving();
-    ASSERT_EQ(Send(Line('\x02', "16777216 cfA001host\n")), 0);
-    EXPECT_LE(vx::ControlFileBytesHeld() - before, 8192);
-    EXPECT_TRUE(CloseAndFinish().empty());
-    EXPECT_EQ(vx::ControlFileBytesHeld(), before);
-}
-
 // One ceiling for the control files of all connections: a control file that would pass it is
 // refused and ends its dialogue; the control file another connection holds is not harmed.
 TEST_F(LpdReceiveFixture, ControlFilesOfAllConnectionsShareOneCeiling) {
