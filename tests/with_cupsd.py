@@ -5,6 +5,7 @@ The unit tests that print through CUPS read CUPS_SERVER: it names this cupsd (12
 free port), so they never see the host's printers. The cupsd starts with no queue: each test
 makes the queues it needs and removes them. Usage: tests/with_cupsd.py COMMAND [ARG...]
 """
+import contextlib
 import os
 import shutil
 import subprocess
@@ -16,6 +17,22 @@ sys.path.insert(0, str(Path(__file__).resolve().parent / "e2e"))
 from cups_printer import CUPSD, Cups  # noqa: E402
 
 
+@contextlib.contextmanager
+def private_cupsd(prefix="vorlix-unit-cups-"):
+    """A started cupsd (a Cups) in a temporary directory of its own; stopped and removed on leaving.
+    Other scripts (the benchmarks) import it to get the same private cupsd."""
+    # The backends run as an unprivileged user and must reach the spool below this directory.
+    root = Path(tempfile.mkdtemp(prefix=prefix))
+    root.chmod(0o755)
+    cups = Cups(root)
+    try:
+        cups.start()
+        yield cups
+    finally:
+        cups.stop()
+        shutil.rmtree(root, ignore_errors=True)
+
+
 def main(command):
     if not command:
         print(__doc__.strip().splitlines()[-1], file=sys.stderr)
@@ -23,16 +40,8 @@ def main(command):
     if not os.path.exists(CUPSD):
         print("with_cupsd: cupsd is not installed; running without it", file=sys.stderr)
         return subprocess.call(command)
-    # The backends run as an unprivileged user and must reach the spool below this directory.
-    root = Path(tempfile.mkdtemp(prefix="vorlix-unit-cups-"))
-    root.chmod(0o755)
-    cups = Cups(root)
-    try:
-        cups.start()
+    with private_cupsd() as cups:
         return subprocess.call(command, env=cups.env())
-    finally:
-        cups.stop()
-        shutil.rmtree(root, ignore_errors=True)
 
 
 if __name__ == "__main__":
