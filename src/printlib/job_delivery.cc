@@ -1,5 +1,6 @@
 #include "printlib/job_delivery.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -27,7 +28,26 @@ constexpr size_t kErrorSize = 1024;
 // the device, the print system holds it for a printer that cannot print now, or this time has
 // passed; the print system keeps it in every case, so it is never sent again.
 constexpr uint32_t kDeliveryTimeoutMs = 120000;
-constexpr uint32_t kDeliveryPollMs = 200;
+// The pause between two looks at a job on its way: a sixteenth of the time it has been on its way,
+// within these bounds; so a job is seen at its end soon after it got there, and a long one costs
+// few looks.
+constexpr uint64_t kDeliveryPollMinMs = 1;
+constexpr uint64_t kDeliveryPollMaxMs = 200;
+constexpr uint64_t kDeliveryPollShare = 16;
+
+// How long the jobs of this worker took to reach the device of late: the first look at the next
+// job waits until shortly before that, instead of asking the print system again and again.
+thread_local uint64_t t_typicalDeliveryMs = 0;
+
+uint64_t NextDeliveryPollMs(uint64_t onItsWayMs) {
+    uint64_t expected = t_typicalDeliveryMs * 7 / 8;
+    if (onItsWayMs < expected) return expected - onItsWayMs;
+    return std::clamp(onItsWayMs / kDeliveryPollShare, kDeliveryPollMinMs, kDeliveryPollMaxMs);
+}
+
+void NoteDeliveryTime(uint64_t ms) {
+    t_typicalDeliveryMs = (t_typicalDeliveryMs * 3 + ms) / 4;
+}
 
 struct FileCloser {
     void operator()(FILE* f) const {
@@ -87,10 +107,14 @@ bool HostIsEnding(const ZelHost* host) {
 // to the print system, which prints it when it can: the job counts as printed.
 int FollowToDevice(const ZelHost* host, const PrintRequest& request, vx::SpoolJob* job) {
     char error[kErrorSize] = {};
-    uint64_t deadline = vx::TickCountMs() + kDeliveryTimeoutMs;
+    uint64_t start = vx::TickCountMs();
+    uint64_t deadline = start + kDeliveryTimeoutMs;
     for (;;) {
         int rc = vx::SpoolJobProgress(job, error, sizeof error);
-        if (rc == vx::kSpoolOk) return ZEL_RC_OK;
+        if (rc == vx::kSpoolOk) {
+            NoteDeliveryTime(vx::TickCountMs() - start);
+            return ZEL_RC_OK;
+        }
         if (rc == vx::kSpoolHeld) {
             TraceLine(host, 1, "Job %s is held by the print system: %s\n", request.jobId, error);
             return ZEL_RC_OK;
@@ -110,7 +134,7 @@ int FollowToDevice(const ZelHost* host, const PrintRequest& request, vx::SpoolJo
                       kDeliveryTimeoutMs / 1000, error);
             return ZEL_RC_OK;
         }
-        vx::SleepMs(kDeliveryPollMs);
+        vx::SleepMs(static_cast<uint32_t>(NextDeliveryPollMs(vx::TickCountMs() - start)));
     }
 }
 

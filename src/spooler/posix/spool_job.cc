@@ -3,26 +3,65 @@
 // refuses the job (unreachable, no such queue, a queue not accepting jobs) is a device error: a
 // paused printer, or one whose device cannot be reached, holds the job as the Windows spooler
 // does, and it prints when the printer can.
+//
+// A printer's worker prints job after job: its connection to CUPS is kept between them (one per
+// thread, as libcups connections are not shared), and each job is created with one Create-Job
+// request of our own instead of libcups's cupsCreateJob, which fetches the destination and all its
+// attributes again for every job.
 #include "spooler/spool_job.h"
 
 #include <cups/cups.h>
 
 #include <cstring>
 
+#include "base/clock.h"
 #include "base/text.h"
 #include "spooler/posix/cups_printer.h"
 
 struct vx::SpoolJob {
-    http_t* http = nullptr;
+    http_t* http = nullptr;  // the thread's kept connection
     char printer[256] = {};
     int number = 0;
     bool documentOpen = false;  // between cupsStartDocument and cupsFinishDocument
     bool settled = false;       // completed, or ended by CUPS: nothing left to cancel
+    bool failed = false;        // a request failed: the connection is not used again
 };
 
 namespace vx {
 
 namespace {
+
+// A kept connection idle for longer may have been closed by cupsd; a fresh one is made instead.
+constexpr uint64_t kKeptConnectionIdleMs = 30000;
+
+// The connection this thread keeps to CUPS between jobs, and when it was last used.
+struct KeptConnection {
+    HttpPtr http;
+    uint64_t lastUsedMs = 0;
+};
+thread_local KeptConnection t_kept;
+
+// The thread's connection for the next job: the kept one while it is fresh, else a new one.
+// *reused tells which.
+http_t* TakeConnection(bool* reused) {
+    uint64_t now = TickCountMs();
+    if (t_kept.http != nullptr && now - t_kept.lastUsedMs > kKeptConnectionIdleMs)
+        t_kept.http.reset();
+    *reused = t_kept.http != nullptr;
+    if (t_kept.http == nullptr) t_kept.http = ConnectToCups();
+    t_kept.lastUsedMs = now;
+    return t_kept.http.get();
+}
+
+// A job is done with the thread's connection; one that saw a failure, or that stopped in the
+// middle of a request, is closed so that the next job starts on a clean one.
+void ReturnConnection(const SpoolJob& job) {
+    if (job.http == nullptr || job.http != t_kept.http.get()) return;
+    if (job.failed || job.documentOpen)
+        t_kept.http.reset();
+    else
+        t_kept.lastUsedMs = TickCountMs();
+}
 
 struct IppDeleter {
     void operator()(ipp_t* ipp) const { ippDelete(ipp); }
@@ -120,6 +159,27 @@ int QueryJob(http_t* http, int number, JobState* out, char* error, size_t errorS
     return kSpoolOk;
 }
 
+// Create-Job on the printer's queue, named title, for the user libcups runs as. The job's number,
+// or 0 with the IPP status in *status.
+int CreateJob(http_t* http, const char* printer, const char* title, ipp_status_t* status) {
+    char uri[HTTP_MAX_URI];
+    PrinterUri(printer, uri, sizeof uri);
+    ipp_t* request = ippNewRequest(IPP_OP_CREATE_JOB);
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri);
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr,
+                 cupsUser());
+    if (title != nullptr && title[0] != '\0')
+        ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "job-name", nullptr, title);
+    IppPtr response(cupsDoRequest(http, request, "/"));
+    *status = cupsLastError();
+    // No answer at all: CUPS cannot be reached.
+    if (response == nullptr && *status <= IPP_STATUS_OK_CONFLICTING)
+        *status = IPP_STATUS_ERROR_SERVICE_UNAVAILABLE;
+    if (response == nullptr || *status > IPP_STATUS_OK_CONFLICTING) return 0;
+    ipp_attribute_t* id = ippFindAttribute(response.get(), "job-id", IPP_TAG_INTEGER);
+    return id != nullptr ? ippGetInteger(id, 0) : 0;
+}
+
 // A queue that refuses jobs takes none; a stopped one still takes them and holds them.
 int CheckPrinterAccepts(const PrinterState& state, const char* printer, char* error,
                         size_t errorSize) {
@@ -149,39 +209,58 @@ void CancelJob(SpoolJob* job) {
 void SpoolJobRelease(SpoolJob* job) {
     if (job == nullptr) return;
     CancelJob(job);
-    if (job->http != nullptr) httpClose(job->http);
+    ReturnConnection(*job);
     delete job;
 }
 
 int SpoolJobStart(const char* printer, const char* title, SpoolFormat format, SpoolJobPtr* job,
                   char* error, size_t errorSize) {
     job->reset();
-    HttpPtr http = ConnectToCups();
-    if (http == nullptr) {
+    SpoolJobPtr created(new SpoolJob);
+    CopyText(created->printer, printer);
+    bool reused = false;
+    created->http = TakeConnection(&reused);
+    if (created->http == nullptr) {
         FormatText(error, errorSize,
                    "httpConnect2 failed for printer %s: CUPS at %s:%d cannot be reached", printer,
                    cupsServer(), ippPort());
         return kSpoolDeviceError;
     }
-    PrinterState state;
-    int rc = QueryPrinter(http.get(), printer, &state, error, errorSize);
-    if (rc != kSpoolOk) return rc;
-    rc = CheckPrinterAccepts(state, printer, error, errorSize);
-    if (rc != kSpoolOk) return rc;
-
-    SpoolJobPtr created(new SpoolJob);
-    CopyText(created->printer, printer);
-    created->http = http.release();
-    created->number = cupsCreateJob(created->http, printer, title, 0, nullptr);
+    ipp_status_t status = IPP_STATUS_OK;
+    created->number = CreateJob(created->http, printer, title, &status);
+    if (created->number <= 0 && reused && status == IPP_STATUS_ERROR_SERVICE_UNAVAILABLE) {
+        // cupsd may have closed the kept connection (a restart): once more on a new one.
+        t_kept.http = ConnectToCups();
+        created->http = t_kept.http.get();
+        if (created->http != nullptr)
+            created->number = CreateJob(created->http, printer, title, &status);
+    }
+    if (created->http == nullptr) {
+        FormatText(error, errorSize,
+                   "httpConnect2 failed for printer %s: CUPS at %s:%d cannot be reached", printer,
+                   cupsServer(), ippPort());
+        return kSpoolDeviceError;
+    }
     if (created->number <= 0) {
-        ipp_status_t status = cupsLastError();
-        FormatText(error, errorSize, "cupsCreateJob failed for printer %s: %s", printer,
-                   cupsLastErrorString());
+        created->failed = true;
+        // Why the queue takes no job, in the words of its state.
+        PrinterState state;
+        if (status == IPP_STATUS_ERROR_NOT_ACCEPTING_JOBS &&
+            QueryPrinter(created->http, printer, &state, error, errorSize) == kSpoolOk &&
+            CheckPrinterAccepts(state, printer, error, errorSize) != kSpoolOk)
+            return kSpoolDeviceError;
+        if (status == IPP_STATUS_ERROR_NOT_FOUND)
+            FormatText(error, errorSize, "Create-Job failed for printer %s: no such printer",
+                       printer);
+        else
+            FormatText(error, errorSize, "Create-Job failed for printer %s: %s", printer,
+                       cupsLastErrorString());
         return IsDeviceStatus(status) ? kSpoolDeviceError : kSpoolFailed;
     }
     const char* mime = format == SpoolFormat::kPdf ? "application/pdf" : CUPS_FORMAT_RAW;
     if (cupsStartDocument(created->http, printer, created->number, title, mime, 1) !=
         HTTP_STATUS_CONTINUE) {
+        created->failed = true;
         FormatText(error, errorSize, "cupsStartDocument failed for printer %s (job %d): %s",
                    printer, created->number, cupsLastErrorString());
         return kSpoolFailed;
@@ -194,6 +273,7 @@ int SpoolJobStart(const char* printer, const char* title, SpoolFormat format, Sp
 int SpoolJobWrite(SpoolJob* job, const void* data, size_t size, char* error, size_t errorSize) {
     if (cupsWriteRequestData(job->http, static_cast<const char*>(data), size) !=
         HTTP_STATUS_CONTINUE) {
+        job->failed = true;
         FormatText(error, errorSize, "cupsWriteRequestData failed for printer %s (job %d): %s",
                    job->printer, job->number, cupsLastErrorString());
         return kSpoolFailed;
@@ -205,6 +285,7 @@ int SpoolJobFinish(SpoolJob* job, char* error, size_t errorSize) {
     ipp_status_t finished = cupsFinishDocument(job->http, job->printer);
     job->documentOpen = false;
     if (finished > IPP_STATUS_OK_CONFLICTING) {
+        job->failed = true;
         FormatText(error, errorSize, "cupsFinishDocument failed for printer %s (job %d): %s",
                    job->printer, job->number, cupsLastErrorString());
         return IsDeviceStatus(finished) ? kSpoolDeviceError : kSpoolFailed;
@@ -218,6 +299,7 @@ int SpoolJobProgress(SpoolJob* job, char* error, size_t errorSize) {
     JobState jobState;
     if (QueryJob(job->http, job->number, &jobState, error, errorSize) != kSpoolOk) {
         // CUPS keeps the job on its disk even when it cannot be asked now.
+        job->failed = true;
         return kSpoolHeld;
     }
     switch (jobState.state) {
@@ -236,13 +318,20 @@ int SpoolJobProgress(SpoolJob* job, char* error, size_t errorSize) {
             FormatText(error, errorSize, "CUPS holds job %d on printer %s (%s)", job->number,
                        job->printer, jobState.reasons);
             return kSpoolHeld;
+        case IPP_JSTATE_PROCESSING:
+            // On its way to the device now: the printer's state does not hold it.
+            FormatText(error, errorSize, "CUPS job %d on printer %s is printing (%s)", job->number,
+                       job->printer, jobState.reasons);
+            return kSpoolPending;
         default:
             break;
     }
     // A paused printer, or one whose backend could not reach the device, keeps the job pending.
     PrinterState printerState;
-    if (QueryPrinter(job->http, job->printer, &printerState, error, errorSize) != kSpoolOk)
+    if (QueryPrinter(job->http, job->printer, &printerState, error, errorSize) != kSpoolOk) {
+        job->failed = true;
         return kSpoolHeld;
+    }
     if (printerState.state == IPP_PSTATE_STOPPED) {
         FormatText(error, errorSize, "printer %s is stopped with CUPS job %d pending (%s%s%s)",
                    job->printer, job->number, printerState.reasons,
