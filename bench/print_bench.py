@@ -16,8 +16,11 @@ The goals it is read against: at the printer >= 0.9x lp (1 and 8 senders); the l
 acknowledged >= 0.5x raw TCP, at LogLevel 9 >= 0.5x the LogLevel 1 figure; <= 1 CPU second per
 1000 jobs; idle RSS <= 10 MB. Prints figures; asserts nothing.
 
-    python3 bench/print_bench.py [--build build/linux] [--jobs 500] [--size-mb 200] [--rounds 3]
-    python3 bench/print_bench.py --quick        # a smoke run: few jobs, a small large job, 1 round
+    /usr/bin/python3 bench/print_bench.py [--build build/linux] [--jobs 500] [--size-mb 200]
+                                          [--rounds 3]
+    /usr/bin/python3 bench/print_bench.py --quick   # smoke run: 50 jobs, a 20 MB job, 1 round
+
+The private cupsd and its sinks are the end-to-end tests' own (they need python3-pytest).
 """
 import argparse
 import os
@@ -31,11 +34,13 @@ from pathlib import Path
 HERE = Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE))
 sys.path.insert(0, str(HERE.parent / "tests"))
-from lpd_bench import REPO, Server, TcpSink, run_senders, send_lpd_job, send_tcp, spread  # noqa: E402
+from lpd_bench import (REPO, Server, TcpSink, run_senders, send_lpd_job, send_tcp,  # noqa: E402
+                       spread)
 from with_cupsd import private_cupsd  # noqa: E402
 from cups_printer import CUPSD, point_clients_at  # noqa: E402
 
 LP = shutil.which("lp") or "/usr/bin/lp"
+CANCEL = shutil.which("cancel") or "/usr/bin/cancel"
 VORLIX_QUEUE = "vx_bench"
 LP_QUEUE = "vx_bench_lp"
 SENDERS = (1, 8)
@@ -59,6 +64,13 @@ def memory_mb(pid, key):
 
 
 # ---- measurements ----
+def forget_finished_jobs(cups):
+    """Purges both queues' job history and kept files, so that every measurement meets the same
+    empty cupsd (its history would otherwise grow to MaxJobs and be cleaned while it runs)."""
+    for name in (VORLIX_QUEUE, LP_QUEUE):
+        cups.run(CANCEL, "-h", cups.server, "-a", "-x", name)
+
+
 def wait_at_printer(sink, count, timeout, what):
     arrived = sink.wait_for_jobs(count, timeout)
     if len(arrived) < count:
@@ -66,8 +78,9 @@ def wait_at_printer(sink, count, timeout, what):
     return arrived
 
 
-def vorlix_small_jobs(server, sink, jobs, senders, data, tag):
+def vorlix_small_jobs(cups, server, sink, jobs, senders, data, tag):
     """Acknowledged and at-the-printer jobs per second, and CPU seconds per 1000 jobs."""
+    forget_finished_jobs(cups)
     sink.clear()
     pid = server.proc.pid
     cpu_before = cpu_seconds(pid)
@@ -90,6 +103,7 @@ def submit_with_lp(env, path):
 
 def lp_small_jobs(cups, sink, jobs, senders, path):
     """The ceiling: submitted and at-the-printer jobs per second with CUPS's own lp."""
+    forget_finished_jobs(cups)
     sink.clear()
     env = cups.env()
     start = time.perf_counter()
@@ -101,9 +115,10 @@ def lp_small_jobs(cups, sink, jobs, senders, path):
     return jobs / submitted, jobs / printed
 
 
-def vorlix_large_job(server, sink, data, size_mb):
+def vorlix_large_job(cups, server, sink, data, size_mb):
     """Acknowledged and at-the-printer MB/s of one job; returns once the printer has all of it,
     so that the next measurement starts with CUPS idle."""
+    forget_finished_jobs(cups)
     sink.clear()
     start = time.perf_counter()
     send_lpd_job(server.port, VORLIX_QUEUE, "large", data)
@@ -131,32 +146,30 @@ def start_service(build, directory, log_level):
 def one_round(args, cups, sinks, tcp_sink, small, small_path, large, work, round_no):
     """Every figure once; returns them by name."""
     f = {}
+    printer = sinks[VORLIX_QUEUE]
     server = start_service(args.build, work / f"round{round_no}-loglevel1", 1)
     try:
         pid = server.proc.pid
         time.sleep(SETTLE_SECONDS)
         f["rss idle after start"] = memory_mb(pid, "VmRSS")
-        for senders in SENDERS:
-            ack, printed, cpu = vorlix_small_jobs(server, sinks[VORLIX_QUEUE], args.jobs, senders,
-                                                  small, f"{round_no}{senders}")
-            f[f"vorlix ack {senders}"] = ack
-            f[f"vorlix printed {senders}"] = printed
-            f[f"cpu {senders}"] = cpu
+        for n in SENDERS:
+            f[f"vorlix ack {n}"], f[f"vorlix printed {n}"], f[f"cpu {n}"] = vorlix_small_jobs(
+                cups, server, printer, args.jobs, n, small, f"{round_no}{n}")
         time.sleep(SETTLE_SECONDS)
         f["rss idle after jobs"] = memory_mb(pid, "VmRSS")
         f["peak rss small"] = memory_mb(pid, "VmHWM")
-        f["large ack 1"], f["large printed 1"] = vorlix_large_job(server, sinks[VORLIX_QUEUE],
-                                                                  large, args.size_mb)
+        f["large ack 1"], f["large printed 1"] = vorlix_large_job(cups, server, printer, large,
+                                                                  args.size_mb)
         f["peak rss large"] = memory_mb(pid, "VmHWM")
     finally:
         server.stop()
-    for senders in SENDERS:
-        f[f"lp submitted {senders}"], f[f"lp printed {senders}"] = lp_small_jobs(
-            cups, sinks[LP_QUEUE], args.jobs, senders, small_path)
+    for n in SENDERS:
+        f[f"lp submitted {n}"], f[f"lp printed {n}"] = lp_small_jobs(
+            cups, sinks[LP_QUEUE], args.jobs, n, small_path)
     f["tcp"] = raw_tcp(tcp_sink, large, args.size_mb)
     server = start_service(args.build, work / f"round{round_no}-loglevel9", 9)
     try:
-        f["large ack 9"], _ = vorlix_large_job(server, sinks[VORLIX_QUEUE], large, args.size_mb)
+        f["large ack 9"], _ = vorlix_large_job(cups, server, printer, large, args.size_mb)
     finally:
         server.stop()
     return f
@@ -178,7 +191,8 @@ def report(rounds, args):
         rows.append((f"{label}, acknowledged", show(column(f"vorlix ack {senders}"), "jobs/s"),
                      "lp " + show(column(f"lp submitted {senders}"), "jobs/s"),
                      ratio(f"vorlix ack {senders}", f"lp submitted {senders}")))
-        rows.append((f"{label}, at the printer", show(column(f"vorlix printed {senders}"), "jobs/s"),
+        rows.append((f"{label}, at the printer",
+                     show(column(f"vorlix printed {senders}"), "jobs/s"),
                      "lp " + show(column(f"lp printed {senders}"), "jobs/s"),
                      ratio(f"vorlix printed {senders}", f"lp printed {senders}")))
     big = f"one {args.size_mb} MB job"
@@ -186,14 +200,15 @@ def report(rounds, args):
                  "TCP " + show(column("tcp"), "MB/s"), ratio("large ack 1", "tcp")))
     rows.append((f"{big}, acknowledged, LogLevel 9", show(column("large ack 9"), "MB/s"),
                  "TCP " + show(column("tcp"), "MB/s"), ratio("large ack 9", "tcp")))
-    rows.append((f"{big}, acknowledged, LogLevel 9 / 1", "", "LogLevel 1 (row above)",
+    rows.append((f"{big}, acknowledged, LogLevel 9 / 1", "", "LogLevel 1 (rows above)",
                  ratio("large ack 9", "large ack 1")))
     rows.append((f"{big}, at the printer, LogLevel 1", show(column("large printed 1"), "MB/s"),
                  "TCP " + show(column("tcp"), "MB/s"), ratio("large printed 1", "tcp")))
     for senders in SENDERS:
         rows.append((f"CPU per 1000 jobs, {senders} sender(s)", show(column(f"cpu {senders}"), "s"),
                      "", ""))
-    rows.append(("RSS idle after start (VmRSS)", show(column("rss idle after start"), "MB"), "", ""))
+    rows.append(("RSS idle after start (VmRSS)", show(column("rss idle after start"), "MB"),
+                 "", ""))
     rows.append(("RSS idle after the small jobs (VmRSS)", show(column("rss idle after jobs"), "MB"),
                  "", ""))
     rows.append(("peak RSS after the small jobs (VmHWM)", show(column("peak rss small"), "MB"),
@@ -201,10 +216,12 @@ def report(rounds, args):
     rows.append((f"peak RSS after the {args.size_mb} MB job (VmHWM)",
                  show(column("peak rss large"), "MB"), "", ""))
 
+    rows.insert(0, ("measure", "vorlix", "ceiling, same run", "ratio"))
+    widths = [max(len(row[i]) for row in rows) for i in range(4)]
     print(f"min / median / max of {len(rounds)} round(s); ratios of the medians")
-    print(f"{'measure':<46} {'vorlix':>28} {'ceiling, same run':>32} {'ratio':>6}")
     for name, value, ceiling, r in rows:
-        print(f"{name:<46} {value:>28} {ceiling:>32} {r:>6}")
+        print(f"{name:<{widths[0]}}  {value:>{widths[1]}}  {ceiling:>{widths[2]}}  "
+              f"{r:>{widths[3]}}")
 
 
 def main():
