@@ -142,8 +142,8 @@ int PrintToSpooler(const ZelHost* host, const PrintRequest& request, FILE* data,
                    vx::SpoolFormat format) {
     char error[kErrorSize];
     vx::SpoolJobPtr job;
-    int rc = vx::SpoolJobStart(request.printer, DocumentName(request), format, &job, error,
-                               sizeof error);
+    int rc = vx::SpoolJobStart(request.printer, DocumentName(request), request.owner, format, &job,
+                               error, sizeof error);
     if (rc != vx::kSpoolOk) {
         TraceError(host, "%s\n", error);
         return RcOf(rc);

@@ -12,7 +12,8 @@ struct PrintRequest {
     const char* jobId;
     const char* title;  // may be empty
     int copies;
-    int streamType;  // ZEL_STREAM_*
+    int streamType;               // ZEL_STREAM_*
+    const char* owner = nullptr;  // the job's user at the print system, where it takes one
 };
 
 // Sends the job's data to the printer (or the built-in file printer) copies times within one

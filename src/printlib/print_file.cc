@@ -13,7 +13,7 @@ extern "C" {
 // The base and work directories, the device context, the reserved values, the registry root
 // and the two print parameters carry nothing for raw and PDF streams.
 ZELWIN_API int PrintFile(const char* fileName, const char*, const char*, const ZelWide* printerName,
-                         const char* jobId, const char* title, const char*, int copies, int,
+                         const char* jobId, const char* title, const char* owner, int copies, int,
                          int streamType, void*, void*, int, const char*, int, int,
                          const ZelHost* host) {
     if (host == nullptr) return ZEL_RC_BAD_ARGUMENT;
@@ -25,8 +25,8 @@ ZELWIN_API int PrintFile(const char* fileName, const char*, const char*, const Z
     char printer[512];
     zel::NarrowText(zel::WideText(printerName), vx::kPrinterNameCodePage, printer, sizeof printer);
     zel::PrintRequest request{
-        printer, fileName,  jobId != nullptr ? jobId : "", title != nullptr ? title : "",
-        copies,  streamType};
+        printer,    fileName, jobId != nullptr ? jobId : "", title != nullptr ? title : "", copies,
+        streamType, owner};
     int rc = zel::PrintOneJob(host, request);
     zel::TraceLine(host, 9, "PrintFile: job %s on printer %s: rc = %d\n", request.jobId, printer,
                    rc);

@@ -45,10 +45,12 @@ struct SpoolJobReleaser {
 };
 using SpoolJobPtr = std::unique_ptr<SpoolJob, SpoolJobReleaser>;
 
-// Opens the printer and starts a job named title. On failure *job stays empty and error names
-// the call that failed, the printer and the reason ("cupsCreateJob failed for printer X: ...").
-int SpoolJobStart(const char* printer, const char* title, SpoolFormat format, SpoolJobPtr* job,
-                  char* error, size_t errorSize);
+// Opens the printer and starts a job named title, for owner where the print system takes the
+// user from its caller (CUPS; the Windows spooler takes the service's own user). On failure *job
+// stays empty and error names the call that failed, the printer and the reason ("Create-Job
+// failed for printer X: ...").
+int SpoolJobStart(const char* printer, const char* title, const char* owner, SpoolFormat format,
+                  SpoolJobPtr* job, char* error, size_t errorSize);
 
 // Sends the next piece of the job's data.
 int SpoolJobWrite(SpoolJob* job, const void* data, size_t size, char* error, size_t errorSize);

@@ -159,15 +159,17 @@ int QueryJob(http_t* http, int number, JobState* out, char* error, size_t errorS
     return kSpoolOk;
 }
 
-// Create-Job on the printer's queue, named title, for the user libcups runs as. The job's number,
-// or 0 with the IPP status in *status.
-int CreateJob(http_t* http, const char* printer, const char* title, ipp_status_t* status) {
+// Create-Job on the printer's queue, named title, for owner. The job's number, or 0 with the IPP status in *status.
+int CreateJob(http_t* http, const char* printer, const char* title, const char* owner,
+              ipp_status_t* status) {
     char uri[HTTP_MAX_URI];
     PrinterUri(printer, uri, sizeof uri);
     ipp_t* request = ippNewRequest(IPP_OP_CREATE_JOB);
     ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri);
+    // The sender's owner, as an LPD gateway gives it; cupsd may put the authenticated caller in
+    // its place.
     ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr,
-                 cupsUser());
+                 owner != nullptr && owner[0] != '\0' ? owner : cupsUser());
     if (title != nullptr && title[0] != '\0')
         ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "job-name", nullptr, title);
     IppPtr response(cupsDoRequest(http, request, "/"));
@@ -213,8 +215,8 @@ void SpoolJobRelease(SpoolJob* job) {
     delete job;
 }
 
-int SpoolJobStart(const char* printer, const char* title, SpoolFormat format, SpoolJobPtr* job,
-                  char* error, size_t errorSize) {
+int SpoolJobStart(const char* printer, const char* title, const char* owner, SpoolFormat format,
+                  SpoolJobPtr* job, char* error, size_t errorSize) {
     job->reset();
     SpoolJobPtr created(new SpoolJob);
     CopyText(created->printer, printer);
@@ -227,13 +229,13 @@ int SpoolJobStart(const char* printer, const char* title, SpoolFormat format, Sp
         return kSpoolDeviceError;
     }
     ipp_status_t status = IPP_STATUS_OK;
-    created->number = CreateJob(created->http, printer, title, &status);
+    created->number = CreateJob(created->http, printer, title, owner, &status);
     if (created->number <= 0 && reused && status == IPP_STATUS_ERROR_SERVICE_UNAVAILABLE) {
         // cupsd may have closed the kept connection (a restart): once more on a new one.
         t_kept.http = ConnectToCups();
         created->http = t_kept.http.get();
         if (created->http != nullptr)
-            created->number = CreateJob(created->http, printer, title, &status);
+            created->number = CreateJob(created->http, printer, title, owner, &status);
     }
     if (created->http == nullptr) {
         FormatText(error, errorSize,

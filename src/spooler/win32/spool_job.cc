@@ -38,8 +38,8 @@ void SpoolJobRelease(SpoolJob* job) {
     delete job;
 }
 
-int SpoolJobStart(const char* printer, const char* title, SpoolFormat, SpoolJobPtr* job,
-                  char* error, size_t errorSize) {
+int SpoolJobStart(const char* printer, const char* title, const char*, SpoolFormat,
+                  SpoolJobPtr* job, char* error, size_t errorSize) {
     job->reset();
     SpoolJobPtr opened(new SpoolJob);
     CopyText(opened->name, printer);
