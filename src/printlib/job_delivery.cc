@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <mutex>
 
 #include "base/clock.h"
 #include "base/fileops.h"
@@ -35,18 +36,56 @@ constexpr uint64_t kDeliveryPollMinMs = 1;
 constexpr uint64_t kDeliveryPollMaxMs = 200;
 constexpr uint64_t kDeliveryPollShare = 16;
 
-// How long the jobs of this worker took to reach the device of late: the first look at the next
-// job waits until shortly before that, instead of asking the print system again and again.
-thread_local uint64_t t_typicalDeliveryMs = 0;
+// How long each printer's jobs took to reach the device of late: the first look at the next job
+// waits until shortly before that, instead of asking the print system again and again. A few
+// printers are remembered; one not among them starts from nothing.
+constexpr size_t kRememberedPrinters = 32;
+struct DeliveryTime {
+    char printer[256] = {};
+    uint64_t ms = 0;
+};
+struct DeliveryTimes {
+    std::mutex lock;
+    DeliveryTime printers[kRememberedPrinters];
+    size_t next = 0;  // the entry a new printer takes
+};
 
-uint64_t NextDeliveryPollMs(uint64_t onItsWayMs) {
-    uint64_t expected = t_typicalDeliveryMs * 7 / 8;
-    if (onItsWayMs < expected) return expected - onItsWayMs;
-    return std::clamp(onItsWayMs / kDeliveryPollShare, kDeliveryPollMinMs, kDeliveryPollMaxMs);
+DeliveryTimes& TheDeliveryTimes() {
+    static DeliveryTimes* times = new DeliveryTimes;  // outlives the threads that print
+    return *times;
 }
 
-void NoteDeliveryTime(uint64_t ms) {
-    t_typicalDeliveryMs = (t_typicalDeliveryMs * 3 + ms) / 4;
+DeliveryTime* FindDeliveryTime(DeliveryTimes& times, const char* printer) {
+    for (DeliveryTime& entry : times.printers)
+        if (strcmp(entry.printer, printer) == 0) return &entry;
+    return nullptr;
+}
+
+uint64_t TypicalDeliveryMs(const char* printer) {
+    DeliveryTimes& times = TheDeliveryTimes();
+    std::lock_guard<std::mutex> hold(times.lock);
+    const DeliveryTime* entry = FindDeliveryTime(times, printer);
+    return entry != nullptr ? entry->ms : 0;
+}
+
+void NoteDeliveryTime(const char* printer, uint64_t ms) {
+    DeliveryTimes& times = TheDeliveryTimes();
+    std::lock_guard<std::mutex> hold(times.lock);
+    DeliveryTime* entry = FindDeliveryTime(times, printer);
+    if (entry == nullptr) {
+        entry = &times.printers[times.next];
+        times.next = (times.next + 1) % kRememberedPrinters;
+        vx::CopyText(entry->printer, printer);
+        entry->ms = ms;
+        return;
+    }
+    entry->ms = (entry->ms * 3 + ms) / 4;
+}
+
+uint64_t NextDeliveryPollMs(uint64_t typicalMs, uint64_t onItsWayMs) {
+    uint64_t expected = typicalMs * 7 / 8;
+    if (onItsWayMs < expected) return expected - onItsWayMs;
+    return std::clamp(onItsWayMs / kDeliveryPollShare, kDeliveryPollMinMs, kDeliveryPollMaxMs);
 }
 
 struct FileCloser {
@@ -109,10 +148,11 @@ int FollowToDevice(const ZelHost* host, const PrintRequest& request, vx::SpoolJo
     char error[kErrorSize] = {};
     uint64_t start = vx::TickCountMs();
     uint64_t deadline = start + kDeliveryTimeoutMs;
+    uint64_t typicalMs = TypicalDeliveryMs(request.printer);
     for (;;) {
         int rc = vx::SpoolJobProgress(job, error, sizeof error);
         if (rc == vx::kSpoolOk) {
-            NoteDeliveryTime(vx::TickCountMs() - start);
+            NoteDeliveryTime(request.printer, vx::TickCountMs() - start);
             return ZEL_RC_OK;
         }
         if (rc == vx::kSpoolHeld) {
@@ -134,7 +174,8 @@ int FollowToDevice(const ZelHost* host, const PrintRequest& request, vx::SpoolJo
                       kDeliveryTimeoutMs / 1000, error);
             return ZEL_RC_OK;
         }
-        vx::SleepMs(static_cast<uint32_t>(NextDeliveryPollMs(vx::TickCountMs() - start)));
+        vx::SleepMs(
+            static_cast<uint32_t>(NextDeliveryPollMs(typicalMs, vx::TickCountMs() - start)));
     }
 }
 

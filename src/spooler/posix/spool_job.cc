@@ -4,22 +4,23 @@
 // paused printer, or one whose device cannot be reached, holds the job as the Windows spooler
 // does, and it prints when the printer can.
 //
-// A printer's worker prints job after job: its connection to CUPS is kept between them (one per
-// thread, as libcups connections are not shared), and each job is created with one Create-Job
-// request of our own instead of libcups's cupsCreateJob, which fetches the destination and all its
-// attributes again for every job.
+// Jobs follow each other: connections to CUPS are kept between them, and each job is created with
+// one Create-Job request of our own instead of libcups's cupsCreateJob, which fetches the
+// destination and all its attributes again for every job.
 #include "spooler/spool_job.h"
 
 #include <cups/cups.h>
 
 #include <cstring>
+#include <mutex>
+#include <vector>
 
 #include "base/clock.h"
 #include "base/text.h"
 #include "spooler/posix/cups_printer.h"
 
 struct vx::SpoolJob {
-    http_t* http = nullptr;  // the thread's kept connection
+    vx::HttpPtr http;  // taken from the kept connections, returned to them when clean
     char printer[256] = {};
     int number = 0;
     bool documentOpen = false;  // between cupsStartDocument and cupsFinishDocument
@@ -33,34 +34,50 @@ namespace {
 
 // A kept connection idle for longer may have been closed by cupsd; a fresh one is made instead.
 constexpr uint64_t kKeptConnectionIdleMs = 30000;
+// Idle connections kept at most: one per printer that prints at the same time is plenty.
+constexpr size_t kKeptConnections = 8;
 
-// The connection this thread keeps to CUPS between jobs, and when it was last used.
+// Connections to CUPS that finished a job cleanly, for the next job of any thread; libcups
+// connections are used by one thread at a time, so a job takes one out and puts it back.
 struct KeptConnection {
     HttpPtr http;
     uint64_t lastUsedMs = 0;
 };
-thread_local KeptConnection t_kept;
+struct ConnectionPool {
+    std::mutex lock;
+    std::vector<KeptConnection> idle;
+};
 
-// The thread's connection for the next job: the kept one while it is fresh, else a new one.
-// *reused tells which.
-http_t* TakeConnection(bool* reused) {
-    uint64_t now = TickCountMs();
-    if (t_kept.http != nullptr && now - t_kept.lastUsedMs > kKeptConnectionIdleMs)
-        t_kept.http.reset();
-    *reused = t_kept.http != nullptr;
-    if (t_kept.http == nullptr) t_kept.http = ConnectToCups();
-    t_kept.lastUsedMs = now;
-    return t_kept.http.get();
+ConnectionPool& Pool() {
+    static ConnectionPool* pool = new ConnectionPool;  // outlives the threads that print
+    return *pool;
 }
 
-// A job is done with the thread's connection; one that saw a failure, or that stopped in the
-// middle of a request, is closed so that the next job starts on a clean one.
-void ReturnConnection(const SpoolJob& job) {
-    if (job.http == nullptr || job.http != t_kept.http.get()) return;
-    if (job.failed || job.documentOpen)
-        t_kept.http.reset();
-    else
-        t_kept.lastUsedMs = TickCountMs();
+// A connection for the next job: the freshest kept one, else a new one. *reused tells which.
+HttpPtr TakeConnection(bool* reused) {
+    uint64_t now = TickCountMs();
+    HttpPtr taken;
+    {
+        ConnectionPool& pool = Pool();
+        std::lock_guard<std::mutex> hold(pool.lock);
+        while (!pool.idle.empty() && taken == nullptr) {
+            KeptConnection kept = std::move(pool.idle.back());
+            pool.idle.pop_back();
+            if (now - kept.lastUsedMs <= kKeptConnectionIdleMs) taken = std::move(kept.http);
+        }
+    }
+    *reused = taken != nullptr;
+    return taken != nullptr ? std::move(taken) : ConnectToCups();
+}
+
+// A job is done with its connection: one that saw a failure, or that stopped in the middle of a
+// request, is closed; a clean one is kept for the next job.
+void ReturnConnection(SpoolJob& job) {
+    if (job.http == nullptr || job.failed || job.documentOpen) return;
+    ConnectionPool& pool = Pool();
+    std::lock_guard<std::mutex> hold(pool.lock);
+    if (pool.idle.size() < kKeptConnections)
+        pool.idle.push_back(KeptConnection{std::move(job.http), TickCountMs()});
 }
 
 struct IppDeleter {
@@ -159,7 +176,8 @@ int QueryJob(http_t* http, int number, JobState* out, char* error, size_t errorS
     return kSpoolOk;
 }
 
-// Create-Job on the printer's queue, named title, for owner. The job's number, or 0 with the IPP status in *status.
+// Create-Job on the printer's queue, named title, for owner. The job's number, or 0 with the IPP
+// status in *status.
 int CreateJob(http_t* http, const char* printer, const char* title, const char* owner,
               ipp_status_t* status) {
     char uri[HTTP_MAX_URI];
@@ -197,7 +215,7 @@ void CancelJob(SpoolJob* job) {
     if (job->number <= 0 || job->settled) return;
     // A document still being sent occupies the connection: cancel over a fresh one.
     HttpPtr fresh;
-    http_t* http = job->http;
+    http_t* http = job->http.get();
     if (job->documentOpen || http == nullptr) {
         fresh = ConnectToCups();
         http = fresh.get();
@@ -222,20 +240,15 @@ int SpoolJobStart(const char* printer, const char* title, const char* owner, Spo
     CopyText(created->printer, printer);
     bool reused = false;
     created->http = TakeConnection(&reused);
-    if (created->http == nullptr) {
-        FormatText(error, errorSize,
-                   "httpConnect2 failed for printer %s: CUPS at %s:%d cannot be reached", printer,
-                   cupsServer(), ippPort());
-        return kSpoolDeviceError;
-    }
     ipp_status_t status = IPP_STATUS_OK;
-    created->number = CreateJob(created->http, printer, title, owner, &status);
-    if (created->number <= 0 && reused && status == IPP_STATUS_ERROR_SERVICE_UNAVAILABLE) {
+    if (created->http != nullptr)
+        created->number = CreateJob(created->http.get(), printer, title, owner, &status);
+    if (created->http != nullptr && created->number <= 0 && reused &&
+        status == IPP_STATUS_ERROR_SERVICE_UNAVAILABLE) {
         // cupsd may have closed the kept connection (a restart): once more on a new one.
-        t_kept.http = ConnectToCups();
-        created->http = t_kept.http.get();
+        created->http = ConnectToCups();
         if (created->http != nullptr)
-            created->number = CreateJob(created->http, printer, title, owner, &status);
+            created->number = CreateJob(created->http.get(), printer, title, owner, &status);
     }
     if (created->http == nullptr) {
         FormatText(error, errorSize,
@@ -248,7 +261,7 @@ int SpoolJobStart(const char* printer, const char* title, const char* owner, Spo
         // Why the queue takes no job, in the words of its state.
         PrinterState state;
         if (status == IPP_STATUS_ERROR_NOT_ACCEPTING_JOBS &&
-            QueryPrinter(created->http, printer, &state, error, errorSize) == kSpoolOk &&
+            QueryPrinter(created->http.get(), printer, &state, error, errorSize) == kSpoolOk &&
             CheckPrinterAccepts(state, printer, error, errorSize) != kSpoolOk)
             return kSpoolDeviceError;
         if (status == IPP_STATUS_ERROR_NOT_FOUND)
@@ -260,7 +273,7 @@ int SpoolJobStart(const char* printer, const char* title, const char* owner, Spo
         return IsDeviceStatus(status) ? kSpoolDeviceError : kSpoolFailed;
     }
     const char* mime = format == SpoolFormat::kPdf ? "application/pdf" : CUPS_FORMAT_RAW;
-    if (cupsStartDocument(created->http, printer, created->number, title, mime, 1) !=
+    if (cupsStartDocument(created->http.get(), printer, created->number, title, mime, 1) !=
         HTTP_STATUS_CONTINUE) {
         created->failed = true;
         FormatText(error, errorSize, "cupsStartDocument failed for printer %s (job %d): %s",
@@ -273,7 +286,7 @@ int SpoolJobStart(const char* printer, const char* title, const char* owner, Spo
 }
 
 int SpoolJobWrite(SpoolJob* job, const void* data, size_t size, char* error, size_t errorSize) {
-    if (cupsWriteRequestData(job->http, static_cast<const char*>(data), size) !=
+    if (cupsWriteRequestData(job->http.get(), static_cast<const char*>(data), size) !=
         HTTP_STATUS_CONTINUE) {
         job->failed = true;
         FormatText(error, errorSize, "cupsWriteRequestData failed for printer %s (job %d): %s",
@@ -284,7 +297,7 @@ int SpoolJobWrite(SpoolJob* job, const void* data, size_t size, char* error, siz
 }
 
 int SpoolJobFinish(SpoolJob* job, char* error, size_t errorSize) {
-    ipp_status_t finished = cupsFinishDocument(job->http, job->printer);
+    ipp_status_t finished = cupsFinishDocument(job->http.get(), job->printer);
     job->documentOpen = false;
     if (finished > IPP_STATUS_OK_CONFLICTING) {
         job->failed = true;
@@ -299,7 +312,7 @@ int SpoolJobFinish(SpoolJob* job, char* error, size_t errorSize) {
 
 int SpoolJobProgress(SpoolJob* job, char* error, size_t errorSize) {
     JobState jobState;
-    if (QueryJob(job->http, job->number, &jobState, error, errorSize) != kSpoolOk) {
+    if (QueryJob(job->http.get(), job->number, &jobState, error, errorSize) != kSpoolOk) {
         // CUPS keeps the job on its disk even when it cannot be asked now.
         job->failed = true;
         return kSpoolHeld;
@@ -330,7 +343,7 @@ int SpoolJobProgress(SpoolJob* job, char* error, size_t errorSize) {
     }
     // A paused printer, or one whose backend could not reach the device, keeps the job pending.
     PrinterState printerState;
-    if (QueryPrinter(job->http, job->printer, &printerState, error, errorSize) != kSpoolOk) {
+    if (QueryPrinter(job->http.get(), job->printer, &printerState, error, errorSize) != kSpoolOk) {
         job->failed = true;
         return kSpoolHeld;
     }
