@@ -33,8 +33,13 @@ const SecuredChannel* ChannelFor(const NetSocket& socket, const char* operation)
     return channel;
 }
 
-// One raw read of what is there, after a peek found data. A time-out that still delivered bytes
-// is a success.
+// One raw read of what is there, without waiting. A time-out that still delivered bytes is a
+// success; kNiTimeout means that nothing was there.
+//
+// Each pass of either phase reads first and peeks only when nothing was there, so that a sender
+// that keeps the connection busy is read without a peek. The first read's result stands for what
+// the peek would have found: kNiOk the data, kNiClosed or a failure what the peek would have
+// answered, and kNiTimeout lets the pass peek (and wait) as before.
 int ReadAvailable(NiHandle handle, void* buffer, int32_t length, int32_t* got) {
     int rc = NiRawRead(handle, buffer, length, kNiPoll, got);
     return rc == kNiTimeout && *got > 0 ? kNiOk : rc;
@@ -63,8 +68,11 @@ bool SpinRead(NiHandle handle, void* buffer, int32_t length, int32_t* got, int* 
     bool ended = false;
     while (TickCountMs() < deadline) {
         ++peekCounter;
-        *rc = NiPeekEx(handle, kNiPeekRead, kSpinPeekTimeoutMs);
-        if (*rc == kNiOk) *rc = ReadAvailable(handle, buffer, length, got);
+        *rc = ReadAvailable(handle, buffer, length, got);
+        if (*rc == kNiTimeout) {
+            *rc = NiPeekEx(handle, kNiPeekRead, kSpinPeekTimeoutMs);
+            if (*rc == kNiOk) *rc = ReadAvailable(handle, buffer, length, got);
+        }
         if (*rc != kNiTimeout) {
             Trace(kTraceDetail, "SocketRead: Leave first loop with break\n");
             ended = true;
@@ -88,19 +96,24 @@ int PatientRead(NiHandle handle, void* buffer, int32_t length, int32_t* got) {
     int32_t timeouts = -1;
     int rc = kNiTimeout;
     do {
-        rc = NiPeekEx(handle, kNiPeekRead, readTimeout);
-        if (rc == kNiTimeout && idleLimit) {
-            Trace(kTraceNotable,
-                  "SocketRead: nothing received on ni %i for %d ms, connection idle\n", handle,
-                  static_cast<int>(readTimeout));
-            break;
-        }
-        if (rc == kNiTimeout) {
-            if (loopBreak >= 0) ++timeouts;
-            continue;
-        }
-        if (rc != kNiOk) break;
         rc = ReadAvailable(handle, buffer, length, got);
+        if (rc == kNiTimeout) {
+            rc = NiPeekEx(handle, kNiPeekRead, readTimeout);
+            if (rc == kNiTimeout && idleLimit) {
+                Trace(kTraceNotable,
+                      "SocketRead: nothing received on ni %i for %d ms, connection idle\n", handle,
+                      static_cast<int>(readTimeout));
+                break;
+            }
+            if (rc == kNiTimeout) {
+                if (loopBreak >= 0) ++timeouts;
+                continue;
+            }
+            if (rc != kNiOk) break;
+            rc = ReadAvailable(handle, buffer, length, got);
+        } else if (rc != kNiOk) {
+            break;  // the end of the connection, or a failure, as the peek would have found it
+        }
         if (rc != kNiTimeout) {
             Trace(kTraceDetail, "SocketRead: Leave second loop with break\n");
             break;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <memory>
+#include <new>
 
 #include "base/fileops.h"
 #include "base/text.h"
@@ -24,7 +26,10 @@ constexpr int64_t kControlWarnSize = 32000;
 constexpr int64_t kControlChunk = 32000;
 // A control file's buffer starts this small and doubles whenever it is full.
 constexpr int64_t kControlStartRoom = 4096;
-constexpr int64_t kDataChunk = 2000;
+// A data file is read in pieces of up to this many bytes, into a buffer held for its reception.
+constexpr int64_t kDataRead = 256 * 1024;
+// The data trace (level 10) shows a data file in slices of this many bytes.
+constexpr int32_t kTracedDataSlice = 2000;
 constexpr size_t kTracedDataLength = 2048;
 // Letters and digits of a data file name that are kept.
 constexpr size_t kMaxDataName = 512;
@@ -57,9 +62,16 @@ void StoredDataName(const char* fileName, size_t dirLength, char* name, size_t c
 
 // Bytes of a data file at trace level 10, cut for the trace line.
 void TraceDataBlock(const char* data, int32_t length) {
-    if (g_prsrv == nullptr || !g_prsrv->TraceOn(kTraceData)) return;
     int shown = static_cast<int>(std::min(static_cast<size_t>(length), kTracedDataLength));
     Trace(kTraceData, "%.*s\n", shown, data);
+}
+
+// The bytes of one read at trace level 10, one line per slice of kTracedDataSlice bytes, as the
+// data trace has always shown them.
+void TraceDataRead(const char* data, int32_t length) {
+    if (g_prsrv == nullptr || !g_prsrv->TraceOn(kTraceData)) return;
+    for (int32_t at = 0; at < length; at += kTracedDataSlice)
+        TraceDataBlock(data + at, std::min(length - at, kTracedDataSlice));
 }
 
 // The room after a full buffer of room bytes: twice as much, or all the announced size needs
@@ -155,6 +167,16 @@ int ReceiveData(const char* queue, const char* fileName, int64_t size, NetSocket
     char name[kMaxDataName + 1];
     StoredDataName(fileName, strlen(dir), name, sizeof name);
 
+    // Held for this data file: no more than the file needs.
+    const auto room = static_cast<size_t>(std::clamp<int64_t>(size, 1, kDataRead));
+    std::unique_ptr<char[]> block(new (std::nothrow) char[room]);
+    if (block == nullptr) {
+        TraceError("Out of memory: %s failed.\n", "ReceiveData buffer");
+        receipt->storageFailed = true;
+        SendAck(-1, *socket);
+        return -1;
+    }
+
     StreamPtr file;
     bool suffixed = false;
     JobFileResult created =
@@ -180,10 +202,9 @@ int ReceiveData(const char* queue, const char* fileName, int64_t size, NetSocket
     // that the dialogue stays in step, and the file is refused at the end.
     int64_t received = 0;
     int retries = 0;
-    char block[kDataChunk];
     while (received < size) {
-        int32_t want = static_cast<int32_t>(std::min(size - received, kDataChunk));
-        int32_t got = SocketRead(*socket, block, want);
+        int32_t want = static_cast<int32_t>(std::min(size - received, static_cast<int64_t>(room)));
+        int32_t got = SocketRead(*socket, block.get(), want);
         if (got <= 0) {
             if (++retries <= kReadRetries) continue;
             if (got == 0)
@@ -196,10 +217,10 @@ int ReceiveData(const char* queue, const char* fileName, int64_t size, NetSocket
             RemoveReceivedFile(receipt->path);
             return -1;
         }
-        TraceDataBlock(block, got);
+        TraceDataRead(block.get(), got);
         received += got;
         if (receipt->storageFailed) continue;
-        size_t written = fwrite(block, 1, static_cast<size_t>(got), file.get());
+        size_t written = fwrite(block.get(), 1, static_cast<size_t>(got), file.get());
         if (written != static_cast<size_t>(got)) {
             TraceError("Write error on Datafile %s: only %lld of %lld Bytes written\n",
                        receipt->path, static_cast<long long>(written), static_cast<long long>(got));

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -346,6 +348,72 @@ TEST_F(LpdReceiveFixture, DataFileCutShortAfterTheControlFileMakesNoJob) {
     EXPECT_FALSE(Exists("dfA001host"));
     EXPECT_FALSE(Exists("dfB001host"));
     EXPECT_TRUE(Logged("Error: Premature EOF in do_recv_data ( 7 of 1000 Bytes )\n"));
+}
+
+// A data file of several read pieces, arriving in pieces of odd sizes that straddle them, is
+// stored byte for byte; the data trace (level 10) shows all of it in slices of at most 2000 bytes.
+TEST_F(LpdReceiveFixture, LargeDataFileInOddPiecesIsStoredWholeAndTracedInSlices) {
+    prsrv_->ChangeTraceOption("LogLevel", "10");
+    std::string data(3 * 256 * 1024 + 12345, '\0');
+    uint32_t state = 12345;
+    for (char& c : data) {
+        state = state * 1103515245u + 12345u;
+        c = static_cast<char>('a' + (state >> 16) % 26);  // no blank: only data lines look so
+    }
+    StartReceiving();
+    EXPECT_EQ(SendFile('\x02', "cfA001host", kControl), std::make_pair(0, 0));
+    ASSERT_EQ(Send(Line('\x03', std::to_string(data.size()) + " dfA001host\n")), 0);
+    const size_t pieces[] = {1, 4093, 262143, 2, 70001, 262145, 1999};
+    for (size_t at = 0, i = 0; at < data.size(); ++i) {
+        size_t piece = std::min(pieces[i % std::size(pieces)], data.size() - at);
+        ASSERT_TRUE(pair_.Send(data.substr(at, piece)));
+        at += piece;
+        vx::SleepMs(1);  // so that the service reads the pieces apart
+    }
+    ASSERT_TRUE(pair_.Send(std::string(1, '\0')));
+    EXPECT_EQ(Ack(), 0);
+    const auto& jobs = CloseAndFinish();
+    ASSERT_EQ(jobs.size(), 1u);
+    EXPECT_TRUE(vxtest::ReadWholeFile(jobs[0].context.FileName) == data);
+
+    // The trace after the announcement: each read's line, then its bytes in slices of 2000 from
+    // the read's start, each shown as far as a trace line holds it (a line that is cut has lost
+    // its line feed).
+    std::string log = Log();
+    size_t at = log.find("Datafile dfA001host, ");
+    ASSERT_NE(at, std::string::npos);
+    size_t received = 0;
+    size_t readEnd = 0;
+    int slices = 0;
+    while (received < data.size()) {
+        at = log.find("Th ", at);
+        ASSERT_NE(at, std::string::npos) << received << " of " << data.size() << " bytes traced";
+        size_t begin = log.find(") ", at) + 2;
+        at = log.find("Th ", begin);
+        std::string text = log.substr(begin, at == std::string::npos ? at : at - begin);
+        const std::string withLen = " with len ";
+        if (text.rfind("SocketRead read ", 0) == 0) {
+            // A read of up to 259 bytes has a second line; the first read line follows the whole
+            // trace of the read before.
+            if (text.rfind("SocketRead read complete buffer ", 0) != 0) {
+                ASSERT_EQ(received, readEnd) << "the read before was not traced whole";
+            }
+            size_t len = text.rfind(withLen);
+            readEnd =
+                received +
+                (len == std::string::npos ? 1 : std::stoul(text.substr(len + withLen.size())));
+            continue;
+        }
+        if (text.find_first_not_of("abcdefghijklmnopqrstuvwxyz\n") != std::string::npos) continue;
+        size_t slice = std::min<size_t>(2000, readEnd - received);
+        bool whole = !text.empty() && text.back() == '\n';
+        if (whole) text.pop_back();
+        ASSERT_TRUE(whole ? text.size() == slice : text.size() < slice) << "at " << received;
+        ASSERT_TRUE(text == data.substr(received, text.size())) << "at " << received;
+        received += slice;
+        ++slices;
+    }
+    EXPECT_GE(slices, static_cast<int>(data.size() / 2000));
 }
 
 TEST_F(LpdReceiveFixture, SilentSenderIsRefusedAfterTheRetries) {
