@@ -6,12 +6,16 @@ built-in file printer ("file", which writes each job into the output directory) 
   - small jobs per second, one sender after another and 8 senders at once, in three set-ups:
     without the journal beside each job (NoJobRestore 1), with it (the default), and with it
     written through to the disk before each acknowledgement (SyncJobFiles 1);
-  - MB/s for one large job;
+  - MB/s for one large job: until the sender has its last acknowledgement (the reception) and
+    until the job is at the printer;
 each next to the same figure for plain loopback TCP (the same bytes to a socket that reads them)
 measured in the same run, as min / median / max of 3 rounds and the ratio of the medians.
+With --log-level N the large job is also measured with the trace on, at LogLevel 1 and at
+LogLevel N, and the LogLevel N figures are shown beside the LogLevel 1 figures as a ratio.
 Prints figures; asserts nothing.
 
     python3 bench/lpd_bench.py [--build build/linux] [--jobs 400] [--size-mb 200]
+                               [--log-level 9] [--large-only]
 """
 import argparse
 import os
@@ -196,25 +200,56 @@ def small_jobs(server, sink, jobs, senders, small, round_no):
 
 
 def large_job(server, sink, large, size_mb):
+    """MB/s until the last acknowledgement and until the job is at the printer, and over plain
+    TCP."""
     server.clear_output()
     start = time.perf_counter()
     send_lpd_job(server.port, "file", "large", large)
+    acknowledged = size_mb / (time.perf_counter() - start)
     if not wait_for_output(server.output, 1, len(large)):
         sys.exit("the large job did not reach the printer")
-    lpd = size_mb / (time.perf_counter() - start)
+    printed = size_mb / (time.perf_counter() - start)
     start = time.perf_counter()
     send_tcp(sink.port, large)
     tcp = size_mb / (time.perf_counter() - start)
-    return lpd, tcp
+    return acknowledged, printed, tcp
+
+
+def large_rows(name, triples):
+    """The rows of the large job: acknowledged and at the printer, each beside plain TCP."""
+    return [row(f"{name}, acknowledged", "MB/s", [(t[0], t[2]) for t in triples]),
+            row(f"{name}, at printer", "MB/s", [(t[1], t[2]) for t in triples])]
+
+
+def show(values, unit):
+    fmt = "{:,.0f}" if unit == "jobs/s" else "{:,.1f}"
+    return " / ".join(fmt.format(v) for v in values) + f" {unit}"
 
 
 def row(name, unit, pairs):
     lpd = spread([p[0] for p in pairs])
     tcp = spread([p[1] for p in pairs])
     ratio = lpd[1] / tcp[1] if tcp[1] else 0.0
-    fmt = "{:,.0f}" if unit == "jobs/s" else "{:,.1f}"
-    show = lambda t: " / ".join(fmt.format(v) for v in t)
-    return name, f"{show(lpd)} {unit}", f"{show(tcp)} {unit}", f"{ratio:.2f}"
+    return name, show(lpd, unit), show(tcp, unit), f"{ratio:.2f}"
+
+
+def log_level_rows(level, base, traced):
+    """The large job at LogLevel level beside LogLevel 1: the ratio of the medians."""
+    rows = []
+    for index, what in ((0, "acknowledged"), (1, "at printer")):
+        one = spread([t[index] for t in base])
+        other = spread([t[index] for t in traced])
+        ratio = other[1] / one[1] if one[1] else 0.0
+        rows.append((f"{what}: LogLevel {level} beside LogLevel 1", show(other, "MB/s"),
+                     show(one, "MB/s"), f"{ratio:.2f}"))
+    return rows
+
+
+def print_table(rows, header):
+    print(f"{'measure (min / median / max of 3)':<46} {header[0]:>30} {header[1]:>26} "
+          f"{'ratio':>6}")
+    for name, lpd, tcp, ratio in rows:
+        print(f"{name:<46} {lpd:>30} {tcp:>26} {ratio:>6}")
 
 
 def main():
@@ -223,31 +258,61 @@ def main():
     parser.add_argument("--jobs", type=int, default=400)
     parser.add_argument("--job-bytes", type=int, default=2000)
     parser.add_argument("--size-mb", type=int, default=200)
+    parser.add_argument("--log-level", type=int, default=None,
+                        help="also measure the large job at LogLevel 1 and at this LogLevel")
+    parser.add_argument("--large-only", action="store_true",
+                        help="measure the large job only, not the small jobs")
     args = parser.parse_args()
 
     small = os.urandom(args.job_bytes)
     large = os.urandom(args.size_mb * 1024 * 1024)
     sink = TcpSink()
     rows = []
+    large_name = f"one {args.size_mb} MB job"
     for setup, settings in SETUPS:
+        if args.large_only and setup != "journal":
+            continue
         with tempfile.TemporaryDirectory(prefix="vorlix-bench-") as tmp:
-            server = Server(Path(args.build), Path(tmp), settings)
+            server = Server(Path(args.build).resolve(), Path(tmp), settings)
             try:
-                for senders in (1, 8):
+                for senders in () if args.large_only else (1, 8):
                     pairs = [small_jobs(server, sink, args.jobs, senders, small, r)
                              for r in range(ROUNDS)]
                     rows.append(row(f"{args.job_bytes} B jobs, {senders} sender(s), {setup}",
                                     "jobs/s", pairs))
                 if setup == "journal":
-                    pairs = [large_job(server, sink, large, args.size_mb) for _ in range(ROUNDS)]
-                    rows.append(row(f"one {args.size_mb} MB job, {setup}", "MB/s", pairs))
+                    triples = [large_job(server, sink, large, args.size_mb)
+                               for _ in range(ROUNDS)]
+                    rows += large_rows(f"{large_name}, {setup}", triples)
             finally:
                 server.stop()
 
-    print(f"{'measure (min / median / max of 3)':<46} {'vorlix LPD, send to printer':>30} "
-          f"{'raw loopback TCP':>26} {'ratio':>6}")
-    for name, lpd, tcp, ratio in rows:
-        print(f"{name:<46} {lpd:>30} {tcp:>26} {ratio:>6}")
+    # Both servers run side by side and take turns, so that a change in the machine's load
+    # falls on both figures alike.
+    levels = {} if args.log_level is None else dict.fromkeys((1, args.log_level))
+    with tempfile.TemporaryDirectory(prefix="vorlix-bench-") as tmp:
+        servers = {}
+        try:
+            for level in levels:
+                (Path(tmp) / str(level)).mkdir()
+                servers[level] = Server(Path(args.build).resolve(), Path(tmp) / str(level),
+                                        {"LogLevel": str(level)})
+            for level in levels:
+                levels[level] = []
+            for _ in range(ROUNDS):
+                for level, server in servers.items():
+                    levels[level].append(large_job(server, sink, large, args.size_mb))
+        finally:
+            for server in servers.values():
+                server.stop()
+    for level, triples in levels.items():
+        rows += large_rows(f"{large_name}, LogLevel {level}", triples)
+
+    print_table(rows, ("vorlix LPD", "raw loopback TCP"))
+    if args.log_level is not None:
+        print()
+        print_table(log_level_rows(args.log_level, levels[1], levels[args.log_level]),
+                    (f"LogLevel {args.log_level}", "LogLevel 1"))
 
 
 if __name__ == "__main__":
