@@ -38,4 +38,9 @@ struct ProcessMemory {
 };
 int GetProcessMemory(ProcessMemory* out);
 
+// Keeps the heap of a long-running process small: few allocation arenas for its many short-lived
+// connection threads, and large buffers (a data file's read buffer) handed back to the system
+// when freed instead of staying resident. Called once, before the first thread starts.
+void LimitHeapGrowth();
+
 }  // namespace vx

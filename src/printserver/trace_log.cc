@@ -32,9 +32,9 @@ void FormatStampedPath(const char* path, char* out, size_t cap) {
     FormatText(out, cap, "%s.%s", path, stamp);
 }
 
-// How a switch opens the main log. Without the commit letter "c" of the original modes: a line
-// that has reached the system in its write outlives the process, and a commit to disk at every
-// flush (an fsync per line where the C library honours the letter, as on Windows) is not paid.
+// How a switch opens the main log. Without the commit letter "c": a line that has reached the
+// system in its write outlives the process, and a commit to disk at every flush (an fsync per
+// line where the C library honours the letter, as on Windows) is not paid.
 constexpr const char* kNewLogMode = "w+";
 constexpr const char* kKeptLogMode = "a+";
 

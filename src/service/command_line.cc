@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/process.h"
 #include "config/option_globals.h"
 #include "config/option_table.h"
 #include "printserver/zelprsrv.h"
@@ -219,6 +220,7 @@ void TraceCall(int argc, char** argv) {
 }  // namespace
 
 int VorlixMain(int argc, char** argv) {
+    LimitHeapGrowth();
     InitArgs init = ChooseInitArgs(argc, argv);
     uint32_t pendingJobs = 0;
     // A failed start does not end the run: the action goes on with what was created.

@@ -1,6 +1,7 @@
 // Facts about the process and the host from /proc, uname and the environment.
 #include "base/process.h"
 
+#include <malloc.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -15,6 +16,11 @@
 namespace vx {
 
 namespace {
+
+// Allocation arenas the threads share; glibc's default is eight per core.
+constexpr int kHeapArenas = 2;
+// Blocks from this size on are mapped for themselves and unmapped when freed.
+constexpr int kHeapMapThreshold = 128 * 1024;
 
 // Reads up to three dot-separated numbers ("6.1.0-18-amd64" gives 6, 1, 0).
 void ParseRelease(const char* release, uint32_t numbers[3]) {
@@ -77,6 +83,13 @@ int GetOsInfo(OsInfo* out) {
     out->build = numbers[2];
     FormatText(out->text, sizeof out->text, "%s %s %s", host.sysname, host.release, host.version);
     return 0;
+}
+
+void LimitHeapGrowth() {
+    mallopt(M_ARENA_MAX, kHeapArenas);
+    // A fixed threshold also stops glibc from raising it after each large buffer is freed.
+    mallopt(M_MMAP_THRESHOLD, kHeapMapThreshold);
+    mallopt(M_TRIM_THRESHOLD, kHeapMapThreshold);
 }
 
 int GetProcessMemory(ProcessMemory* out) {

@@ -73,6 +73,9 @@ int GetOsInfo(OsInfo* out) {
     return 0;
 }
 
+// The Windows heap gives large blocks back by itself.
+void LimitHeapGrowth() {}
+
 int GetProcessMemory(ProcessMemory* out) {
     if (out == nullptr) return -1;
     *out = ProcessMemory{};
