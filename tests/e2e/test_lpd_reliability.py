@@ -283,12 +283,14 @@ def test_one_data_file_name_from_two_senders_at_once(vorlix, cups, server):
 def test_job_to_a_paused_queue_waits_in_cups_and_prints_when_resumed(vorlix, cups, server):
     if vorlix.windows:
         pytest.skip("Wine's spooler reports no printer state (WINE.md); it holds every job")
-    s = server({"LogLevel": "1"})
+    s = server({"LogLevel": "1", "ZELUserAsOwner": "1"})
     paused, other = cups.sink(cp.STOPPED), cups.sink(cp.PRINTING)
     body = numbered_job(31)
     try:
         assert send_job(s.port, cp.STOPPED, body, 31)
         assert wait_until(lambda: len(cups.active_jobs(cp.STOPPED)) == 1)
+        # With the owner taken over, CUPS shows whose job it is (the control file's P line).
+        assert cups.active_jobs(cp.STOPPED)[0].split()[1] == "tester"
         assert wait_until(lambda: any(l.startswith(f"Job {data_name(31)} is held by the print "
                                                    "system") for l in s.lines())), s.lines()
         # The service stays up and prints for the other printers meanwhile.
