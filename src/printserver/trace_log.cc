@@ -32,11 +32,11 @@ void FormatStampedPath(const char* path, char* out, size_t cap) {
     FormatText(out, cap, "%s.%s", path, stamp);
 }
 
-// How a switch opens the main log. Without the commit letter "c": a line that has reached the
-// system in its write outlives the process, and a commit to disk at every flush (an fsync per
-// line where the C library honours the letter, as on Windows) is not paid.
-constexpr const char* kNewLogMode = "w+";
-constexpr const char* kKeptLogMode = "a+";
+// How a switch opens the main log. The commit letter "c" makes every flush a commit to disk where
+// the C library honours it (Windows); glibc ignores it, and there a line outlives the process
+// once its write has reached the system.
+constexpr const char* kNewLogMode = "w+c";
+constexpr const char* kKeptLogMode = "a+c";
 
 // A whole trace line: the prefix and the text (the line and error buffers hold no more than
 // kTraceLineSize and a little), formatted once.
