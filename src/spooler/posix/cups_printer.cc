@@ -1,7 +1,10 @@
 #include "spooler/posix/cups_printer.h"
 
 #include <cstring>
+#include <mutex>
+#include <vector>
 
+#include "base/clock.h"
 #include "base/text.h"
 #include "spooler/spooler.h"
 
@@ -34,6 +37,25 @@ constexpr ReasonStatus kReasonStatus[] = {
 
 constexpr int kPrinterStateStopped = 5;
 
+// A kept connection idle for longer may have been closed by cupsd; a fresh one is made instead.
+constexpr uint64_t kKeptConnectionIdleMs = 30000;
+// Idle connections kept at most: one per printer that prints at the same time is plenty.
+constexpr size_t kKeptConnections = 8;
+
+struct KeptConnection {
+    HttpPtr http;
+    uint64_t lastUsedMs = 0;
+};
+struct ConnectionPool {
+    std::mutex lock;
+    std::vector<KeptConnection> idle;
+};
+
+ConnectionPool& Pool() {
+    static ConnectionPool* pool = new ConnectionPool;  // outlives the threads that print
+    return *pool;
+}
+
 // One reason keyword: its status bit, or kPrinterError for an otherwise unknown error.
 uint32_t StatusOfReason(const char* reason, size_t length) {
     static const char* const kSuffixes[] = {"-report", "-warning", "-error"};
@@ -64,6 +86,30 @@ HttpPtr ConnectToCups(int timeoutMs) {
                                 timeoutMs, nullptr));
 }
 
+HttpPtr TakeCupsConnection(bool* reused) {
+    uint64_t now = TickCountMs();
+    HttpPtr taken;
+    {
+        ConnectionPool& pool = Pool();
+        std::lock_guard<std::mutex> hold(pool.lock);
+        while (!pool.idle.empty() && taken == nullptr) {
+            KeptConnection kept = std::move(pool.idle.back());
+            pool.idle.pop_back();
+            if (now - kept.lastUsedMs <= kKeptConnectionIdleMs) taken = std::move(kept.http);
+        }
+    }
+    *reused = taken != nullptr;
+    return taken != nullptr ? std::move(taken) : ConnectToCups();
+}
+
+void KeepCupsConnection(HttpPtr http) {
+    if (http == nullptr) return;
+    ConnectionPool& pool = Pool();
+    std::lock_guard<std::mutex> hold(pool.lock);
+    if (pool.idle.size() < kKeptConnections)
+        pool.idle.push_back(KeptConnection{std::move(http), TickCountMs()});
+}
+
 bool QueryPrinterAttributes(const char* printer, const char* const* attributes, int count,
                             IppMessage* response) {
     if (printer == nullptr || printer[0] == '\0' || response == nullptr) return false;
@@ -71,7 +117,8 @@ bool QueryPrinterAttributes(const char* printer, const char* const* attributes, 
     if (httpAssembleURIf(HTTP_URI_CODING_ALL, uri, sizeof uri, "ipp", nullptr, "localhost",
                          ippPort(), "/printers/%s", printer) != HTTP_URI_STATUS_OK)
         return false;
-    HttpPtr http = ConnectToCups();
+    bool reused = false;
+    HttpPtr http = TakeCupsConnection(&reused);
     if (http == nullptr) return false;
     ipp_t* request = ippNewRequest(IPP_OP_GET_PRINTER_ATTRIBUTES);
     if (request == nullptr) return false;
@@ -80,7 +127,9 @@ bool QueryPrinterAttributes(const char* printer, const char* const* attributes, 
                   nullptr, attributes);
     // cupsDoRequest takes the request over, also on failure.
     response->Reset(cupsDoRequest(http.get(), request, "/"));
-    if (response->Get() == nullptr || cupsLastError() > IPP_STATUS_OK_EVENTS_COMPLETE) {
+    if (response->Get() == nullptr) return false;  // the connection is not used again
+    KeepCupsConnection(std::move(http));
+    if (cupsLastError() > IPP_STATUS_OK_EVENTS_COMPLETE) {
         response->Reset(nullptr);
         return false;
     }

@@ -34,6 +34,13 @@ using HttpPtr = std::unique_ptr<http_t, HttpCloser>;
 constexpr int kCupsConnectTimeoutMs = 30000;
 HttpPtr ConnectToCups(int timeoutMs = kCupsConnectTimeoutMs);
 
+// Requests that follow each other (a job after a job, the queue check of each received job)
+// reuse connections: a caller takes one, kept from an earlier request while it is fresh, else a
+// new one (*reused tells which; null when CUPS cannot be reached), and gives it back when its
+// request ended cleanly. A few are kept; libcups connections serve one thread at a time.
+HttpPtr TakeCupsConnection(bool* reused);
+void KeepCupsConnection(HttpPtr http);
+
 // One IPP message, deleted on destruction.
 class IppMessage {
   public:
@@ -52,8 +59,8 @@ class IppMessage {
     ipp_t* ipp_ = nullptr;
 };
 
-// Asks the CUPS server for attributes of one of its printers (Get-Printer-Attributes). False when
-// the server cannot be reached or does not know the printer.
+// Asks the CUPS server for attributes of one of its printers or classes (Get-Printer-Attributes).
+// False when the server cannot be reached or does not know the printer.
 bool QueryPrinterAttributes(const char* printer, const char* const* attributes, int count,
                             IppMessage* response);
 

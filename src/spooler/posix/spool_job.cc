@@ -12,10 +12,7 @@
 #include <cups/cups.h>
 
 #include <cstring>
-#include <mutex>
-#include <vector>
 
-#include "base/clock.h"
 #include "base/text.h"
 #include "spooler/posix/cups_printer.h"
 
@@ -32,52 +29,11 @@ namespace vx {
 
 namespace {
 
-// A kept connection idle for longer may have been closed by cupsd; a fresh one is made instead.
-constexpr uint64_t kKeptConnectionIdleMs = 30000;
-// Idle connections kept at most: one per printer that prints at the same time is plenty.
-constexpr size_t kKeptConnections = 8;
-
-// Connections to CUPS that finished a job cleanly, for the next job of any thread; libcups
-// connections are used by one thread at a time, so a job takes one out and puts it back.
-struct KeptConnection {
-    HttpPtr http;
-    uint64_t lastUsedMs = 0;
-};
-struct ConnectionPool {
-    std::mutex lock;
-    std::vector<KeptConnection> idle;
-};
-
-ConnectionPool& Pool() {
-    static ConnectionPool* pool = new ConnectionPool;  // outlives the threads that print
-    return *pool;
-}
-
-// A connection for the next job: the freshest kept one, else a new one. *reused tells which.
-HttpPtr TakeConnection(bool* reused) {
-    uint64_t now = TickCountMs();
-    HttpPtr taken;
-    {
-        ConnectionPool& pool = Pool();
-        std::lock_guard<std::mutex> hold(pool.lock);
-        while (!pool.idle.empty() && taken == nullptr) {
-            KeptConnection kept = std::move(pool.idle.back());
-            pool.idle.pop_back();
-            if (now - kept.lastUsedMs <= kKeptConnectionIdleMs) taken = std::move(kept.http);
-        }
-    }
-    *reused = taken != nullptr;
-    return taken != nullptr ? std::move(taken) : ConnectToCups();
-}
-
 // A job is done with its connection: one that saw a failure, or that stopped in the middle of a
-// request, is closed; a clean one is kept for the next job.
+// request, is closed; a clean one is kept for the next request.
 void ReturnConnection(SpoolJob& job) {
     if (job.http == nullptr || job.failed || job.documentOpen) return;
-    ConnectionPool& pool = Pool();
-    std::lock_guard<std::mutex> hold(pool.lock);
-    if (pool.idle.size() < kKeptConnections)
-        pool.idle.push_back(KeptConnection{std::move(job.http), TickCountMs()});
+    KeepCupsConnection(std::move(job.http));
 }
 
 struct IppDeleter {
@@ -239,7 +195,7 @@ int SpoolJobStart(const char* printer, const char* title, const char* owner, Spo
     SpoolJobPtr created(new SpoolJob);
     CopyText(created->printer, printer);
     bool reused = false;
-    created->http = TakeConnection(&reused);
+    created->http = TakeCupsConnection(&reused);
     ipp_status_t status = IPP_STATUS_OK;
     if (created->http != nullptr)
         created->number = CreateJob(created->http.get(), printer, title, owner, &status);

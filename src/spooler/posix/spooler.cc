@@ -123,8 +123,10 @@ int SpoolerGetDefaultPrinter(char* out, size_t cap) {
 bool SpoolerCanOpenPrinter(const char* printer) {
     if (printer == nullptr || printer[0] == '\0') return false;
     if (IsFilePrinter(printer)) return true;
-    NamedDest dest(printer);
-    return dest.Get() != nullptr;
+    // One request over a kept connection: a received job asks for its queue every time.
+    static const char* const kName[] = {"printer-name"};
+    IppMessage response;
+    return QueryPrinterAttributes(printer, kName, 1, &response);
 }
 
 int SpoolerGetPrinter(const char* printer, SpoolerPrinterInfo* out) {
