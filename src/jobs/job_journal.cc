@@ -8,6 +8,7 @@
 #include "config/option_globals.h"
 #include "jobs/job_info.h"
 #include "jobs/job_status_list.h"
+#include "jobs/spare_files.h"
 #include "printserver/global_setting.h"
 #include "printserver/zelprsrv.h"
 
@@ -30,12 +31,15 @@ bool KeepFiles() {
 }
 
 void RemoveDataFile(const char* path) {
-    if (FsRemove(path) == 0)
+    if (KeepAsSpare(path) || FsRemove(path) == 0)
         Trace(kTraceNotable, "File %s successfully deleted.\n", path);
     else if (FsExists(path))
         TraceError("Cannot delete file %s \n.", path);
 }
 
+// Each state of a job is one record appended to its journal (the first one into the empty
+// reservation), the last whole record standing for the job: no new file per state, and a process
+// that dies while appending leaves the state before it.
 int WriteJournal(const JobInfo& job, unsigned long long sequence, int finished, int spoolNumber) {
     char path[kMaxPath];
     if (!JournalPath(job.FileName, path, sizeof path)) {
@@ -44,13 +48,9 @@ int WriteJournal(const JobInfo& job, unsigned long long sequence, int finished, 
     }
     RestartRecord r;
     JobToJournalRecord(job, sequence, finished, spoolNumber, &r);
-    RestartFileWriter writer(path, SyncJobFiles());
-    if (!writer.Open()) {
-        TraceError("Cannot write the job record %s\n", path);
-        return -1;
-    }
-    writer.Write(r);
-    return writer.Commit();
+    if (AppendRestartRecord(path, r, SyncJobFiles()) == 0) return 0;
+    TraceError("Cannot write the job record %s\n", path);
+    return -1;
 }
 
 // The sequence a journal was written with, so that a rewrite keeps the job's place (a new one
@@ -84,7 +84,7 @@ bool EndsWithNoCase(const char* name, const char* ending) {
     return len > n && EqualsNoCase(name + len - n, ending);
 }
 
-// A journal being written when the process died ("<data file>.job.tmp").
+// A journal under its temporary name, as earlier versions wrote them ("<data file>.job.tmp").
 constexpr const char* kHalfWrittenJournal = ".job.tmp";
 
 int CollectJournal(void* context, const char* name) {
@@ -95,16 +95,19 @@ int CollectJournal(void* context, const char* name) {
         return 0;
     }
     if (!EndsWithNoCase(name, kJournalExtension)) return 0;
-    RestartRecord r;
+    // The first record, then every whole one after it: the last stands for the job.
+    RestartRecord r, later;
     unsigned length = 0;
     RestartReadResult read;
     {
         StreamPtr file(FsOpenStream(path, "r"));
         if (!file) return 0;
         read = ReadRestartRecord(file.get(), &r, &length);
+        while (read == kReadRecord && ReadRestartRecord(file.get(), &later, &length) == kReadRecord)
+            r = later;
     }
-    if (read == kReadEnd) {
-        // Only reserved: its data file never arrived whole.
+    if (read == kReadEnd || read == kReadShort) {
+        // Only reserved, or its first record cut short: the data file was never acknowledged.
         char dataFile[kMaxPath];
         CopyTextN(dataFile, sizeof dataFile, path, strlen(path) - strlen(kJournalExtension));
         Trace(kTraceNormal, "Data file %s did not arrive whole before the restart: removed.\n",
@@ -130,7 +133,10 @@ int ReserveJobJournal(const char* dataFile, bool* taken) {
     if (!JournalingOn()) return 0;
     char path[kMaxPath];
     if (!JournalPath(dataFile, path, sizeof path)) return -1;
-    StreamPtr reserved(FsCreateNewStream(path, taken));
+    bool inUse = false;
+    StreamPtr reserved(TakeSpareFile(path, &inUse));
+    if (!reserved && !inUse) reserved.reset(FsCreateNewStream(path, &inUse));
+    if (taken != nullptr) *taken = inUse;
     return reserved ? 0 : -1;
 }
 
@@ -183,13 +189,14 @@ void RetireJobFiles(const JobInfo& job) {
     // The data file first: a journal without its data file is cleared at the next start, a data
     // file without its journal would stay for ever.
     if (!KeepFiles()) RemoveDataFile(job.FileName);
-    if (journaled) FsRemove(path);
+    if (journaled && !KeepAsSpare(path)) FsRemove(path);
 }
 
 void ReleaseFinishedJobFiles(const char* dataFile) {
     if (dataFile == nullptr || dataFile[0] == '\0') return;
     if (!KeepFiles()) RemoveDataFile(dataFile);
-    RemoveJobJournalOf(dataFile);
+    char path[kMaxPath];
+    if (JournalPath(dataFile, path, sizeof path) && !KeepAsSpare(path)) FsRemove(path);
 }
 
 std::vector<SavedJob> ReadJobJournals() {

@@ -1,5 +1,6 @@
 #include "jobs/restart_record.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 
@@ -142,6 +143,20 @@ RestartReadResult ReadRestartRecord(FILE* file, RestartRecord* r, unsigned* anno
     r->length = fread(r->data, 1, length, file);
     r->data[r->length] = '\0';
     return r->length < length ? kReadShort : kReadRecord;
+}
+
+int AppendRestartRecord(const char* path, const RestartRecord& r, bool durable) {
+    char bytes[kMaxRestartRecord + 8];
+    size_t head = FormatText(bytes, sizeof bytes, "%.5u", static_cast<unsigned>(r.length));
+    size_t length = std::min(r.length, sizeof bytes - head);
+    memcpy(bytes + head, r.data, length);
+    StreamPtr file(FsOpenStream(path, "a"));
+    if (!file) return -1;
+    bool ok = fwrite(bytes, 1, head + length, file.get()) == head + length;
+    ok = fflush(file.get()) == 0 && ok;
+    if (ok && durable) ok = FsFlushToDisk(file.get()) == 0;
+    ok = fclose(file.release()) == 0 && ok;
+    return ok ? 0 : -1;
 }
 
 RestartFileWriter::RestartFileWriter(const char* path, bool durable) : durable_(durable) {

@@ -57,6 +57,11 @@ enum RestartReadResult { kReadRecord, kReadEnd, kReadTooLong, kReadShort };
 // Reads one record into r (terminated after its bytes). *announced is the length field.
 RestartReadResult ReadRestartRecord(FILE* file, RestartRecord* r, unsigned* announced);
 
+// Appends one record to a file (made when missing) with a single write, so that a process that
+// dies leaves the earlier records whole and at most the new one cut short. With durable set, the
+// file reaches the disk before the call returns. 0 or -1.
+int AppendRestartRecord(const char* path, const RestartRecord& r, bool durable);
+
 // One restart file written under a temporary name ("<path>.tmp") and moved into place by Commit,
 // so that a crash while writing never leaves a half-written file. With durable set, the file and
 // its directory entry reach the disk before Commit returns.

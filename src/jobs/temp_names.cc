@@ -31,6 +31,13 @@ bool EndsWithNoCase(const char* text, const char* ending) {
     return len >= n && EqualsNoCase(text + len - n, ending);
 }
 
+bool StartsWithNoCase(const char* text, const char* start) {
+    for (; *start != '\0'; ++text, ++start)
+        if (tolower(static_cast<unsigned char>(*text)) != static_cast<unsigned char>(*start))
+            return false;
+    return true;
+}
+
 bool IsSeparatorOrColon(char c) {
     return c == '/' || c == '\\' || c == ':';
 }
@@ -39,6 +46,7 @@ bool IsSeparatorOrColon(char c) {
 
 bool IsReservedTempName(const char* name) {
     if (name == nullptr) return false;
+    if (StartsWithNoCase(name, kSparePrefix)) return true;
     for (const char* extension : kOwnExtensions)
         if (ContainsNoCase(name, extension)) return true;
     for (const char* ending : kOwnEndings)

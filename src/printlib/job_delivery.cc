@@ -149,6 +149,8 @@ int FollowToDevice(const ZelHost* host, const PrintRequest& request, vx::SpoolJo
     uint64_t start = vx::TickCountMs();
     uint64_t deadline = start + kDeliveryTimeoutMs;
     uint64_t typicalMs = TypicalDeliveryMs(request.printer);
+    // A printer whose jobs take a while is not asked before the time is near.
+    if (typicalMs > 0) vx::SleepMs(static_cast<uint32_t>(NextDeliveryPollMs(typicalMs, 0)));
     for (;;) {
         int rc = vx::SpoolJobProgress(job, error, sizeof error);
         if (rc == vx::kSpoolOk) {

@@ -2,6 +2,7 @@
 
 #include "base/text.h"
 #include "jobs/job_journal.h"
+#include "jobs/spare_files.h"
 #include "printserver/process_locks.h"
 #include "printserver/trace.h"
 
@@ -15,7 +16,8 @@ constexpr int kMaxSuffix = 999;
 // its journal's) is in use.
 FILE* CreateUnderName(const char* path, bool* taken) {
     if (ReserveJobJournal(path, taken) != 0) return nullptr;
-    FILE* file = FsCreateNewStream(path, taken);
+    FILE* file = TakeSpareFile(path, taken);
+    if (file == nullptr && !*taken) file = FsCreateNewStream(path, taken);
     if (file == nullptr) RemoveJobJournalOf(path);
     return file;
 }

@@ -9,6 +9,7 @@
 #include "config/option_globals.h"
 #include "config/process_state.h"
 #include "jobs/restart_files.h"
+#include "jobs/spare_files.h"
 #include "net/listener.h"
 #include "printserver/process_locks.h"
 #include "printserver/trace.h"
@@ -56,6 +57,7 @@ int MainThread() {
     Trace(kTraceNormal, "Start main thread\n");
     if (InstallStopRequestHook(OnStopRequest) != 0)
         TraceError("The stop request handler could not be installed.\n");
+    TakeOverSpareFiles();
     if (g_Options.NoJobRestore == 0) RestoreQueues();
 
     if (StartNetwork() != 0) {

@@ -46,8 +46,15 @@ def job_files(vorlix):
     """What the temporary directory holds besides the trace logs (and their dated copies)."""
     if not vorlix.log_dir.exists():
         return []
-    return sorted(p.name for p in vorlix.log_dir.iterdir()
-                  if ".dbg" not in p.name.lower() and ".nit" not in p.name.lower())
+    names = []
+    for p in vorlix.log_dir.iterdir():
+        name = p.name.lower()
+        if name.startswith("vxspare."):
+            # Emptied, kept for the next job (unless one has just taken it).
+            assert not p.exists() or p.stat().st_size == 0, p.name
+        elif ".dbg" not in name and ".nit" not in name:
+            names.append(p.name)
+    return sorted(names)
 
 
 def wait_until(condition, timeout=120.0):

@@ -7,6 +7,7 @@
 #include <map>
 
 #include "jobs/restart_files.h"
+#include "jobs/spare_files.h"
 #include "jobs/temp_names.h"
 #include "jobs_fixture.h"
 
@@ -51,6 +52,11 @@ class JobJournalTest : public vxtest::JobsFixture {
         Ids names;
         for (const auto& entry : fs::directory_iterator(Temp())) {
             std::string name = entry.path().filename().string();
+            // Emptied files kept for the next jobs hold nobody's data.
+            if (name.rfind(kSparePrefix, 0) == 0) {
+                EXPECT_EQ(fs::file_size(entry.path()), 0u) << name;
+                continue;
+            }
             if (name.find(".dbg") == std::string::npos) names.push_back(name);
         }
         std::sort(names.begin(), names.end());
@@ -118,7 +124,7 @@ TEST_F(JobJournalTest, AJournalWithoutItsDataFileIsCleared) {
 }
 
 // A process that dies while a data file arrives leaves the file with its journal only reserved,
-// or a journal half-written: the next start removes them and prints nothing of them.
+// or its first record cut short: the next start removes them and prints nothing of them.
 TEST_F(JobJournalTest, FilesOfAReceptionCutShortByACrashAreRemovedAtTheNextStart) {
     bool taken = true;
     ASSERT_EQ(ReserveJobJournal((Temp() + "dfCut").c_str(), &taken), 0);
@@ -126,10 +132,13 @@ TEST_F(JobJournalTest, FilesOfAReceptionCutShortByACrashAreRemovedAtTheNextStart
     EXPECT_EQ(ReserveJobJournal((Temp() + "dfCut").c_str(), &taken), -1);
     EXPECT_TRUE(taken);  // the reservation keeps a second reception off the name
     DataFile("dfCut", "fragm");
+    DataFile("dfShort", "whole");
+    ASSERT_TRUE(vxtest::WriteWholeFile(Temp() + "dfShort.job", "00090P1"));
     DataFile("dfHalf", "whole");
     ASSERT_TRUE(vxtest::WriteWholeFile(Temp() + "dfHalf.job.tmp", "000"));
     RestoreQueues();
     EXPECT_FALSE(Exists("dfCut") || Exists("dfCut.job") || Exists("dfHalf.job.tmp"));
+    EXPECT_FALSE(Exists("dfShort") || Exists("dfShort.job"));
     EXPECT_TRUE(Exists("dfHalf"));  // no journal of ours: not ours to judge
     EXPECT_TRUE(fake().Printed().empty());
 }
@@ -204,6 +213,8 @@ TEST_F(JobJournalTest, AJobThePrintSystemHoldsIsNotPrintedAgain) {
         return vxtest::ReadTextFile(Temp() + "inflight.job").find(" 0 77\n") != std::string::npos;
     }));
     std::map<std::string, std::string> onDisk = Snapshot();
+    onDisk["inflight.job"] +=
+        "00090 cut";  // a state being appended at the crash: the last whole one stands
     gate->Open();
     fake().Set(nullptr);
 
@@ -225,6 +236,39 @@ TEST_F(JobJournalTest, AJobThePrintSystemHoldsIsNotPrintedAgain) {
               1);
 }
 
+// The files of finished jobs come back, emptied, as the next jobs' files; a spare never takes a
+// name in use, and the next start keeps only the empty spares an earlier run left.
+TEST_F(JobJournalTest, SpareFilesAreReusedAndNeverReplaceAFileInUse) {
+    DataFile("vxspare.7", "");
+    DataFile("vxspare.8", "a job's bytes");  // the process died while emptying it
+    DataFile("vxspare.x", "");
+    TakeOverSpareFiles();
+    EXPECT_EQ(Leftovers(), Ids{});
+    EXPECT_TRUE(Exists("vxspare.7"));
+    EXPECT_FALSE(Exists("vxspare.8") || Exists("vxspare.x"));
+
+    DataFile("dfBusy", "in use");
+    bool taken = false;
+    EXPECT_EQ(TakeSpareFile((Temp() + "dfBusy").c_str(), &taken), nullptr);
+    EXPECT_TRUE(taken);
+    EXPECT_EQ(vxtest::ReadWholeFile(Temp() + "dfBusy"), "in use");
+    StreamPtr file(TakeSpareFile((Temp() + "dfNew").c_str(), &taken));
+    ASSERT_NE(file, nullptr);
+    EXPECT_FALSE(taken || Exists("vxspare.7"));
+    fputs("new", file.get());
+    file.reset();
+    EXPECT_EQ(TakeSpareFile((Temp() + "dfNone").c_str(), &taken), nullptr);  // none left
+    EXPECT_FALSE(taken || Exists("dfNone"));
+
+    ASSERT_TRUE(KeepAsSpare((Temp() + "dfNew").c_str()));
+    EXPECT_FALSE(Exists("dfNew"));
+    EXPECT_EQ(Leftovers(), Ids{"dfBusy"});  // the spare is empty
+    file.reset(TakeSpareFile((Temp() + "dfAgain").c_str(), &taken));
+    ASSERT_NE(file, nullptr);
+    file.reset();
+    EXPECT_EQ(vxtest::ReadWholeFile(Temp() + "dfAgain"), "");
+}
+
 // Several jobs of one acknowledgement are taken all or none.
 TEST_F(JobJournalTest, ABatchThatCannotBeTakenWholeLeavesNoJournal) {
     BlockPrinting();
@@ -237,9 +281,10 @@ TEST_F(JobJournalTest, ABatchThatCannotBeTakenWholeLeavesNoJournal) {
 }
 
 TEST(TempNames, TheServicesOwnNamesAreReserved) {
-    for (const char* name : {"stal.dbd", "PRNL00001.DBD", "prnl00001.dbd.20261123_101500",
-                             "vorlix.dbg", "vorlixwinapi.dbg", "vorlix.dbg.20261123_101500",
-                             "vorlix.nit", "dfA001.job", "stal.dbd.tmp", "zelwin_1_2.part"})
+    for (const char* name :
+         {"stal.dbd", "PRNL00001.DBD", "prnl00001.dbd.20261123_101500", "vorlix.dbg",
+          "vorlixwinapi.dbg", "vorlix.dbg.20261123_101500", "vorlix.nit", "dfA001.job",
+          "stal.dbd.tmp", "zelwin_1_2.part", "VXSPARE.12"})
         EXPECT_TRUE(IsReservedTempName(name)) << name;
     for (const char* name : {"dfA001host", "dfA001host.001", "report.pdf", "jobs", "dbd"})
         EXPECT_FALSE(IsReservedTempName(name)) << name;

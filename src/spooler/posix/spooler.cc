@@ -4,13 +4,60 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
+#include "base/clock.h"
 #include "base/text.h"
 #include "spooler/posix/cups_printer.h"
 
 namespace vx {
 
 namespace {
+
+// A queue found a moment ago is taken as still there: a sender that sends job after job asks
+// CUPS once a second, not once a job. A queue removed within that moment refuses the job when it
+// prints, as it refuses the jobs already waiting for it.
+constexpr uint64_t kQueueFoundValidMs = 1000;
+constexpr size_t kQueuesFound = 16;
+
+struct QueueFound {
+    char printer[256] = {};
+    uint64_t atMs = 0;
+};
+struct QueuesFound {
+    std::mutex lock;
+    QueueFound queues[kQueuesFound];
+    size_t next = 0;  // the entry a new queue takes
+};
+
+QueuesFound& TheQueuesFound() {
+    static QueuesFound* found = new QueuesFound;  // outlives the connection threads
+    return *found;
+}
+
+bool FoundOfLate(const char* printer) {
+    QueuesFound& found = TheQueuesFound();
+    uint64_t now = TickCountMs();
+    std::lock_guard<std::mutex> hold(found.lock);
+    for (const QueueFound& queue : found.queues)
+        if (now - queue.atMs < kQueueFoundValidMs && strcmp(queue.printer, printer) == 0)
+            return true;
+    return false;
+}
+
+void NoteFound(const char* printer) {
+    QueuesFound& found = TheQueuesFound();
+    std::lock_guard<std::mutex> hold(found.lock);
+    QueueFound* entry = nullptr;
+    for (QueueFound& queue : found.queues)
+        if (strcmp(queue.printer, printer) == 0) entry = &queue;
+    if (entry == nullptr) {
+        entry = &found.queues[found.next];
+        found.next = (found.next + 1) % kQueuesFound;
+        CopyText(entry->printer, printer);
+    }
+    entry->atMs = TickCountMs();
+}
 
 // Owns the destination list of cupsGetDests.
 class DestList {
@@ -123,10 +170,13 @@ int SpoolerGetDefaultPrinter(char* out, size_t cap) {
 bool SpoolerCanOpenPrinter(const char* printer) {
     if (printer == nullptr || printer[0] == '\0') return false;
     if (IsFilePrinter(printer)) return true;
-    // One request over a kept connection: a received job asks for its queue every time.
+    if (FoundOfLate(printer)) return true;
+    // One request over a kept connection.
     static const char* const kName[] = {"printer-name"};
     IppMessage response;
-    return QueryPrinterAttributes(printer, kName, 1, &response);
+    if (!QueryPrinterAttributes(printer, kName, 1, &response)) return false;
+    NoteFound(printer);
+    return true;
 }
 
 int SpoolerGetPrinter(const char* printer, SpoolerPrinterInfo* out) {
