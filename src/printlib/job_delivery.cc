@@ -185,8 +185,11 @@ int PrintToSpooler(const ZelHost* host, const PrintRequest& request, FILE* data,
                    vx::SpoolFormat format) {
     char error[kErrorSize];
     vx::SpoolJobPtr job;
-    int rc = vx::SpoolJobStart(request.printer, DocumentName(request), request.owner, format, &job,
-                               error, sizeof error);
+    // The copies follow each other in one document, whose length is known before it goes.
+    int64_t fileBytes = vx::FsSize(request.fileName);
+    int64_t documentBytes = fileBytes >= 0 ? fileBytes * std::max(request.copies, 0) : -1;
+    int rc = vx::SpoolJobStart(request.printer, DocumentName(request), request.owner, format,
+                               documentBytes, &job, error, sizeof error);
     if (rc != vx::kSpoolOk) {
         TraceError(host, "%s\n", error);
         return RcOf(rc);

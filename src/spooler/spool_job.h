@@ -48,9 +48,11 @@ using SpoolJobPtr = std::unique_ptr<SpoolJob, SpoolJobReleaser>;
 // Opens the printer and starts a job named title, for owner where the print system takes the
 // user from its caller (CUPS; the Windows spooler takes the service's own user). On failure *job
 // stays empty and error names the call that failed, the printer and the reason ("Create-Job
-// failed for printer X: ...").
+// failed for printer X: ..."). documentBytes is the length of the data to come when known (-1
+// otherwise): CUPS then takes the document in one piece instead of in chunks, and data beyond it,
+// or a document that ends short of it, fails the job.
 int SpoolJobStart(const char* printer, const char* title, const char* owner, SpoolFormat format,
-                  SpoolJobPtr* job, char* error, size_t errorSize);
+                  int64_t documentBytes, SpoolJobPtr* job, char* error, size_t errorSize);
 
 // Sends the next piece of the job's data.
 int SpoolJobWrite(SpoolJob* job, const void* data, size_t size, char* error, size_t errorSize);

@@ -69,10 +69,21 @@ class LpdServer:
 
     def kill(self):
         if self.proc is not None and self.proc.poll() is None:
+            if self.vorlix.windows:
+                # A crash as Windows has it: the system ends the process and closes its sockets.
+                # A SIGKILL to the Wine process leaves them to the wine server, which may keep the
+                # port listening for ever (and spin on them).
+                subprocess.run(["wine", "taskkill", "/F", "/IM", self.vorlix.exe.name],
+                               stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                               stderr=subprocess.DEVNULL, timeout=60)
+                try:
+                    self.proc.wait(timeout=10)
+                except subprocess.TimeoutExpired:
+                    pass
             self.proc.kill()
             self.proc.wait()
             # The next start must find the port free, or it ends at once ("port in use").
-            cp.wait_for_free_port(self.port)
+            assert cp.wait_for_free_port(self.port), f"port {self.port} still in use after a kill"
 
     def lines(self):
         return self.vorlix.trace_texts(self.vorlix.trace())

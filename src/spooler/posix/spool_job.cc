@@ -23,6 +23,7 @@ struct vx::SpoolJob {
     bool documentOpen = false;  // between cupsStartDocument and cupsFinishDocument
     bool settled = false;       // completed, or ended by CUPS: nothing left to cancel
     bool failed = false;        // a request failed: the connection is not used again
+    int64_t unsent = -1;        // of a document of known length, the bytes still to come
 };
 
 namespace vx {
@@ -156,6 +157,31 @@ int CreateJob(http_t* http, const char* printer, const char* title, const char* 
     return id != nullptr ? ippGetInteger(id, 0) : 0;
 }
 
+// Send-Document for the job's one document. Of a known length it goes with that length, in one
+// piece; else in chunks, as cupsStartDocument sends it (which knows no length).
+http_status_t StartDocument(http_t* http, const char* printer, int number, const char* title,
+                            const char* mime, int64_t length) {
+    if (length < 0) return cupsStartDocument(http, printer, number, title, mime, 1);
+    char uri[HTTP_MAX_URI];
+    PrinterUri(printer, uri, sizeof uri);
+    char resource[HTTP_MAX_URI];
+    FormatText(resource, sizeof resource, "/printers/%s", printer);
+    ipp_t* request = ippNewRequest(IPP_OP_SEND_DOCUMENT);
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri);
+    ippAddInteger(request, IPP_TAG_OPERATION, IPP_TAG_INTEGER, "job-id", number);
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr,
+                 cupsUser());
+    if (title != nullptr && title[0] != '\0')
+        ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "document-name", nullptr, title);
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_MIMETYPE, "document-format", nullptr, mime);
+    ippAddBoolean(request, IPP_TAG_OPERATION, "last-document", 1);
+    // The HTTP body is the request and the document after it.
+    http_status_t status =
+        cupsSendRequest(http, request, resource, ippLength(request) + static_cast<size_t>(length));
+    ippDelete(request);
+    return status;
+}
+
 // A queue that refuses jobs takes none; a stopped one still takes them and holds them.
 int CheckPrinterAccepts(const PrinterState& state, const char* printer, char* error,
                         size_t errorSize) {
@@ -190,7 +216,7 @@ void SpoolJobRelease(SpoolJob* job) {
 }
 
 int SpoolJobStart(const char* printer, const char* title, const char* owner, SpoolFormat format,
-                  SpoolJobPtr* job, char* error, size_t errorSize) {
+                  int64_t documentBytes, SpoolJobPtr* job, char* error, size_t errorSize) {
     job->reset();
     SpoolJobPtr created(new SpoolJob);
     CopyText(created->printer, printer);
@@ -229,7 +255,7 @@ int SpoolJobStart(const char* printer, const char* title, const char* owner, Spo
         return IsDeviceStatus(status) ? kSpoolDeviceError : kSpoolFailed;
     }
     const char* mime = format == SpoolFormat::kPdf ? "application/pdf" : CUPS_FORMAT_RAW;
-    if (cupsStartDocument(created->http.get(), printer, created->number, title, mime, 1) !=
+    if (StartDocument(created->http.get(), printer, created->number, title, mime, documentBytes) !=
         HTTP_STATUS_CONTINUE) {
         created->failed = true;
         FormatText(error, errorSize, "cupsStartDocument failed for printer %s (job %d): %s",
@@ -237,11 +263,19 @@ int SpoolJobStart(const char* printer, const char* title, const char* owner, Spo
         return kSpoolFailed;
     }
     created->documentOpen = true;
+    created->unsent = documentBytes;
     *job = std::move(created);
     return kSpoolOk;
 }
 
 int SpoolJobWrite(SpoolJob* job, const void* data, size_t size, char* error, size_t errorSize) {
+    if (job->unsent >= 0 && static_cast<uint64_t>(job->unsent) < size) {
+        job->failed = true;
+        FormatText(error, errorSize, "the data of job %d for printer %s is longer than announced",
+                   job->number, job->printer);
+        return kSpoolFailed;
+    }
+    if (job->unsent >= 0) job->unsent -= static_cast<int64_t>(size);
     if (cupsWriteRequestData(job->http.get(), static_cast<const char*>(data), size) !=
         HTTP_STATUS_CONTINUE) {
         job->failed = true;
@@ -253,6 +287,13 @@ int SpoolJobWrite(SpoolJob* job, const void* data, size_t size, char* error, siz
 }
 
 int SpoolJobFinish(SpoolJob* job, char* error, size_t errorSize) {
+    if (job->unsent > 0) {
+        // CUPS still waits for the rest: the job is cancelled over a connection of its own.
+        job->failed = true;
+        FormatText(error, errorSize, "the data of job %d for printer %s ended %lld bytes short",
+                   job->number, job->printer, static_cast<long long>(job->unsent));
+        return kSpoolFailed;
+    }
     ipp_status_t finished = cupsFinishDocument(job->http.get(), job->printer);
     job->documentOpen = false;
     if (finished > IPP_STATUS_OK_CONFLICTING) {

@@ -38,7 +38,7 @@ void SpoolJobRelease(SpoolJob* job) {
     delete job;
 }
 
-int SpoolJobStart(const char* printer, const char* title, const char*, SpoolFormat,
+int SpoolJobStart(const char* printer, const char* title, const char*, SpoolFormat, int64_t,
                   SpoolJobPtr* job, char* error, size_t errorSize) {
     job->reset();
     SpoolJobPtr opened(new SpoolJob);
