@@ -10,7 +10,9 @@ namespace vx {
 
 void* Czelprsrv::TrackedAlloc(size_t size, const char* file, int line, const char* tag,
                               int always) {
-    void* block = malloc(size == 0 ? 1 : size);
+    // Zeroed by calloc: a large block taken fresh from the system is zero already, so its pages
+    // stay untouched (and out of the resident set) until they are used.
+    void* block = calloc(1, size == 0 ? 1 : size);
     bool traced =
         (always != 0 && logLevel_ >= 1) || (always == 0 && memoryLog_ != 0 && logLevel_ >= 9);
     if (traced) {
@@ -27,7 +29,6 @@ void* Czelprsrv::TrackedAlloc(size_t size, const char* file, int line, const cha
         TraceError("Out of memory: %s failed.\n", "malloc");
         return nullptr;
     }
-    memset(block, 0, size);
     return block;
 }
 

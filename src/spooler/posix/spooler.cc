@@ -171,7 +171,11 @@ bool SpoolerCanOpenPrinter(const char* printer) {
     if (printer == nullptr || printer[0] == '\0') return false;
     if (IsFilePrinter(printer)) return true;
     if (FoundOfLate(printer)) return true;
-    // One request over a kept connection.
+    // One question at a time: senders that start together wait for the first answer instead of
+    // each opening a connection of its own (and keeping its buffers) to ask the same.
+    static std::mutex asking;
+    std::lock_guard<std::mutex> hold(asking);
+    if (FoundOfLate(printer)) return true;
     static const char* const kName[] = {"printer-name"};
     IppMessage response;
     if (!QueryPrinterAttributes(printer, kName, 1, &response)) return false;
