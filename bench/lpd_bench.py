@@ -160,7 +160,7 @@ class Server:
 
     def clear_output(self):
         for f in self.output.glob("*"):
-            f.unlink()
+            f.unlink(missing_ok=True)  # a job being written may move its file meanwhile
 
     def stop(self):
         self.proc.terminate()

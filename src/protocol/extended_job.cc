@@ -92,6 +92,7 @@ bool AppendToJob(SessionIo& io, ExtendedJob& job, const uint8_t* data, size_t le
 
 // What decoding a block produced.
 struct BlockOutput {
+    bool summed = false;  // the sender gave a checksum: the decoded bytes are added up
     int result = kBlockDone;
     size_t produced = 0;
     uint32_t sum = 0;
@@ -105,7 +106,7 @@ bool DecodeBlock(SessionIo& io, ExtendedJob& job, const uint8_t* in, size_t inLe
     if (job.compression == 0) {
         out->calls = 1;
         out->produced = inLength;
-        out->sum = AddToBlockSum(0, in, inLength);
+        if (out->summed) out->sum = AddToBlockSum(0, in, inLength);
         return AppendToJob(io, job, in, inLength);
     }
     C2BlockPtr c2;
@@ -130,7 +131,7 @@ bool DecodeBlock(SessionIo& io, ExtendedJob& job, const uint8_t* in, size_t inLe
         }
         ++out->calls;
         out->produced += produced;
-        out->sum = AddToBlockSum(out->sum, io.aux, produced);
+        if (out->summed) out->sum = AddToBlockSum(out->sum, io.aux, produced);
         if (out->result >= 0 && !AppendToJob(io, job, io.aux, produced)) return false;
     } while (out->result == kBlockOutputFull);
     if (job.compression == 1)
@@ -263,6 +264,7 @@ SessionStep ReceiveDataBlock(SessionIo& io, ExtendedJob& job, int32_t length) {
 
     if (job.scramble) UnscrambleBlock(job.key, io.data, static_cast<size_t>(size));
     BlockOutput out;
+    out.summed = checksum != 0;
     if (!DecodeBlock(io, job, io.data, static_cast<size_t>(size), &out)) return kStepEnd;
     if (out.result < 0) {
         TraceError("Decompression error code = %d. (nihdl = %p)\n", out.result,
