@@ -89,6 +89,24 @@ class LpdServer:
         return self.vorlix.trace_texts(self.vorlix.trace())
 
 
+def job_files(vorlix):
+    """What the temporary directory holds besides the trace logs (and their dated copies)."""
+    if not vorlix.log_dir.exists():
+        return []
+    names = []
+    for p in vorlix.log_dir.iterdir():
+        name = p.name.lower()
+        if name.startswith("vxspare."):
+            try:
+                size = p.stat().st_size
+            except FileNotFoundError:
+                continue  # a job has just taken it
+            assert size == 0, p.name  # emptied, kept for the next job
+        elif ".dbg" not in name and ".nit" not in name:
+            names.append(p.name)
+    return sorted(names)
+
+
 @pytest.fixture
 def server(vorlix, cups):
     servers = []

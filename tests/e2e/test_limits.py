@@ -12,7 +12,7 @@ import time
 import pytest
 
 import cups_printer as cp
-from lpd_clients import RawSender, random_bytes, send_job
+from lpd_clients import RawSender, job_files, random_bytes, send_job
 from lpd_clients import server  # noqa: F401 (a fixture)
 
 FULL = "Error: All 2048 network handles are in use"
@@ -40,21 +40,6 @@ def idle_connections(port, count):
 def close_all(conns):
     for c in conns:
         c.close()
-
-
-def job_files(vorlix):
-    """What the temporary directory holds besides the trace logs."""
-    if not vorlix.log_dir.exists():
-        return []
-    names = []
-    for p in vorlix.log_dir.iterdir():
-        name = p.name.lower()
-        if name.startswith("vxspare."):
-            # Emptied, kept for the next job (unless one has just taken it).
-            assert not p.exists() or p.stat().st_size == 0, p.name
-        elif ".dbg" not in name and ".nit" not in name:
-            names.append(p.name)
-    return sorted(names)
 
 
 def wait_for_line(server, wanted, timeout=60):

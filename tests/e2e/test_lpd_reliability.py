@@ -18,7 +18,7 @@ import time
 import pytest
 
 import cups_printer as cp
-from lpd_clients import RawSender, random_bytes, send_job, try_job
+from lpd_clients import RawSender, job_files, random_bytes, send_job, try_job
 from lpd_clients import server  # noqa: F401 (a fixture)
 
 HEADER = re.compile(rb"vorlix job (\d{6})\n")
@@ -40,21 +40,6 @@ def job_numbers(printed):
 def data_name(number):
     """The data-file name send_job gives a job."""
     return f"dfA{number % 1000:03d}vxtest"
-
-
-def job_files(vorlix):
-    """What the temporary directory holds besides the trace logs (and their dated copies)."""
-    if not vorlix.log_dir.exists():
-        return []
-    names = []
-    for p in vorlix.log_dir.iterdir():
-        name = p.name.lower()
-        if name.startswith("vxspare."):
-            # Emptied, kept for the next job (unless one has just taken it).
-            assert not p.exists() or p.stat().st_size == 0, p.name
-        elif ".dbg" not in name and ".nit" not in name:
-            names.append(p.name)
-    return sorted(names)
 
 
 def wait_until(condition, timeout=120.0):
