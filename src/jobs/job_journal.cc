@@ -31,7 +31,7 @@ bool KeepFiles() {
 }
 
 void RemoveDataFile(const char* path) {
-    if (KeepAsSpare(path) || FsRemove(path) == 0)
+    if (DisposeJobFile(path))
         Trace(kTraceNotable, "File %s successfully deleted.\n", path);
     else if (FsExists(path))
         TraceError("Cannot delete file %s \n.", path);
@@ -133,10 +133,7 @@ int ReserveJobJournal(const char* dataFile, bool* taken) {
     if (!JournalingOn()) return 0;
     char path[kMaxPath];
     if (!JournalPath(dataFile, path, sizeof path)) return -1;
-    bool inUse = false;
-    StreamPtr reserved(TakeSpareFile(path, &inUse));
-    if (!reserved && !inUse) reserved.reset(FsCreateNewStream(path, &inUse));
-    if (taken != nullptr) *taken = inUse;
+    StreamPtr reserved(NewJobFile(path, taken));
     return reserved ? 0 : -1;
 }
 
@@ -189,14 +186,14 @@ void RetireJobFiles(const JobInfo& job) {
     // The data file first: a journal without its data file is cleared at the next start, a data
     // file without its journal would stay for ever.
     if (!KeepFiles()) RemoveDataFile(job.FileName);
-    if (journaled && !KeepAsSpare(path)) FsRemove(path);
+    if (journaled) DisposeJobFile(path);
 }
 
 void ReleaseFinishedJobFiles(const char* dataFile) {
     if (dataFile == nullptr || dataFile[0] == '\0') return;
     if (!KeepFiles()) RemoveDataFile(dataFile);
     char path[kMaxPath];
-    if (JournalPath(dataFile, path, sizeof path) && !KeepAsSpare(path)) FsRemove(path);
+    if (JournalPath(dataFile, path, sizeof path)) DisposeJobFile(path);
 }
 
 std::vector<SavedJob> ReadJobJournals() {

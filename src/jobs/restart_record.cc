@@ -58,6 +58,23 @@ void TakeString(const RestartRecord& r, size_t* at, char* out, size_t cap, size_
     *at += n < rest ? n + 1 : n;
 }
 
+// A record as it stands in a file: the length field ("%.5u" for jobs, "%.5d" for statuses: the
+// same digits), then the bytes; written with one fwrite.
+class EncodedRecord {
+  public:
+    explicit EncodedRecord(const RestartRecord& r) {
+        length_ = FormatText(bytes_, sizeof bytes_, "%.5u", static_cast<unsigned>(r.length));
+        size_t data = std::min(r.length, sizeof bytes_ - length_);
+        memcpy(bytes_ + length_, r.data, data);
+        length_ += data;
+    }
+    bool WriteTo(FILE* file) const { return fwrite(bytes_, 1, length_, file) == length_; }
+
+  private:
+    char bytes_[kMaxRestartRecord + 8];
+    size_t length_ = 0;
+};
+
 // The directory part of a path, separator included ("" when there is none).
 void DirectoryOf(const char* path, char* out, size_t cap) {
     size_t cut = 0;
@@ -146,13 +163,10 @@ RestartReadResult ReadRestartRecord(FILE* file, RestartRecord* r, unsigned* anno
 }
 
 int AppendRestartRecord(const char* path, const RestartRecord& r, bool durable) {
-    char bytes[kMaxRestartRecord + 8];
-    size_t head = FormatText(bytes, sizeof bytes, "%.5u", static_cast<unsigned>(r.length));
-    size_t length = std::min(r.length, sizeof bytes - head);
-    memcpy(bytes + head, r.data, length);
+    EncodedRecord encoded(r);
     StreamPtr file(FsOpenStream(path, "a"));
     if (!file) return -1;
-    bool ok = fwrite(bytes, 1, head + length, file.get()) == head + length;
+    bool ok = encoded.WriteTo(file.get());
     ok = fflush(file.get()) == 0 && ok;
     if (ok && durable) ok = FsFlushToDisk(file.get()) == 0;
     ok = fclose(file.release()) == 0 && ok;
@@ -174,10 +188,7 @@ RestartFileWriter::~RestartFileWriter() {
 }
 
 void RestartFileWriter::Write(const RestartRecord& r) {
-    if (!file_) return;
-    // The length field ("%.5u" for jobs, "%.5d" for statuses: the same digits), then the bytes.
-    fprintf(file_.get(), "%.5u", static_cast<unsigned>(r.length));
-    fwrite(r.data, 1, r.length, file_.get());
+    if (file_) EncodedRecord(r).WriteTo(file_.get());
 }
 
 int RestartFileWriter::Commit() {

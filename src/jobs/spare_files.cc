@@ -52,12 +52,13 @@ void SparePath(const char* directory, uint32_t number, char* out, size_t cap) {
 }
 
 // A spare of path's directory, taken out of the pool; false when there is none.
-bool PopSpare(const char* path, char* spare, size_t cap) {
+bool PopSpare(const char* path, char* spare, size_t cap, uint32_t* number) {
     SparePool& pool = Pool();
     std::lock_guard<std::mutex> hold(pool.lock);
     if (pool.numbers.empty() || !InPoolDirectory(pool, path)) return false;
-    SparePath(pool.directory, pool.numbers.back(), spare, cap);
+    *number = pool.numbers.back();
     pool.numbers.pop_back();
+    SparePath(pool.directory, *number, spare, cap);
     return true;
 }
 
@@ -84,12 +85,6 @@ bool SpareName(const char* path, char* spare, size_t cap, uint32_t* number) {
     return true;
 }
 
-// The number at the end of a spare's path.
-uint32_t SpareNumber(const char* spare) {
-    const char* digits = strrchr(spare, '.');
-    return digits != nullptr ? static_cast<uint32_t>(strtoul(digits + 1, nullptr, 10)) : 0;
-}
-
 bool EmptyFile(const char* path) {
     StreamPtr file(FsOpenStream(path, "wb"));
     return file != nullptr;
@@ -104,19 +99,15 @@ int AdoptLeftSpare(void* context, const char* name) {
     unsigned long number = strtoul(name + prefix, &end, 10);
     char path[kMaxPath];
     FormatText(path, sizeof path, "%s%s", static_cast<const char*>(context), name);
-    bool adopted = false;
-    if (number > 0 && number < UINT32_MAX && end != nullptr && *end == '\0' && FsSize(path) == 0) {
-        SparePool& pool = Pool();
-        std::lock_guard<std::mutex> hold(pool.lock);
-        if (pool.numbers.size() < kMaxSpares) {
-            pool.numbers.push_back(static_cast<uint32_t>(number));
-            adopted = true;
-        }
+    bool named = number > 0 && number < UINT32_MAX && end != nullptr && *end == '\0';
+    if (!named || FsSize(path) != 0 || !PushSpare(static_cast<uint32_t>(number))) {
+        FsRemove(path);
+        return 0;
     }
-    if (!adopted) FsRemove(path);
+    // New spares are named beyond every one taken over.
     uint32_t next = static_cast<uint32_t>(number) + 1;
     uint32_t current = g_nextSpare.load();
-    while (adopted && current < next && !g_nextSpare.compare_exchange_weak(current, next)) {
+    while (current < next && !g_nextSpare.compare_exchange_weak(current, next)) {
     }
     return 0;
 }
@@ -126,12 +117,13 @@ int AdoptLeftSpare(void* context, const char* name) {
 FILE* TakeSpareFile(const char* path, bool* taken) {
     if (taken != nullptr) *taken = false;
     char spare[kMaxPath];
-    if (path == nullptr || !PopSpare(path, spare, sizeof spare)) return nullptr;
+    uint32_t number = 0;
+    if (path == nullptr || !PopSpare(path, spare, sizeof spare, &number)) return nullptr;
     // The rename never replaces a file: a name in use stays its owner's.
     if (FsRename(spare, path) != 0) {
         if (FsExists(path)) {
             if (taken != nullptr) *taken = true;
-            if (!PushSpare(SpareNumber(spare))) FsRemove(spare);
+            if (!PushSpare(number)) FsRemove(spare);
         } else {
             FsRemove(spare);
         }
@@ -141,6 +133,14 @@ FILE* TakeSpareFile(const char* path, bool* taken) {
     // new job's bytes out at its close instead of in its own time.
     FILE* file = FsOpenStream(path, "r+b");
     if (file == nullptr) FsRemove(path);
+    return file;
+}
+
+FILE* NewJobFile(const char* path, bool* taken) {
+    bool inUse = false;
+    FILE* file = TakeSpareFile(path, &inUse);
+    if (file == nullptr && !inUse) file = FsCreateNewStream(path, &inUse);
+    if (taken != nullptr) *taken = inUse;
     return file;
 }
 
@@ -154,6 +154,10 @@ bool KeepAsSpare(const char* path) {
     if (FsRename(path, spare) != 0) return false;
     if (!EmptyFile(spare) || !PushSpare(number)) FsRemove(spare);
     return true;
+}
+
+bool DisposeJobFile(const char* path) {
+    return KeepAsSpare(path) || FsRemove(path) == 0;
 }
 
 void TakeOverSpareFiles() {

@@ -14,9 +14,16 @@ namespace vx {
 // (*taken set) or the spare cannot be used; the caller then creates the file itself.
 FILE* TakeSpareFile(const char* path, bool* taken);
 
+// A new file of a received job, for binary writing: a spare renamed into place when there is one,
+// else a file created; either way only when the name is free (*taken set when it is in use).
+FILE* NewJobFile(const char* path, bool* taken);
+
 // Moves a finished job's file out of its name, empties it and keeps it as a spare. False when it
 // is not kept (the pool is full, or the file cannot be moved): the caller removes it.
 bool KeepAsSpare(const char* path);
+
+// A job's file is done with: kept as a spare, else removed. True when its name is free.
+bool DisposeJobFile(const char* path);
 
 // Start: the spare files an earlier run left in the temporary directory become this run's (an
 // orderly stop leaves them for the next start, so that a restart creates no files either).

@@ -6,10 +6,10 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <mutex>
 
 #include "base/clock.h"
 #include "base/fileops.h"
+#include "base/named_slots.h"
 #include "base/sync.h"
 #include "base/text.h"
 #include "printlib/file_printer.h"
@@ -39,47 +39,21 @@ constexpr uint64_t kDeliveryPollShare = 16;
 // How long each printer's jobs took to reach the device of late: the first look at the next job
 // waits until shortly before that, instead of asking the print system again and again. A few
 // printers are remembered; one not among them starts from nothing.
-constexpr size_t kRememberedPrinters = 32;
-struct DeliveryTime {
-    char printer[256] = {};
-    uint64_t ms = 0;
-};
-struct DeliveryTimes {
-    std::mutex lock;
-    DeliveryTime printers[kRememberedPrinters];
-    size_t next = 0;  // the entry a new printer takes
-};
-
-DeliveryTimes& TheDeliveryTimes() {
-    static DeliveryTimes* times = new DeliveryTimes;  // outlives the threads that print
+vx::NamedSlots<uint64_t, 32>& DeliveryTimes() {
+    static auto* times = new vx::NamedSlots<uint64_t, 32>;  // outlives the threads that print
     return *times;
 }
 
-DeliveryTime* FindDeliveryTime(DeliveryTimes& times, const char* printer) {
-    for (DeliveryTime& entry : times.printers)
-        if (strcmp(entry.printer, printer) == 0) return &entry;
-    return nullptr;
-}
-
 uint64_t TypicalDeliveryMs(const char* printer) {
-    DeliveryTimes& times = TheDeliveryTimes();
-    std::lock_guard<std::mutex> hold(times.lock);
-    const DeliveryTime* entry = FindDeliveryTime(times, printer);
-    return entry != nullptr ? entry->ms : 0;
+    uint64_t ms = 0;
+    DeliveryTimes().Find(printer, &ms);
+    return ms;
 }
 
 void NoteDeliveryTime(const char* printer, uint64_t ms) {
-    DeliveryTimes& times = TheDeliveryTimes();
-    std::lock_guard<std::mutex> hold(times.lock);
-    DeliveryTime* entry = FindDeliveryTime(times, printer);
-    if (entry == nullptr) {
-        entry = &times.printers[times.next];
-        times.next = (times.next + 1) % kRememberedPrinters;
-        vx::CopyText(entry->printer, printer);
-        entry->ms = ms;
-        return;
-    }
-    entry->ms = (entry->ms * 3 + ms) / 4;
+    DeliveryTimes().Note(printer, [ms](uint64_t* typical, bool known) {
+        *typical = known ? (*typical * 3 + ms) / 4 : ms;
+    });
 }
 
 uint64_t NextDeliveryPollMs(uint64_t typicalMs, uint64_t onItsWayMs) {

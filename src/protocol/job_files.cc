@@ -16,8 +16,7 @@ constexpr int kMaxSuffix = 999;
 // its journal's) is in use.
 FILE* CreateUnderName(const char* path, bool* taken) {
     if (ReserveJobJournal(path, taken) != 0) return nullptr;
-    FILE* file = TakeSpareFile(path, taken);
-    if (file == nullptr && !*taken) file = FsCreateNewStream(path, taken);
+    FILE* file = NewJobFile(path, taken);
     if (file == nullptr) RemoveJobJournalOf(path);
     return file;
 }

@@ -30,7 +30,6 @@ constexpr int64_t kControlStartRoom = 4096;
 constexpr int64_t kDataRead = 256 * 1024;
 // The data trace (level 10) shows a data file in slices of this many bytes.
 constexpr int32_t kTracedDataSlice = 2000;
-constexpr size_t kTracedDataLength = 2048;
 // Letters and digits of a data file name that are kept.
 constexpr size_t kMaxDataName = 512;
 // Room for the ".%03d" suffix of a name that is taken already, and for the ".job" and ".tmp"
@@ -60,18 +59,14 @@ void StoredDataName(const char* fileName, size_t dirLength, char* name, size_t c
     if (IsReservedTempName(name)) name[0] = '\0';
 }
 
-// Bytes of a data file at trace level 10, cut for the trace line.
-void TraceDataBlock(const char* data, int32_t length) {
-    int shown = static_cast<int>(std::min(static_cast<size_t>(length), kTracedDataLength));
-    Trace(kTraceData, "%.*s\n", shown, data);
-}
-
 // The bytes of one read at trace level 10, one line per slice of kTracedDataSlice bytes, as the
 // data trace has always shown them.
 void TraceDataRead(const char* data, int32_t length) {
     if (g_prsrv == nullptr || !g_prsrv->TraceOn(kTraceData)) return;
-    for (int32_t at = 0; at < length; at += kTracedDataSlice)
-        TraceDataBlock(data + at, std::min(length - at, kTracedDataSlice));
+    for (int32_t at = 0; at < length; at += kTracedDataSlice) {
+        Trace(kTraceData, "%.*s\n", static_cast<int>(std::min(length - at, kTracedDataSlice)),
+              data + at);
+    }
 }
 
 // The room after a full buffer of room bytes: twice as much, or all the announced size needs

@@ -98,7 +98,7 @@ HttpPtr TakeCupsConnection(bool* reused) {
             if (now - kept.lastUsedMs <= kKeptConnectionIdleMs) taken = std::move(kept.http);
         }
     }
-    *reused = taken != nullptr;
+    if (reused != nullptr) *reused = taken != nullptr;
     return taken != nullptr ? std::move(taken) : ConnectToCups();
 }
 
@@ -117,8 +117,7 @@ bool QueryPrinterAttributes(const char* printer, const char* const* attributes, 
     if (httpAssembleURIf(HTTP_URI_CODING_ALL, uri, sizeof uri, "ipp", nullptr, "localhost",
                          ippPort(), "/printers/%s", printer) != HTTP_URI_STATUS_OK)
         return false;
-    bool reused = false;
-    HttpPtr http = TakeCupsConnection(&reused);
+    HttpPtr http = TakeCupsConnection(nullptr);
     if (http == nullptr) return false;
     ipp_t* request = ippNewRequest(IPP_OP_GET_PRINTER_ATTRIBUTES);
     if (request == nullptr) return false;

@@ -36,8 +36,8 @@ HttpPtr ConnectToCups(int timeoutMs = kCupsConnectTimeoutMs);
 
 // Requests that follow each other (a job after a job, the queue check of each received job)
 // reuse connections: a caller takes one, kept from an earlier request while it is fresh, else a
-// new one (*reused tells which; null when CUPS cannot be reached), and gives it back when its
-// request ended cleanly. A few are kept; libcups connections serve one thread at a time.
+// new one (*reused, when given, tells which; null when CUPS cannot be reached), and gives it back
+// when its request ended cleanly. A few are kept; libcups connections serve one thread at a time.
 HttpPtr TakeCupsConnection(bool* reused);
 void KeepCupsConnection(HttpPtr http);
 

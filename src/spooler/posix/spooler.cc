@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "base/clock.h"
+#include "base/named_slots.h"
 #include "base/text.h"
 #include "spooler/posix/cups_printer.h"
 
@@ -18,45 +19,20 @@ namespace {
 // CUPS once a second, not once a job. A queue removed within that moment refuses the job when it
 // prints, as it refuses the jobs already waiting for it.
 constexpr uint64_t kQueueFoundValidMs = 1000;
-constexpr size_t kQueuesFound = 16;
 
-struct QueueFound {
-    char printer[256] = {};
-    uint64_t atMs = 0;
-};
-struct QueuesFound {
-    std::mutex lock;
-    QueueFound queues[kQueuesFound];
-    size_t next = 0;  // the entry a new queue takes
-};
-
-QueuesFound& TheQueuesFound() {
-    static QueuesFound* found = new QueuesFound;  // outlives the connection threads
+NamedSlots<uint64_t, 16>& QueuesFound() {
+    static auto* found = new NamedSlots<uint64_t, 16>;  // when each was found; outlives threads
     return *found;
 }
 
 bool FoundOfLate(const char* printer) {
-    QueuesFound& found = TheQueuesFound();
-    uint64_t now = TickCountMs();
-    std::lock_guard<std::mutex> hold(found.lock);
-    for (const QueueFound& queue : found.queues)
-        if (now - queue.atMs < kQueueFoundValidMs && strcmp(queue.printer, printer) == 0)
-            return true;
-    return false;
+    uint64_t foundMs = 0;
+    return QueuesFound().Find(printer, &foundMs) && TickCountMs() - foundMs < kQueueFoundValidMs;
 }
 
 void NoteFound(const char* printer) {
-    QueuesFound& found = TheQueuesFound();
-    std::lock_guard<std::mutex> hold(found.lock);
-    QueueFound* entry = nullptr;
-    for (QueueFound& queue : found.queues)
-        if (strcmp(queue.printer, printer) == 0) entry = &queue;
-    if (entry == nullptr) {
-        entry = &found.queues[found.next];
-        found.next = (found.next + 1) % kQueuesFound;
-        CopyText(entry->printer, printer);
-    }
-    entry->atMs = TickCountMs();
+    uint64_t now = TickCountMs();
+    QueuesFound().Note(printer, [now](uint64_t* foundMs, bool) { *foundMs = now; });
 }
 
 // Owns the destination list of cupsGetDests.
