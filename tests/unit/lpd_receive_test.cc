@@ -260,31 +260,20 @@ TEST_F(LpdReceiveFixture, ControlFileWhoseJobsCannotBeTakenOverIsRefused) {
     EXPECT_TRUE(Logged("Error: Job for printer 'PRINTER' refused"));
 }
 
-// Control files above 32000 bytes are read in pieces after a warning, up to 16 MiB.
-TEST_F(LpdReceiveFixture, ControlFilesAreBoundedAt16MiB) {
+// Without a control file there is no job: one announced above 16 MiB is refused at once (the
+// failed subcommand ends the dialogue), and data files alone are not kept.
+TEST_F(LpdReceiveFixture, WithoutAControlFileThereIsNoJobAndNoFile) {
+    const std::string missing =
+        "Error: Controlfile is missing (protocol or network problem). No printout.\n";
     StartReceiving();
     EXPECT_EQ(Send(Line('\x02', "16777217 cfA001host\n")), 0xff);
-    EXPECT_TRUE(Finish().empty());  // the failed subcommand ends the dialogue
-    EXPECT_TRUE(
-        Logged("Error: Controlfile is missing (protocol or network problem). No printout.\n"));
+    EXPECT_TRUE(Finish().empty());
+    EXPECT_EQ(vxtest::CountOccurrences(Log(), missing), 1);
 
-    StartReceiving();
-    std::string control = PaddedControl(kControl, 16 * 1024 * 1024);
-    EXPECT_EQ(SendFile('\x02', "cfA001host", control), std::make_pair(0, 0));
-    EXPECT_EQ(SendFile('\x03', "dfA001host", "x"), std::make_pair(0, 0));
-    const auto& jobs = CloseAndFinish();
-    ASSERT_EQ(jobs.size(), 1u);
-    EXPECT_EQ(jobs[0].record.Copies, 1);
-    EXPECT_STREQ(jobs[0].record.Owner, "user");
-    EXPECT_TRUE(Logged("Error: Warning: Commandfile bigger than 32000 Bytes (16777216).\n"));
-}
-
-TEST_F(LpdReceiveFixture, DataFilesWithoutControlFileMakeNoJobAndLeaveNoFile) {
     StartReceiving();
     EXPECT_EQ(SendFile('\x03', "dfA001host", "data"), std::make_pair(0, 0));
     EXPECT_TRUE(CloseAndFinish().empty());
-    EXPECT_TRUE(
-        Logged("Error: Controlfile is missing (protocol or network problem). No printout.\n"));
+    EXPECT_EQ(vxtest::CountOccurrences(Log(), missing), 2);
     EXPECT_FALSE(Exists("dfA001host"));
 }
 
@@ -351,14 +340,13 @@ TEST_F(LpdReceiveFixture, DataFileCutShortAfterTheControlFileMakesNoJob) {
 }
 
 // A data file of several read pieces, arriving in pieces of odd sizes that straddle them, is
-// stored byte for byte; the data trace (level 10) shows all of it in slices of at most 2000 bytes.
-TEST_F(LpdReceiveFixture, LargeDataFileInOddPiecesIsStoredWholeAndTracedInSlices) {
-    prsrv_->ChangeTraceOption("LogLevel", "10");
+// stored byte for byte.
+TEST_F(LpdReceiveFixture, LargeDataFileInOddPiecesIsStoredWhole) {
     std::string data(3 * 256 * 1024 + 12345, '\0');
     uint32_t state = 12345;
     for (char& c : data) {
         state = state * 1103515245u + 12345u;
-        c = static_cast<char>('a' + (state >> 16) % 26);  // no blank: only data lines look so
+        c = static_cast<char>(state >> 16);
     }
     StartReceiving();
     EXPECT_EQ(SendFile('\x02', "cfA001host", kControl), std::make_pair(0, 0));
@@ -375,45 +363,6 @@ TEST_F(LpdReceiveFixture, LargeDataFileInOddPiecesIsStoredWholeAndTracedInSlices
     const auto& jobs = CloseAndFinish();
     ASSERT_EQ(jobs.size(), 1u);
     EXPECT_TRUE(vxtest::ReadWholeFile(jobs[0].context.FileName) == data);
-
-    // The trace after the announcement: each read's line, then its bytes in slices of 2000 from
-    // the read's start, each shown as far as a trace line holds it (a line that is cut has lost
-    // its line feed).
-    std::string log = Log();
-    size_t at = log.find("Datafile dfA001host, ");
-    ASSERT_NE(at, std::string::npos);
-    size_t received = 0;
-    size_t readEnd = 0;
-    int slices = 0;
-    while (received < data.size()) {
-        at = log.find("Th ", at);
-        ASSERT_NE(at, std::string::npos) << received << " of " << data.size() << " bytes traced";
-        size_t begin = log.find(") ", at) + 2;
-        at = log.find("Th ", begin);
-        std::string text = log.substr(begin, at == std::string::npos ? at : at - begin);
-        const std::string withLen = " with len ";
-        if (text.rfind("SocketRead read ", 0) == 0) {
-            // A read of up to 259 bytes has a second line; the first read line follows the whole
-            // trace of the read before.
-            if (text.rfind("SocketRead read complete buffer ", 0) != 0) {
-                ASSERT_EQ(received, readEnd) << "the read before was not traced whole";
-            }
-            size_t len = text.rfind(withLen);
-            readEnd =
-                received +
-                (len == std::string::npos ? 1 : std::stoul(text.substr(len + withLen.size())));
-            continue;
-        }
-        if (text.find_first_not_of("abcdefghijklmnopqrstuvwxyz\n") != std::string::npos) continue;
-        size_t slice = std::min<size_t>(2000, readEnd - received);
-        bool whole = !text.empty() && text.back() == '\n';
-        if (whole) text.pop_back();
-        ASSERT_TRUE(whole ? text.size() == slice : text.size() < slice) << "at " << received;
-        ASSERT_TRUE(text == data.substr(received, text.size())) << "at " << received;
-        received += slice;
-        ++slices;
-    }
-    EXPECT_GE(slices, static_cast<int>(data.size() / 2000));
 }
 
 TEST_F(LpdReceiveFixture, SilentSenderIsRefusedAfterTheRetries) {
@@ -504,31 +453,42 @@ Analysis Analyse(const std::string& control) {
     return {owner, title, copies};
 }
 
-TEST(ControlFileAnalysis, SpoolRequestAndCompactJobNamesGiveTheSpoolIdTitle) {
+TEST(ControlFileAnalysis, TitleFromOwnerAndJobName) {
     struct Case {
-        const char* job;
+        const char* control;
         const char* title;
     };
     const Case cases[] = {
         // Spool request names: the second character counts the part in steps of 26.
-        {"SP12345B", "u/SP12345B: Spool-ID 12345-1"},
-        {"SR00042Z", "u/SR00042Z: Spool-ID 42-77"},
+        {"Pu\nJSP12345B\nldf\n", "u/SP12345B: Spool-ID 12345-1"},
+        {"Pu\nJSR00042Z\nldf\n", "u/SR00042Z: Spool-ID 42-77"},
         // Compact names are read in base 62 with two alphabets.
-        {"0000001A", "u/0000001A: Spool-ID 0-72"},
+        {"Pu\nJ0000001A\nldf\n", "u/0000001A: Spool-ID 0-72"},
         // "T" is 28 as the first character, 29 after it; "S" first has no value.
-        {"T0000000", "u/T0000000: Spool-ID 3009192168-12800"},
-        {"TTzaS-9Z", "u/TTzaS-9Z: Spool-ID 3061182814-19729"},
-        {"aB3dE5gH", "u/aB3dE5gH: Spool-ID 3780659235-30257"},
+        {"Pu\nJT0000000\nldf\n", "u/T0000000: Spool-ID 3009192168-12800"},
+        {"Pu\nJTTzaS-9Z\nldf\n", "u/TTzaS-9Z: Spool-ID 3061182814-19729"},
+        {"Pu\nJaB3dE5gH\nldf\n", "u/aB3dE5gH: Spool-ID 3780659235-30257"},
         // Cut at the last dot; with a dot an "S" name is no spool request name.
-        {"Z1234567.txt", "u/Z1234567.txt: Spool-ID 3655809766-1951"},
-        {"SABCDEFG.x", "u/SABCDEFG.x: Spool-ID 17647103-14946"},
-        // Anything else is owner and job name.
-        {"SHORT", "u:SHORT"},
-        {"ABCDEFGHI", "u:ABCDEFGHI"},
-        {"a.b.ABCDEFGHI", "u:a.b.ABCDEFGHI"},
+        {"Pu\nJZ1234567.txt\nldf\n", "u/Z1234567.txt: Spool-ID 3655809766-1951"},
+        {"Pu\nJSABCDEFG.x\nldf\n", "u/SABCDEFG.x: Spool-ID 17647103-14946"},
+        // Anything else is owner and job name, both cut, the job name to its last path component.
+        {"Pu\nJSHORT\nldf\n", "u:SHORT"},
+        {"Pu\nJABCDEFGHI\nldf\n", "u:ABCDEFGHI"},
+        {"Pu\nJa.b.ABCDEFGHI\nldf\n", "u:a.b.ABCDEFGHI"},
+        {"Pverylongusername other\nJ/usr/tmp/report 1\nl\n", "verylonguser:report"},
+        {"Pu\nJC:\\spool\\file.txt\nl\n", "u:file.txt"},
+        {"Pu\nJa\\b/c\\d\nl\n", "u:c\\d"},  // "/" wins over "\"
+        // "N" names the job only while no "J" came before it.
+        {"Pu\nNfirst\nJsecond\nNthird\nl\n", "u:second"},
+        {"Pu\nNonly\nl\n", "u:only"},
+        // Owner and job name change between print lines: the last print line wins.
+        {"Pa\nJjob1\nldf\nPb\nJjob2\nldf\nPc\nJjob3\n", "b:job2"},
+        // A print line before the names sees what the first pass found.
+        {"ldf\nJx\nPu\n", "u:x"},
     };
-    for (const Case& c : cases)
-        EXPECT_EQ(Analyse(std::string("Pu\nJ") + c.job + "\nldf\n").title, c.title) << c.job;
+    for (const Case& c : cases) EXPECT_EQ(Analyse(c.control).title, c.title) << c.control;
+    EXPECT_EQ(Analyse("Pverylongusername other\nl\n").owner, "verylonguser");
+    EXPECT_EQ(Analyse("Pu\nJ" + std::string(60, 'n') + "\nl\n").title, "u:" + std::string(50, 'n'));
 }
 
 TEST(ControlFileAnalysis, PrintLinesCountAndReplaceTheDefault) {
@@ -547,26 +507,6 @@ TEST(ControlFileAnalysis, PrintLinesNameDataFilesExactly) {
     EXPECT_EQ(vx::CountPrintLinesNaming(control.c_str(), "dfB"), 1);
     EXPECT_EQ(vx::CountPrintLinesNaming(control.c_str(), "df"), 0);
     EXPECT_EQ(vx::CountPrintLinesNaming(control.c_str(), "u"), 0);
-}
-
-TEST(ControlFileAnalysis, OwnerAndJobNameAreCutAndTakeTheLastPathComponent) {
-    EXPECT_EQ(Analyse("Pverylongusername other\nJ/usr/tmp/report 1\nl\n").title,
-              "verylonguser:report");
-    EXPECT_EQ(Analyse("Pverylongusername other\nl\n").owner, "verylonguser");
-    EXPECT_EQ(Analyse("Pu\nJC:\\spool\\file.txt\nl\n").title, "u:file.txt");
-    EXPECT_EQ(Analyse("Pu\nJa\\b/c\\d\nl\n").title, "u:c\\d");  // "/" wins over "\"
-    std::string longName(60, 'n');
-    EXPECT_EQ(Analyse("Pu\nJ" + longName + "\nl\n").title, "u:" + std::string(50, 'n'));
-}
-
-TEST(ControlFileAnalysis, TitleFollowsTheLinesInForceAtTheLastPrintLine) {
-    // "N" names the job only while no "J" came before it.
-    EXPECT_EQ(Analyse("Pu\nNfirst\nJsecond\nNthird\nl\n").title, "u:second");
-    EXPECT_EQ(Analyse("Pu\nNonly\nl\n").title, "u:only");
-    // Owner and job name change between print lines: the last print line wins.
-    EXPECT_EQ(Analyse("Pa\nJjob1\nldf\nPb\nJjob2\nldf\nPc\nJjob3\n").title, "b:job2");
-    // A print line before the names sees what the first pass found.
-    EXPECT_EQ(Analyse("ldf\nJx\nPu\n").title, "u:x");
 }
 
 // ---- what a sender can make the service hold and trace ----

@@ -133,17 +133,6 @@ TEST_F(NetFixture, StartListeningOpensThePortAndAcceptsConnections) {
     EXPECT_EQ(isLocal, 1);
     vx::NiCloseHandle(client);
     vx::NiCloseHandle(connection.niHandle);
-
-    // A second service on the same port is refused by the probe.
-    Seed("LPDPort", std::to_string(port));
-    prsrv_.reset();  // its log goes with it
-    Start();
-    vx::NiHandle second = 99;
-    EXPECT_EQ(vx::StartListening(&second), -1);
-    EXPECT_EQ(second, vx::kNiNoHandle);
-    EXPECT_NE(
-        Log().find("Error: The TCP port (" + std::to_string(port) + ") for Vorlix is in use.\n"),
-        std::string::npos);
     vx::NiCloseHandle(listen);
 }
 
@@ -164,20 +153,23 @@ TEST_F(NetFixture, AcceptTimeOutReturnsMinusOneWithoutATraceLine) {
 
 // ---- reads ----
 
-TEST_F(NetFixture, ReadReturnsWhatOneReadDelivered) {
+// A read never takes more than asked for; the rest waits for the next read, and a read that times
+// out with some bytes is a success.
+TEST_F(NetFixture, ReadTakesAtMostWhatWasAskedForAndATimeOutWithBytesSucceeds) {
     Start();
     LoopbackPair pair;
     vx::NetSocket socket = Connected(pair);
-    ASSERT_TRUE(pair.Send("hello"));
     char buffer[100] = {};
-    EXPECT_EQ(vx::SocketRead(socket, buffer, sizeof buffer), 5);
-    EXPECT_EQ(std::string(buffer), "hello");
-
-    // A read never takes more than asked for; the rest waits for the next read.
     ASSERT_TRUE(pair.Send("0123456789"));
     ASSERT_EQ(vx::NiPeekEx(pair.server, vx::kNiPeekRead, 5000), vx::kNiOk);
     EXPECT_EQ(vx::SocketRead(socket, buffer, 4), 4);
     EXPECT_EQ(std::string(buffer, 4), "0123");
+
+    vx::g_ListenerParams.NiSpinReadTime = -1;  // the patient phase reads without single-read mode
+    vx::g_ListenerParams.NiReadTimeout = 100;
+    vx::g_ListenerParams.NiReadLoopBreak = 0;  // a lost success ends in -1, not in a hang
+    EXPECT_EQ(vx::SocketRead(socket, buffer, sizeof buffer), 6);
+    EXPECT_EQ(std::string(buffer, 6), "456789");
 }
 
 TEST_F(NetFixture, PeerThatClosesGivesZeroNeverMinusOne) {
@@ -192,42 +184,6 @@ TEST_F(NetFixture, PeerThatClosesGivesZeroNeverMinusOne) {
         EXPECT_EQ(vx::LastNetError, vx::kNiClosed);
     }
     EXPECT_EQ(vxtest::CountOccurrences(Log(), "SocketRead: EOF on socket received\n"), 2);
-}
-
-TEST_F(NetFixture, ReadThatTimesOutWithBytesIsASuccess) {
-    Start();
-    vx::g_ListenerParams.NiSpinReadTime = -1;  // the patient phase reads without single-read mode
-    vx::g_ListenerParams.NiReadTimeout = 100;
-    vx::g_ListenerParams.NiReadLoopBreak = 0;  // a lost success ends in -1, not in a hang
-    LoopbackPair pair;
-    vx::NetSocket socket = Connected(pair);
-    ASSERT_TRUE(pair.Send("abcd"));
-    char buffer[100] = {};
-    EXPECT_EQ(vx::SocketRead(socket, buffer, sizeof buffer), 4);
-    EXPECT_EQ(std::string(buffer), "abcd");
-}
-
-TEST_F(NetFixture, SilentPeerCostsLoopBreakPlusTwoPeekTimeOuts) {
-    Start();
-    vxtest::ScratchDir traceDir;
-    std::string tracePath = traceDir.File("vorlix.nit");
-    vx::g_ListenerParams.NiSpinReadTime = -1;
-    vx::g_ListenerParams.NiReadTimeout = 30;
-    for (int loopBreak : {0, 1}) {
-        vx::g_ListenerParams.NiReadLoopBreak = loopBreak;
-        LoopbackPair pair;
-        vx::NetSocket socket = Connected(pair);
-        ASSERT_EQ(vx::NiTraceOpen(tracePath.c_str(), vx::kNiTraceTruncate, 3), 0);
-        char buffer[16];
-        EXPECT_EQ(vx::SocketRead(socket, buffer, sizeof buffer), -1);
-        vx::NiTraceClose();
-        EXPECT_EQ(vx::LastNetError, vx::kNiTimeout);
-        std::string peekTimeOut = "NiPeekEx: handle " + std::to_string(pair.server) + " time-out";
-        EXPECT_EQ(vxtest::CountOccurrences(vxtest::ReadTextFile(tracePath), peekTimeOut),
-                  loopBreak + 2)
-            << "NiReadLoopBreak " << loopBreak;
-    }
-    EXPECT_EQ(vxtest::CountOccurrences(Log(), "SocketRead failed with returncode -5\n"), 2);
 }
 
 TEST_F(NetFixture, WithoutReadTimeOutASilentPeerIsGivenUpAtTheIdleLimitASetTimeOutStillWaits) {
