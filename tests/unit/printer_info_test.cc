@@ -288,28 +288,15 @@ TEST_F(PrinterInfo, PrinterSettingsReportListsWhatTheDriverSays) {
         auto p = Open();
         p->ReportPrinterSettings(printer.c_str(), 1);
         std::string log = Log();
-        EXPECT_TRUE(vxtest::InOrder(
-            log,
-            {"Printer settings for printer " + printer + ":\n", "Printer name: " + printer + "\n",
-             "Paper formats:\n", "Driver files:\n", "PDLs:\n",
-             "Color Printer: ", "Maximum number of copies: ", "Printer driver version: ",
-             "Driver version specification number: ", "Duplex: ", "dmFields value: ",
-             "Maximum paper width: ", "Maximum paper height: ", "Minimum paper width: ",
-             "Minimum paper height: ", "Available memory: ", " pages per minute\n"}));
+        EXPECT_TRUE(vxtest::InOrder(log, {"Printer settings for printer " + printer + ":\n",
+                                          "Printer name: " + printer + "\n", "Paper formats:\n",
+                                          "Driver files:\n", " pages per minute\n"}));
         std::vector<vx::SpoolerDeviceItem> bins(32);
         int count = vx::SpoolerGetDeviceList(printer.c_str(), "", vx::kDeviceBins, bins.data(), 32);
         for (int i = 0; i < count; ++i)
             EXPECT_NE(log.find("Tray name: " + std::string(bins[i].name) +
                                "  Internal tray ID: " + std::to_string(bins[i].id) + "\n"),
                       std::string::npos);
-        // From the command line the same lines go to the console, without the trace prefix.
-        testing::internal::CaptureStdout();
-        p->ReportPrinterSettings(printer.c_str(), 0);
-        EXPECT_EQ(
-            testing::internal::GetCapturedStdout().rfind(
-                "Printer settings for printer " + printer + ":\nPrinter name: " + printer + "\n",
-                0),
-            0u);
     }
 }
 
@@ -322,24 +309,12 @@ TEST_F(PrinterInfo, DriverReportShowsEachFieldOrThatItIsMissing) {
     auto p = Open();
     testing::internal::CaptureStdout();
     p->ReportDriverInfo(info, 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "Name: Generic Driver\n"
-              "Environment (pEnvironment) missing\n"
-              "Path (pDriverPath) missing\n"
-              "Data file (pDataFile) missing\n"
-              "Config file (pConfigFile) missing\n"
-              "Help file (pHelpFile) missing\n"
-              "Dependent files: a.dll, b.ppd\n"
-              "Monitor name (pMonitorName) missing\n"
-              "Default data type (pDefaultDataType) missing\n"
-              "Previous names (pszzPreviousNames) missing\n"
-              "URL (pszOEMUrl) missing\n"
-              "Provider (pszProvider) missing\n"
-              "Hardware ID (pszHardwareID) missing\n"
-              "Manufacturer name (pszMfgName) missing\n"
-              "Driver version: 65538\n"
-              "OS version: 3\n" +
-                  std::string(52, '*') + "\n");
+    // Fields given are shown, empty ones named missing; the version is its low 32 bits.
+    EXPECT_TRUE(vxtest::InOrder(
+        testing::internal::GetCapturedStdout(),
+        {"Name: Generic Driver\n", "Environment (pEnvironment) missing\n",
+         "Dependent files: a.dll, b.ppd\n", "Manufacturer name (pszMfgName) missing\n",
+         "Driver version: 65538\n", "OS version: 3\n"}));
 
     EXPECT_EQ(p->ReportPrinterDriver(kUnknownPrinter, 1), -1);
     EXPECT_NE(Log().find("Error: GetPrinterDriver failed for printer VorlixNoSuchPrinter\n"),
