@@ -114,10 +114,11 @@ def test_job_the_print_system_refuses_is_a_device_error(driver, cups, tmp_path, 
         assert cups.active_jobs(queue) == []
 
 
-@pytest.mark.parametrize("queue", [cp.STOPPED, cp.UNREACHABLE])
-def test_printer_that_cannot_print_now_holds_the_job(driver, cups, tmp_path, queue):
+def test_printer_that_cannot_be_reached_holds_the_job(driver, cups, tmp_path):
+    """A paused printer: test_lpd_reliability, through the service."""
     if driver.windows:
         pytest.skip("Wine's spooler reports no printer state (WINE.md); it holds every job")
+    queue = cp.UNREACHABLE
     random_file(tmp_path / "job.bin", 10 * 1024)
     try:
         rc, lines = driver.print_file(queue, tmp_path / "job.bin", "held-1")
@@ -130,21 +131,18 @@ def test_printer_that_cannot_print_now_holds_the_job(driver, cups, tmp_path, que
         cups.cancel_all(queue)
 
 
-def test_print_library_stream_is_refused(driver, cups, tmp_path):
+def test_job_that_cannot_be_read_or_rendered_fails_and_prints_nothing(driver, cups, tmp_path):
     sink = cups.sink(cp.PRINTING)
     random_file(tmp_path / "zel.bin", 2048, prefix=b"\x1b%ZELWIN")
     rc, lines = driver.print_file(cp.PRINTING, tmp_path / "zel.bin", "zel-1", stream=1)
     assert rc == NOT_SUPPORTED, lines
     (failure,) = errors(lines)
     assert "cannot be rendered" in failure and "zel-1" in failure
-    time.sleep(1)
-    assert sink.jobs == []
-
-
-def test_missing_data_file_is_an_error(driver, cups, tmp_path):
     rc, lines = driver.print_file(cp.PRINTING, tmp_path / "missing.bin", "miss-1")
     assert rc not in (OK, DEVICE)
     assert len(errors(lines)) == 1
+    time.sleep(1)
+    assert sink.jobs == []
 
 
 # ---- enhanced mode ----

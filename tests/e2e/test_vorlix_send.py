@@ -12,18 +12,11 @@ import time
 import pytest
 
 import cups_printer as cp
+from conftest import Result
 from lpd_clients import random_bytes
 from lpd_clients import server  # noqa: F401 (a fixture)
 
 REFUSED, NETWORK, NOT_FINISHED, USAGE, NO_INPUT = 1, 2, 3, 64, 66
-
-
-class Result:
-    def __init__(self, rc, stdout, stderr):
-        self.rc, self.stdout, self.stderr = rc, stdout, stderr
-
-    def __repr__(self):
-        return f"Result(rc={self.rc}, stdout={self.stdout!r}, stderr={self.stderr!r})"
 
 
 class Sender:
