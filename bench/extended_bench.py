@@ -5,7 +5,10 @@ Starts "vorlix -x" on a free port with settings and base directory of its own, p
 built-in file printer ("file", which writes each job into the output directory) and measures:
   - small jobs per second over the extended protocol, one sender after another and 8 senders at
     once, from the first send until the last job reached the printer, beside the same jobs over
-    LPD (target: the extended protocol within 80% of LPD's rate) and raw loopback TCP;
+    LPD (target: the extended protocol within 80% of LPD's rate) and raw loopback TCP. Each
+    job's status is asked for after the round, unmeasured, as the application servers that keep
+    statuses do: until then the service keeps the job's data file. A session is 9 round trips
+    (greeting, DP, DO, DT, PT, DS, DB, DE, EX) where LPD needs 5, which bounds one sender's ratio;
   - MB/s for one large job sent plain and with C2 (compressible text), until the sender heard
     "OK" for its DE (acknowledged) and until the job was at the printer, beside raw loopback TCP
     (target for C2: at least 0.3x);
@@ -69,21 +72,37 @@ def send_extended_job(port, job_id, data=None, packets=None, c2=False):
     session.close()
 
 
+def ask_statuses(port, job_ids):
+    """Asks the final status of each job, as the application server that sent it does later on:
+    the answer releases the job's kept data file, so that the service's next jobs reuse it."""
+    for job_id in job_ids:
+        with socket.create_connection(("127.0.0.1", port)) as s:
+            s.sendall(f"3file JOB {job_id}\n".encode())
+            answer = b""
+            while chunk := s.recv(4096):
+                answer += chunk
+        if b"Status: done" not in answer:
+            sys.exit(f"job {job_id}: {answer!r}")
+
+
 def small_jobs(server, sink, jobs, senders, small, round_no):
     rates = []
     for protocol in ("extended", "lpd"):
         server.clear_output()
+        name = lambda i, k: f"{round_no}{senders}{i:02d}{k:05d}"
         if protocol == "extended":
-            send = lambda i, k: send_extended_job(server.port,
-                                                  f"x{round_no}{senders}{i:02d}{k:05d}", small)
+            send = lambda i, k: send_extended_job(server.port, "x" + name(i, k), small)
         else:
-            send = lambda i, k: send_lpd_job(server.port, "file",
-                                             f"{round_no}{senders}{i:02d}{k:05d}", small)
+            send = lambda i, k: send_lpd_job(server.port, "file", name(i, k), small)
         sent = run_senders(jobs, senders, send)
         start = time.perf_counter() - sent
         if not wait_for_output(server.output, jobs):
             sys.exit("not every job reached the printer")
         rates.append(jobs / (time.perf_counter() - start))
+        if protocol == "extended":  # unmeasured: the status answers come after the printing
+            per = [jobs // senders + (1 if i < jobs % senders else 0) for i in range(senders)]
+            ask_statuses(server.port, ["x" + name(i, k) for i in range(senders)
+                                       for k in range(per[i])])
     rates.append(jobs / run_senders(jobs, senders, lambda i, k: send_tcp(sink.port, small)))
     return rates  # extended, lpd, tcp
 

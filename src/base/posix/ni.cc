@@ -137,6 +137,10 @@ int ConnectOne(const addrinfo& candidate, int timeoutMs, NiOsSocket* out) {
             return MapError(error);
         }
     }
+    // Our writers hand over whole messages; a short one after another (LPD's closing zero
+    // byte after the data) must not wait for the peer's delayed acknowledgement.
+    int on = 1;
+    setsockopt(guard.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     *out = guard.Release();
     return kNiOk;
 }

@@ -139,6 +139,11 @@ int ConnectOne(const addrinfo& candidate, int timeoutMs, NiOsSocket* out) {
             return MapError(error);
         }
     }
+    // Our writers hand over whole messages; a short one after another (LPD's closing zero
+    // byte after the data) must not wait for the peer's delayed acknowledgement.
+    BOOL on = TRUE;
+    setsockopt(guard.Get(), IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&on),
+               sizeof on);
     *out = guard.Release();
     return kNiOk;
 }
