@@ -123,13 +123,23 @@ def run_senders(count, senders, send_one):
     return time.perf_counter() - start
 
 
+def size_of(path):
+    """0 for a file that went meanwhile (a job's ".part" file is renamed when it is complete)."""
+    try:
+        return path.stat().st_size
+    except FileNotFoundError:
+        return 0
+
+
 def wait_for_output(directory, count, total_bytes=None, timeout=600):
     """Seconds until count files (and total_bytes, when given) are in the output directory."""
     end = time.monotonic() + timeout
     while time.monotonic() < end:
-        files = list(directory.glob("*")) if directory.exists() else []
+        # A ".part" file is a job still being written by the file printer.
+        files = [f for f in directory.glob("*") if f.suffix != ".part"] \
+            if directory.exists() else []
         if len(files) >= count:
-            if total_bytes is None or sum(f.stat().st_size for f in files) >= total_bytes:
+            if total_bytes is None or sum(size_of(f) for f in files) >= total_bytes:
                 return True
         time.sleep(0.01)
     return False

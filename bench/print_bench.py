@@ -7,6 +7,8 @@ settings and base directory of its own, printing to one of them. It measures, in
   - 1 KiB jobs, one sender after another and 8 senders at once: jobs per second until every job
     was acknowledged and until every job was at the printer; beside the same jobs submitted with
     "lp -d QUEUE" (1 and 8 submitters) to the other queue, the ceiling;
+  - the same jobs sent to Vorlix over the extended protocol (each job's status asked for after
+    the measurement), at the printer, beside Vorlix's LPD figure (goal: >= 0.8x);
   - the CPU seconds the Vorlix process used per 1000 of those jobs (utime + stime), its resident
     memory when idle after the start and after the jobs (VmRSS) and its peak (VmHWM);
   - one large job: MB/s until it was acknowledged, at LogLevel 1 and at LogLevel 9, beside the
@@ -36,6 +38,7 @@ sys.path.insert(0, str(HERE))
 sys.path.insert(0, str(HERE.parent / "tests"))
 from lpd_bench import (REPO, Server, TcpSink, run_senders, send_lpd_job, send_tcp,  # noqa: E402
                        spread)
+from extended_bench import ask_statuses, send_extended_job  # noqa: E402
 from with_cupsd import private_cupsd  # noqa: E402
 from cups_printer import CUPSD, point_clients_at  # noqa: E402
 
@@ -93,6 +96,24 @@ def vorlix_small_jobs(cups, server, sink, jobs, senders, data, tag):
     cpu = cpu_seconds(pid) - cpu_before
     sink.clear()
     return jobs / acknowledged, jobs / printed, cpu * 1000 / jobs
+
+
+def vorlix_extended_small_jobs(cups, server, sink, jobs, senders, data, tag):
+    """At-the-printer jobs per second over the extended protocol; each job's status is asked for
+    afterwards, unmeasured, as the application servers that keep statuses do."""
+    forget_finished_jobs(cups)
+    sink.clear()
+    per = [jobs // senders + (1 if i < jobs % senders else 0) for i in range(senders)]
+    job_id = lambda i, k: f"x{tag}{i:02d}{k:05d}"
+    start = time.perf_counter()
+    run_senders(jobs, senders, lambda i, k: send_extended_job(server.port, job_id(i, k), data,
+                                                              printer=VORLIX_QUEUE))
+    wait_at_printer(sink, jobs, max(120, jobs), f"vorlix extended, {senders} sender(s)")
+    printed = time.perf_counter() - start
+    sink.clear()
+    ask_statuses(server.port, [job_id(i, k) for i in range(senders) for k in range(per[i])],
+                 VORLIX_QUEUE)
+    return jobs / printed
 
 
 def submit_with_lp(env, path):
@@ -157,6 +178,9 @@ def one_round(args, cups, sinks, tcp_sink, small, small_path, large, work, round
                 cups, server, printer, args.jobs, n, small, f"{round_no}{n}")
         time.sleep(SETTLE_SECONDS)
         f["rss idle after jobs"] = memory_mb(pid, "VmRSS")
+        for n in SENDERS:
+            f[f"extended printed {n}"] = vorlix_extended_small_jobs(
+                cups, server, printer, args.jobs, n, small, f"{round_no}{n}")
         f["peak rss small"] = memory_mb(pid, "VmHWM")
         f["large ack 1"], f["large printed 1"] = vorlix_large_job(cups, server, printer, large,
                                                                   args.size_mb)
@@ -195,6 +219,11 @@ def report(rounds, args):
                      show(column(f"vorlix printed {senders}"), "jobs/s"),
                      "lp " + show(column(f"lp printed {senders}"), "jobs/s"),
                      ratio(f"vorlix printed {senders}", f"lp printed {senders}")))
+    for senders in SENDERS:
+        rows.append((f"1 KiB jobs, {senders} sender(s), extended protocol, at the printer",
+                     show(column(f"extended printed {senders}"), "jobs/s"),
+                     "LPD " + show(column(f"vorlix printed {senders}"), "jobs/s"),
+                     ratio(f"extended printed {senders}", f"vorlix printed {senders}")))
     big = f"one {args.size_mb} MB job"
     rows.append((f"{big}, acknowledged, LogLevel 1", show(column("large ack 1"), "MB/s"),
                  "TCP " + show(column("tcp"), "MB/s"), ratio("large ack 1", "tcp")))
