@@ -62,7 +62,8 @@ def encode_blocks(data, limit, c2=False):
 def send_extended_job(port, job_id, data=None, packets=None, c2=False, printer="file"):
     """One job in blocks as large as the packet size allows; returns when DE was answered."""
     session = open_session(port)
-    for packet in (b"DP " + printer.encode(), b"DO bench", b"DT 0", b"PT RAW") + ((b"C2",) if c2 else ()):
+    head = (b"DP " + printer.encode(), b"DO bench", b"DT 0", b"PT RAW")
+    for packet in head + ((b"C2",) if c2 else ()):
         assert session.say(packet) == b"OK\n", packet
     assert session.say(b"DS " + job_id.encode()) == b"OK\n"
     for packet in packets if packets is not None else encode_blocks(data, session.packet_size):
