@@ -21,6 +21,7 @@
 #include "protocol/c1_decoder.h"
 #include "protocol/c2_inflater.h"
 #include "protocol/compression_trace.h"
+#include "protocol/job_file_writer.h"
 #include "protocol/job_files.h"
 #include "protocol/k1_scrambler.h"
 #include "protocol/output_file.h"
@@ -32,6 +33,8 @@ namespace {
 constexpr size_t kJobIdWidth = 40;
 constexpr size_t kRecordIdLength = 50;
 constexpr size_t kTitleLength = 99;
+// A job whose file has this much is large: its further data is written on a thread of its own.
+constexpr int64_t kLargeJobBytes = 1 << 20;
 
 // Jobs reach their printer queues in the order in which their senders closed them.
 std::mutex& JobSequenceLock() {
@@ -77,14 +80,26 @@ void RetireFile(const char* path) {
         RemoveReceivedFile(path);
 }
 
+// Closes the job's file without a word, its writing thread ended first.
+void ReleaseJobFile(ExtendedJob& job) {
+    job.writer.reset();
+    job.file.reset();
+}
+
 // Appends decoded bytes to the job's file. False after the file is closed and the 805 error sent.
 bool AppendToJob(SessionIo& io, ExtendedJob& job, const uint8_t* data, size_t length) {
     if (length == 0) return true;
-    if (fwrite(data, 1, length, job.file.get()) == length) {
+    if (!job.writerTried && job.bytes >= kLargeJobBytes) {
+        job.writerTried = true;
+        job.writer = StartJobFileWriter(job.file.get());
+    }
+    bool written = job.writer != nullptr ? WriteThroughWriter(*job.writer, data, length)
+                                         : fwrite(data, 1, length, job.file.get()) == length;
+    if (written) {
         job.bytes += static_cast<int64_t>(length);
         return true;
     }
-    job.file.reset();
+    ReleaseJobFile(job);
     SendSessionError(io.socket, kSessionTempFile);
     TraceError("ProcessBlock failed\n");
     return false;
@@ -227,6 +242,7 @@ SessionStep OpenExtendedJob(SessionIo& io, ExtendedJob& job, const char* arg) {
     Trace(kTraceNormal, "Creating tempfile %s\n", job.path);
     job.open = true;
     job.bytes = 0;
+    job.writerTried = false;
     SendOK(nullptr, io.socket);
     return kStepGoOn;
 }
@@ -287,7 +303,9 @@ SessionStep ReceiveDataBlock(SessionIo& io, ExtendedJob& job, int32_t length) {
 
 SessionStep CloseExtendedJob(SessionIo& io, ExtendedJob& job) {
     if (!job.open) return ProtocolError(io, "Command DE without DS!");
-    bool closed = !(SyncJobFiles() && FsFlushToDisk(job.file.get()) != 0);
+    bool closed = job.writer == nullptr || FlushJobFileWriter(*job.writer);
+    job.writer.reset();
+    if (SyncJobFiles() && FsFlushToDisk(job.file.get()) != 0) closed = false;
     if (fclose(job.file.release()) != 0) closed = false;
     job.open = false;
     if (!closed) {
@@ -351,7 +369,7 @@ SessionStep CloseExtendedJob(SessionIo& io, ExtendedJob& job) {
 
 void DropOpenJob(ExtendedJob& job) {
     if (!job.open) return;
-    job.file.reset();
+    ReleaseJobFile(job);
     job.open = false;
     TraceError("Job %s for printer %s dropped: the session ended before the job was closed.\n",
                job.jobId[0] != '\0' ? job.jobId : job.path, job.printer);

@@ -8,6 +8,7 @@
 #include "base/fileops.h"
 #include "net/socket_io.h"
 #include "protocol/extended_session.h"
+#include "protocol/job_file_writer.h"
 #include "protocol/session_text.h"
 
 namespace vx {
@@ -62,6 +63,8 @@ struct ExtendedJob {
     char jobId[41] = {};  // as the sender gave it with DS
     char path[kMaxPath] = {};
     StreamPtr file;
+    JobFileWriterPtr writer;  // a large job's writing thread; ends before file is closed
+    bool writerTried = false;
     int64_t bytes = 0;
 
     // Block decoding as negotiated.

@@ -169,10 +169,11 @@ class ExtendedSessionTest : public vxtest::PrsrvFixture {
 
 // A job's data arrives unchanged through the most involved encoding (C2 blocks, scrambled, with
 // checksums), and the job carries what the sender said of it. (Each encoding on its own goes
-// through the real server in the end-to-end tests.)
+// through the real server in the end-to-end tests.) The job is large enough for its file to be
+// written on a thread of its own after its first megabyte.
 TEST_F(ExtendedSessionTest, AClosedJobCarriesItsDataAndDescription) {
     std::string data;
-    for (int i = 0; i < 3000; ++i)
+    for (int i = 0; data.size() < 2'500'000; ++i)
         data += "line " + std::to_string(i) + "\n" + std::string(i % 7, '\0');
     EXPECT_EQ(Start(), kGreeting);
     Prepare();
@@ -286,6 +287,15 @@ TEST_F(ExtendedSessionTest, SessionEndingBeforeDeDropsTheJob) {
     EXPECT_EQ(Say("DB 3\nabc"), "OK\n");
     EXPECT_EQ(Say("EX"), "OK\n");
     server_.join();
+    // A large job whose writing thread is at work when the sender goes away.
+    Start();
+    Prepare();
+    EXPECT_EQ(Say("C2"), "OK\n");
+    EXPECT_EQ(Say("DS large"), "OK\n");
+    const std::string block = Deflate(std::string(200'000, 'b'));
+    for (int i = 0; i < 12; ++i)
+        EXPECT_EQ(Say("DB " + std::to_string(block.size()) + "\n" + block), "OK\n");
+    End();
     EXPECT_TRUE(handed_.jobs.empty());
     EXPECT_TRUE(JobFiles().empty());
     EXPECT_NE(Log().find("Error: Job open for printer lp dropped"), std::string::npos);
