@@ -53,6 +53,7 @@ def scramble(key, block):
 class ExtendedSession:
     def __init__(self, port, timeout=60):
         self.sock = socket.create_connection(("127.0.0.1", port), timeout=timeout)
+        self.pending = bytearray()
         self.sock.sendall(b"SC")
         self.greeting = self.reply()
         self.packet_size = int(self.greeting.split()[3]) if self.greeting.startswith(b"OK") else 0
@@ -60,15 +61,23 @@ class ExtendedSession:
         self.compression = None
 
     def reply(self):
-        """One reply line, or an error reply with its two line feeds; b"" when the server closed."""
-        got = bytearray()
+        """One reply line, or an error reply with its two line feeds; b"" when the server closed.
+        Reads what has arrived at once, as a real sender does, and keeps what follows the reply."""
         while True:
-            byte = self.sock.recv(1)
-            if not byte:
-                return bytes(got)
-            got += byte
-            if byte == b"\n" and (not got.startswith(b"ER") or got.endswith(b"\n\n")):
-                return bytes(got)
+            end = self.pending.find(b"\n")
+            if end >= 0 and self.pending.startswith(b"ER"):
+                end = self.pending.find(b"\n\n")
+                end = end + 1 if end >= 0 else -1
+            if end >= 0:
+                got = bytes(self.pending[:end + 1])
+                del self.pending[:end + 1]
+                return got
+            chunk = self.sock.recv(65536)
+            if not chunk:
+                got = bytes(self.pending)
+                self.pending.clear()
+                return got
+            self.pending += chunk
 
     def say(self, packet):
         self.sock.sendall(packet)
@@ -113,10 +122,16 @@ class ExtendedSession:
 
     def text(self):
         """One NUL-terminated text of the printer list."""
-        got = bytearray()
-        while (byte := self.sock.recv(1)) not in (b"", b"\0"):
-            got += byte
-        return bytes(got)
+        while (end := self.pending.find(b"\0")) < 0:
+            chunk = self.sock.recv(65536)
+            if not chunk:
+                got = bytes(self.pending)
+                self.pending.clear()
+                return got
+            self.pending += chunk
+        got = bytes(self.pending[:end])
+        del self.pending[:end + 1]
+        return got
 
     def list_printers(self):
         """QP: the count, then name, location and driver of each printer, then "QP finished",
