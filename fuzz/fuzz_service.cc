@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 
 #include "base/ni.h"
 #include "base/registry.h"
@@ -99,8 +98,10 @@ const std::string& StartService() {
     config.settingsKey = kSettingsKey;
     static std::string logDirectory = Root() + "/temp/";
     config.logDirectory = logDirectory.c_str();
-    static std::unique_ptr<vx::Czelprsrv> prsrv = std::make_unique<vx::Czelprsrv>(config);
-    vx::g_prsrv = prsrv.get();
+    // Never destroyed: when the fuzzer exits, printer workers may still be running and tracing
+    // through it. The static pointer keeps it reachable, so the leak check does not count it.
+    static vx::Czelprsrv* prsrv = new vx::Czelprsrv(config);
+    vx::g_prsrv = prsrv;
 
     if (vx::NiInit(vx::kNiMaxHandles) != vx::kNiOk) abort();
     // The far end always holds everything it will send, or has ended: reads never wait long.
