@@ -242,6 +242,38 @@ void QuickSort(ListElement** nodes, int32_t lo, int32_t hi, ListCompareFunction 
     }
 }
 
+// A list that grew and has just become empty goes back to its first data block and first
+// capacity: the blocks a backlog made it take are given back instead of staying filled for the
+// life of the process. No element lives, so no element pointer is left dangling. When the
+// smaller node array cannot be had, the list simply stays as large as it is.
+void ShrinkEmptyList(ListTable* table, ListHeader* header) {
+    if (header->UsedElements != 0 || header->NumberOfDataBlocks <= 1) return;
+    const int32_t count = static_cast<int32_t>(header->DataSize / header->ElementSize);
+    const uint64_t nodeBytes = static_cast<uint64_t>(count) * sizeof(ListElement);
+    const ListHooks* hooks = header->hooks;
+    auto* nodes = static_cast<ListElement*>(
+        TakeBlock(table, hooks, nodeBytes, table->config.elementsLabel, __LINE__));
+    if (nodes == nullptr) return;
+    CountBytes(table, header->CountMemory,
+               static_cast<int64_t>(nodeBytes) -
+                   static_cast<int64_t>(header->MaxElements * sizeof(ListElement)));
+    ReleaseBlock(table, hooks, header->StartOfElements, table->config.elementsLabel, __LINE__);
+    for (int block = 1; block < header->NumberOfDataBlocks; ++block) {
+        CountBytes(table, header->CountMemory, -static_cast<int64_t>(BlockBytes(header, block)));
+        ReleaseBlock(table, hooks, header->StartOfData[block], BlockLabel(table, block), __LINE__);
+        header->StartOfData[block] = nullptr;
+    }
+    header->NumberOfDataBlocks = 1;
+    header->StartOfElements = nodes;
+    header->pFirst = nullptr;
+    header->pLast = nullptr;
+    header->pCurrent = nullptr;
+    header->MaxElements = count;
+    header->FreeElements = count;
+    header->pFirstFree =
+        ChainFreeNodes(nodes, 0, count, header->StartOfData[0], header->ElementSize);
+}
+
 void ExitSlot(ListTable* table, ListId id, ListHeader* header) {
     const ListHooks* hooks = header->hooks;
     ListSlot& slot = table->slots[id];
@@ -489,6 +521,7 @@ int TableDeleteElementAtIndex(ListTable* table, ListId id, int32_t index, int lo
     header->FreeElements++;
     header->UsedElements--;
     for (; next != nullptr; next = next->pNext) next->Index--;
+    ShrinkEmptyList(table, header);
     return 0;
 }
 

@@ -136,6 +136,33 @@ TEST_F(ListStore, GrowthKeepsElementPointersValidAndClearKeepsCapacity) {
     EXPECT_EQ(ListMemoryInUse(), before);
 }
 
+// A backlog makes a list grow; once its last element is deleted it gives the added blocks back
+// and starts over at its first capacity, able to grow again.
+TEST_F(ListStore, AListEmptiedAfterGrowthGoesBackToItsFirstBlock) {
+    const uint32_t before = ListMemoryInUse();
+    ListId id = Make(4, sizeof(Item), 1);
+    const uint32_t first = ListMemoryInUse() - before;
+    const int live = hooks_.live;
+    for (int round = 0; round < 2; ++round) {
+        for (int32_t v = 0; v < 20; ++v) ASSERT_EQ(Put(id, -1, v), 0);
+        EXPECT_EQ(Number(GetNumberOfFreeElements, id), 32 - 20);
+        while (Number(GetNumberOfElements, id) > 1) ASSERT_EQ(DeleteFirstElement(id, 1), 0);
+        EXPECT_EQ(Values(id), (Ints{19}));  // still grown while an element lives
+        EXPECT_EQ(Number(GetNumberOfFreeElements, id), 31);
+        ASSERT_EQ(DeleteFirstElement(id, 1), 0);
+        EXPECT_EQ(Number(GetNumberOfFreeElements, id), 4);
+        EXPECT_EQ(ListMemoryInUse() - before, first);
+        EXPECT_EQ(hooks_.live, live);
+        EXPECT_EQ(Values(id), Ints{});
+    }
+    // An empty list that never grew keeps what it has.
+    ListId small = Make(4, sizeof(Item), 1);
+    Put(small, -1, 1);
+    ASSERT_EQ(DeleteFirstElement(small, 1), 0);
+    EXPECT_EQ(Number(GetNumberOfFreeElements, small), 4);
+    EXPECT_EQ(hooks_.live, live + 3);
+}
+
 TEST_F(ListStore, InsertAndDeleteRenumberAndRefillSlots) {
     ListId id = Make(8);
     for (int32_t v = 10; v < 15; ++v) Put(id, -1, v);
