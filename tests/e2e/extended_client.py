@@ -60,24 +60,29 @@ class ExtendedSession:
         self.key = None
         self.compression = None
 
-    def reply(self):
-        """One reply line, or an error reply with its two line feeds; b"" when the server closed.
-        Reads what has arrived at once, as a real sender does, and keeps what follows the reply."""
-        while True:
-            end = self.pending.find(b"\n")
-            if end >= 0 and self.pending.startswith(b"ER"):
-                end = self.pending.find(b"\n\n")
-                end = end + 1 if end >= 0 else -1
-            if end >= 0:
-                got = bytes(self.pending[:end + 1])
-                del self.pending[:end + 1]
-                return got
+    def _take(self, end_of, keep):
+        """Receives until end_of(pending) finds where the next answer ends, then returns it with
+        keep bytes of its terminator; the rest, or b"" when the server closed."""
+        while (end := end_of(self.pending)) < 0:
             chunk = self.sock.recv(65536)
             if not chunk:
                 got = bytes(self.pending)
                 self.pending.clear()
                 return got
             self.pending += chunk
+        got = bytes(self.pending[:end + keep])
+        del self.pending[:end + 1]
+        return got
+
+    def reply(self):
+        """One reply line, or an error reply with its two line feeds; b"" when the server closed.
+        Reads what has arrived at once, as a real sender does, and keeps what follows the reply."""
+        def end_of(pending):
+            if not pending.startswith(b"ER"):
+                return pending.find(b"\n")
+            end = pending.find(b"\n\n")
+            return end + 1 if end >= 0 else -1
+        return self._take(end_of, 1)
 
     def say(self, packet):
         self.sock.sendall(packet)
@@ -122,16 +127,7 @@ class ExtendedSession:
 
     def text(self):
         """One NUL-terminated text of the printer list."""
-        while (end := self.pending.find(b"\0")) < 0:
-            chunk = self.sock.recv(65536)
-            if not chunk:
-                got = bytes(self.pending)
-                self.pending.clear()
-                return got
-            self.pending += chunk
-        got = bytes(self.pending[:end])
-        del self.pending[:end + 1]
-        return got
+        return self._take(lambda pending: pending.find(b"\0"), 0)
 
     def list_printers(self):
         """QP: the count, then name, location and driver of each printer, then "QP finished",

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -12,6 +13,7 @@
 #include "test_support.h"
 
 #if !defined(_WIN32)
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -374,6 +376,27 @@ TEST_F(Registry, EveryCallSeesTheFileAsItIsNow) {
     // A write edits the file as it is now, not as this handle last saw it.
     EXPECT_EQ(Set(key, "Other", "x"), vx::kRegOk);
     EXPECT_EQ(Query(key, "LogLevel"), "7");
+}
+
+// A hive left alone for a while is remembered instead of read on every call; a change made to it
+// afterwards is still seen at once, even one of the same size that sets the file's time back.
+TEST_F(Registry, ARememberedHiveStillShowsEveryChange) {
+    auto hive = [&](const char* level) {
+        return "Windows Registry Editor Version 5.00\n\n[HKEY_CURRENT_USER\\" + path_ +
+               "]\n\"LogLevel\"=\"" + level + "\"\n";
+    };
+    ASSERT_TRUE(vxtest::WriteWholeFile(HiveFile(), hive("1")));
+    RegKey key;
+    ASSERT_EQ(vx::RegOpen(vx::kHiveCurrentUser, path_.c_str(), key.Receive()), vx::kRegOk);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2300));
+    EXPECT_EQ(Query(key, "LogLevel"), "1");
+    EXPECT_EQ(Query(key, "LogLevel"), "1");
+    struct stat before {};
+    ASSERT_EQ(stat(HiveFile().c_str(), &before), 0);
+    ASSERT_TRUE(vxtest::WriteWholeFile(HiveFile(), hive("2")));
+    const timespec times[2] = {before.st_atim, before.st_mtim};
+    ASSERT_EQ(utimensat(AT_FDCWD, HiveFile().c_str(), times, 0), 0);
+    EXPECT_EQ(Query(key, "LogLevel"), "2");
 }
 
 // Processes writing the same hive at once: the file lock keeps every value.

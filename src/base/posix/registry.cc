@@ -1,6 +1,7 @@
 // Settings hives on Linux: one ".reg" text file per hive (see reg_file.h for the format).
 //
-// Every call reads the file again, so a change made by another process is seen at once.
+// Every call looks at the file again, so a change made by another process is seen at once; a
+// file that has not changed since it was last read is not read and parsed again.
 // Readers hold a shared flock and writers an exclusive one on "<hive>.lock" beside the file (a
 // separate file, because the hive itself is replaced by rename on every write); a writer writes
 // "<hive>.tmp.<pid>", syncs it and renames it over the hive, so that a reader never sees half a
@@ -15,8 +16,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <mutex>
 #include <shared_mutex>
 #include <string>
@@ -235,18 +238,88 @@ long ReplaceHiveFile(const std::string& dir, const std::string& path, const std:
 
 // --- Reading and editing a hive ---------------------------------------------------------------
 
-// Reads and parses a hive under the shared locks.
+// --- The last read of each hive ----------------------------------------------------------------
+
+// A file changed less than this long ago is read on every call. File times move in clock ticks,
+// so a change right after a read could leave them as they were; a file that has been still for
+// longer gets a later time from any change.
+constexpr time_t kSettleSeconds = 2;
+
+struct CachedHive {
+    bool valid = false;
+    std::string path;
+    struct stat identity {};
+    regfile::Document doc;
+};
+
+std::mutex& CacheMutex() {
+    static std::mutex m;
+    return m;
+}
+CachedHive& CacheOf(RegHive hive) {
+    static CachedHive cached[2];
+    return cached[hive == kHiveCurrentUser ? 1 : 0];
+}
+
+bool SameTime(const timespec& a, const timespec& b) {
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+bool SameFile(const struct stat& a, const struct stat& b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+           SameTime(a.st_mtim, b.st_mtim) && SameTime(a.st_ctim, b.st_ctim);
+}
+
+int64_t Nanoseconds(const timespec& t) {
+    return static_cast<int64_t>(t.tv_sec) * 1000000000 + t.tv_nsec;
+}
+
+bool Settled(const struct stat& st) {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const int64_t settle = static_cast<int64_t>(kSettleSeconds) * 1000000000;
+    return Nanoseconds(now) - Nanoseconds(st.st_mtim) > settle &&
+           Nanoseconds(now) - Nanoseconds(st.st_ctim) > settle;
+}
+
+void ForgetHive(RegHive hive) {
+    std::lock_guard<std::mutex> hold(CacheMutex());
+    CacheOf(hive).valid = false;
+}
+
+// Reads and parses a hive under the shared locks, or takes the last read of a file that has not
+// changed since. The file is looked at before it is read: if it changes in between, the next
+// call sees a file unlike the one remembered and reads it again.
 long LoadHive(RegHive hive, regfile::Document* doc) {
     std::string dir = HiveDirectory(hive);
     if (dir.empty()) return kRegNotFound;
     std::string path = dir + "/" + HiveFileName(hive);
+    struct stat seen {};
+    const bool settled = stat(path.c_str(), &seen) == 0 && S_ISREG(seen.st_mode) && Settled(seen);
+    if (settled) {
+        std::lock_guard<std::mutex> hold(CacheMutex());
+        const CachedHive& cached = CacheOf(hive);
+        if (cached.valid && cached.path == path && SameFile(cached.identity, seen)) {
+            *doc = cached.doc;
+            return kRegOk;
+        }
+    }
     std::shared_lock<std::shared_mutex> hold(HiveMutex());
     Fd lock;
     long rc = TakeFileLock(path, false, &lock);
     std::string content;
     if (rc == kRegOk) rc = ReadHiveFile(path, &content);
-    if (rc == kRegOk) regfile::Parse(content, RegHiveName(hive), doc);
-    return rc;
+    if (rc != kRegOk) return rc;
+    regfile::Parse(content, RegHiveName(hive), doc);
+    if (settled) {
+        std::lock_guard<std::mutex> cacheHold(CacheMutex());
+        CachedHive& cached = CacheOf(hive);
+        cached.path = path;
+        cached.identity = seen;
+        cached.doc = *doc;
+        cached.valid = true;
+    }
+    return kRegOk;
 }
 
 // Runs edit(doc, &changed) on the hive under the exclusive locks and writes the file back when
@@ -267,7 +340,10 @@ long EditHive(RegHive hive, Edit edit) {
     regfile::Parse(content, RegHiveName(hive), &doc);
     bool changed = false;
     rc = edit(doc, &changed);
-    if (rc == kRegOk && changed) rc = ReplaceHiveFile(dir, path, regfile::Serialize(doc));
+    if (rc == kRegOk && changed) {
+        ForgetHive(hive);
+        rc = ReplaceHiveFile(dir, path, regfile::Serialize(doc));
+    }
     return rc;
 }
 
