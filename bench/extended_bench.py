@@ -155,6 +155,10 @@ def main():
     with tempfile.TemporaryDirectory(prefix="vorlix-bench-") as tmp:
         server = Server(Path(args.build), Path(tmp), {})
         try:
+            # Measured as a running service, not one that has just started: the settings it
+            # writes at its start are read from the file until they have been still for a
+            # moment, and from memory after that.
+            time.sleep(2.5)
             # Unmeasured: the first jobs of a run make the files that later jobs reuse, so that
             # whichever protocol went first would pay for both.
             small_jobs(server, sink, args.jobs, 8, small, 9)
