@@ -242,6 +242,30 @@ void QuickSort(ListElement** nodes, int32_t lo, int32_t hi, ListCompareFunction 
     }
 }
 
+// Makes the list empty over count fresh nodes, all free over the slots of its first data block.
+void StartEmpty(ListHeader* header, ListElement* nodes, int32_t count) {
+    header->pFirst = nullptr;
+    header->pLast = nullptr;
+    header->pCurrent = nullptr;
+    header->MaxElements = count;
+    header->FreeElements = count;
+    header->UsedElements = 0;
+    header->StartOfElements = nodes;
+    header->pFirstFree =
+        ChainFreeNodes(nodes, 0, count, header->StartOfData[0], header->ElementSize);
+}
+
+// Releases the data blocks from block `from` on.
+void ReleaseDataBlocks(ListTable* table, ListHeader* header, int from) {
+    for (int block = from; block < header->NumberOfDataBlocks; ++block) {
+        CountBytes(table, header->CountMemory, -static_cast<int64_t>(BlockBytes(header, block)));
+        ReleaseBlock(table, header->hooks, header->StartOfData[block], BlockLabel(table, block),
+                     __LINE__);
+        header->StartOfData[block] = nullptr;
+    }
+    header->NumberOfDataBlocks = from;
+}
+
 // A list that grew and has just become empty goes back to its first data block and first
 // capacity: the blocks a backlog made it take are given back instead of staying filled for the
 // life of the process. No element lives, so no element pointer is left dangling. When the
@@ -250,28 +274,16 @@ void ShrinkEmptyList(ListTable* table, ListHeader* header) {
     if (header->UsedElements != 0 || header->NumberOfDataBlocks <= 1) return;
     const int32_t count = static_cast<int32_t>(header->DataSize / header->ElementSize);
     const uint64_t nodeBytes = static_cast<uint64_t>(count) * sizeof(ListElement);
-    const ListHooks* hooks = header->hooks;
     auto* nodes = static_cast<ListElement*>(
-        TakeBlock(table, hooks, nodeBytes, table->config.elementsLabel, __LINE__));
+        TakeBlock(table, header->hooks, nodeBytes, table->config.elementsLabel, __LINE__));
     if (nodes == nullptr) return;
     CountBytes(table, header->CountMemory,
                static_cast<int64_t>(nodeBytes) -
                    static_cast<int64_t>(header->MaxElements * sizeof(ListElement)));
-    ReleaseBlock(table, hooks, header->StartOfElements, table->config.elementsLabel, __LINE__);
-    for (int block = 1; block < header->NumberOfDataBlocks; ++block) {
-        CountBytes(table, header->CountMemory, -static_cast<int64_t>(BlockBytes(header, block)));
-        ReleaseBlock(table, hooks, header->StartOfData[block], BlockLabel(table, block), __LINE__);
-        header->StartOfData[block] = nullptr;
-    }
-    header->NumberOfDataBlocks = 1;
-    header->StartOfElements = nodes;
-    header->pFirst = nullptr;
-    header->pLast = nullptr;
-    header->pCurrent = nullptr;
-    header->MaxElements = count;
-    header->FreeElements = count;
-    header->pFirstFree =
-        ChainFreeNodes(nodes, 0, count, header->StartOfData[0], header->ElementSize);
+    ReleaseBlock(table, header->hooks, header->StartOfElements, table->config.elementsLabel,
+                 __LINE__);
+    ReleaseDataBlocks(table, header, 1);
+    StartEmpty(header, nodes, count);
 }
 
 void ExitSlot(ListTable* table, ListId id, ListHeader* header) {
@@ -282,10 +294,7 @@ void ExitSlot(ListTable* table, ListId id, ListHeader* header) {
     CountBytes(table, header->CountMemory,
                -static_cast<int64_t>(header->MaxElements * sizeof(ListElement)));
     ReleaseBlock(table, hooks, header->StartOfElements, table->config.elementsLabel, __LINE__);
-    for (int block = 0; block < header->NumberOfDataBlocks; ++block) {
-        CountBytes(table, header->CountMemory, -static_cast<int64_t>(BlockBytes(header, block)));
-        ReleaseBlock(table, hooks, header->StartOfData[block], BlockLabel(table, block), __LINE__);
-    }
+    ReleaseDataBlocks(table, header, 0);
     LockOf(header).~RecursiveLock();
     ReleaseBlock(table, hooks, header, table->config.headerLabel, __LINE__);
 }
@@ -361,22 +370,15 @@ int TableInitList(ListTable* table, int32_t initialCount, size_t elementSize, Li
     }
     CountBytes(table, countMemory, static_cast<int64_t>(dataBytes));
 
-    header->pFirst = nullptr;
-    header->pLast = nullptr;
-    header->pCurrent = nullptr;
-    header->MaxElements = initialCount;
-    header->FreeElements = initialCount;
-    header->UsedElements = 0;
     header->ElementSize = elementSize;
     header->ListId = id;
     header->CountMemory = countMemory;
     header->DataSize = static_cast<uint32_t>(dataBytes);
     header->NumberOfDataBlocks = 1;
-    header->StartOfElements = nodes;
     for (void*& data : header->StartOfData) data = nullptr;
     header->StartOfData[0] = block;
     header->hooks = hooks;
-    header->pFirstFree = ChainFreeNodes(nodes, 0, initialCount, block, elementSize);
+    StartEmpty(header, nodes, initialCount);
     new (header->lockStorage) RecursiveLock();
 
     table->slots[id].header.store(header);

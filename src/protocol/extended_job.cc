@@ -89,14 +89,14 @@ void ReleaseJobFile(ExtendedJob& job) {
 // Appends decoded bytes to the job's file. False after the file is closed and the 805 error sent.
 bool AppendToJob(SessionIo& io, ExtendedJob& job, const uint8_t* data, size_t length) {
     if (length == 0) return true;
-    if (!job.writerTried && job.bytes >= kLargeJobBytes) {
-        job.writerTried = true;
-        job.writer = StartJobFileWriter(job.file.get());
-    }
     bool written = job.writer != nullptr ? WriteThroughWriter(*job.writer, data, length)
                                          : fwrite(data, 1, length, job.file.get()) == length;
     if (written) {
+        const bool crossing = job.bytes < kLargeJobBytes &&
+                              job.bytes + static_cast<int64_t>(length) >= kLargeJobBytes;
         job.bytes += static_cast<int64_t>(length);
+        // Once, as the job becomes large; without a writer it goes on as it was.
+        if (crossing) job.writer = StartJobFileWriter(job.file.get());
         return true;
     }
     ReleaseJobFile(job);
@@ -242,7 +242,6 @@ SessionStep OpenExtendedJob(SessionIo& io, ExtendedJob& job, const char* arg) {
     Trace(kTraceNormal, "Creating tempfile %s\n", job.path);
     job.open = true;
     job.bytes = 0;
-    job.writerTried = false;
     SendOK(nullptr, io.socket);
     return kStepGoOn;
 }

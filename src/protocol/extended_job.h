@@ -64,7 +64,6 @@ struct ExtendedJob {
     char path[kMaxPath] = {};
     StreamPtr file;
     JobFileWriterPtr writer;  // a large job's writing thread; ends before file is closed
-    bool writerTried = false;
     int64_t bytes = 0;
 
     // Block decoding as negotiated.

@@ -282,11 +282,6 @@ bool Settled(const struct stat& st) {
            Nanoseconds(now) - Nanoseconds(st.st_ctim) > settle;
 }
 
-void ForgetHive(RegHive hive) {
-    std::lock_guard<std::mutex> hold(CacheMutex());
-    CacheOf(hive).valid = false;
-}
-
 // Reads and parses a hive under the shared locks, or takes the last read of a file that has not
 // changed since. The file is looked at before it is read: if it changes in between, the next
 // call sees a file unlike the one remembered and reads it again.
@@ -340,10 +335,8 @@ long EditHive(RegHive hive, Edit edit) {
     regfile::Parse(content, RegHiveName(hive), &doc);
     bool changed = false;
     rc = edit(doc, &changed);
-    if (rc == kRegOk && changed) {
-        ForgetHive(hive);
-        rc = ReplaceHiveFile(dir, path, regfile::Serialize(doc));
-    }
+    // The new file is a new inode with a fresh time: the remembered read no longer matches it.
+    if (rc == kRegOk && changed) rc = ReplaceHiveFile(dir, path, regfile::Serialize(doc));
     return rc;
 }
 
