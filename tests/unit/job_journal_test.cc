@@ -300,7 +300,6 @@ TEST(TempNames, SafeNamesStayInTheDirectoryAndOffTheReservedOnes) {
         {"C:\\Windows\\x", "C__Windows_x"},
         {".hidden", "_hidden"},
         {"stal.dbd", "stal_dbd"},
-        {"prnl00001.dbd", "prnl00001_dbd"},
         {"x.job", "x_job"},
         {"report 1.pdf", "report 1.pdf"},
         {"", ""},

@@ -159,7 +159,7 @@ TEST_F(PrinterInfo, InstalledPrintersAreTheSpoolersPrinters) {
         EXPECT_EQ(std::string(p->InstalledPrinters()[i].name), listed[i]);
 }
 
-TEST_F(PrinterInfo, PortOfAnOpenablePrinterComesFromTheSpoolerAndIsCached) {
+TEST_F(PrinterInfo, PortOfAnOpenablePrinterComesFromTheSpooler) {
     std::vector<std::string> printers = PrintersToAsk();
     if (printers.empty()) GTEST_SKIP() << "no printer on this host";
     for (const std::string& printer : printers) {
@@ -170,10 +170,6 @@ TEST_F(PrinterInfo, PortOfAnOpenablePrinterComesFromTheSpoolerAndIsCached) {
         char port[128];
         ASSERT_EQ(p->DeterminePort(printer.c_str(), port, sizeof port), 0);
         EXPECT_EQ(std::string(port), std::string(info.port).substr(0, 100));
-        ASSERT_EQ(p->DeterminePort(printer.c_str(), port, sizeof port), 0);
-        // The second answer is the cached one.
-        EXPECT_EQ(vxtest::CountOccurrences(Log(), "Determine port for printer " + printer + "\n"),
-                  1);
         char shortPort[3];  // cut to the caller's buffer
         EXPECT_EQ(p->DeterminePort(printer.c_str(), shortPort, sizeof shortPort), 0);
         EXPECT_EQ(std::string(shortPort), std::string(port).substr(0, 2));

@@ -1,5 +1,5 @@
 // The trace logs of the print-server object: line form, levels, switching by size, clean-up,
-// run-time option changes, the memory trace and the environment report.
+// run-time option changes, the memory trace, the environment report and system error texts.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -207,8 +207,16 @@ TEST_F(TraceLog, OptionChangesTakeEffectAtOnce) {
     EXPECT_EQ(p->GetGlobalInt("NewSetting", 5), 0);
 }
 
-TEST_F(TraceLog, TrackedMemoryIsTracedByTagFileAndLine) {
+TEST_F(TraceLog, TrackedMemoryIsTracedByTagFileAndLineOnlyWithMemoryLog) {
     Seed("LogLevel", "9");
+    {
+        auto p = Make();
+        p->TrackedFree(p->TrackedAlloc(8, "unit", 1, "Quiet", 0), "unit", 2, "Quiet", 0);
+        p->ReportMemoryUsage(0, 0);
+        std::string log = MainLog(*p);
+        EXPECT_EQ(log.find("(Quiet)"), std::string::npos);
+        EXPECT_EQ(log.find("memory usage"), std::string::npos);
+    }
     Seed("MemoryLog", "1");
     auto p = Make();
     void* always = p->TrackedAlloc(16, "unit", 7, "Tagged", 1);
@@ -229,16 +237,6 @@ TEST_F(TraceLog, TrackedMemoryIsTracedByTagFileAndLine) {
     EXPECT_NE(log.find("Initial memory usage\n"), std::string::npos);
     EXPECT_NE(log.find("\tAllocated list memory: 4 K\n"), std::string::npos);
     EXPECT_NE(log.find("Memory usage after 5 jobs\n"), std::string::npos);
-}
-
-TEST_F(TraceLog, QuietAllocationsStayQuietWithoutMemoryLog) {
-    Seed("LogLevel", "9");
-    auto p = Make();
-    p->TrackedFree(p->TrackedAlloc(8, "unit", 1, "Quiet", 0), "unit", 2, "Quiet", 0);
-    p->ReportMemoryUsage(0, 0);
-    std::string log = MainLog(*p);
-    EXPECT_EQ(log.find("(Quiet)"), std::string::npos);
-    EXPECT_EQ(log.find("memory usage"), std::string::npos);
 }
 
 TEST_F(TraceLog, ConsoleRunShowsErrorLinesTwice) {
@@ -266,17 +264,6 @@ TEST_F(TraceLog, EnvironmentReportListsEverySettingWithItsDefault) {
     EXPECT_EQ(out.find("Th "), std::string::npos);  // no trace prefix on the console
     // The tool run wrote the same report into its fresh log.
     EXPECT_NE(MainLog(*p).find("LogLevel = 9, Default = 1\n"), std::string::npos);
-}
-
-TEST_F(TraceLog, FilesAreMovedAsideWithATimeStamp) {
-    auto p = Make();
-    std::string nit = dir_.File("vorlix.nit");
-    ASSERT_TRUE(vxtest::WriteWholeFile(nit, "old trace"));
-    p->ChangeTraceOption("LogLevel", "5");
-    p->RenameWithTimeStamp(nit.c_str());
-    EXPECT_FALSE(fs::exists(nit));
-    EXPECT_NE(MainLog(*p).find("Rename from " + nit + " to " + nit + "."), std::string::npos);
-    p->RenameWithTimeStamp(nit.c_str());  // nothing there any more: nothing happens
 }
 
 TEST_F(TraceLog, LastSystemErrorIsNamedWithTheFailedCall) {
