@@ -35,17 +35,15 @@ int DecodeAllC1(const Bytes& in, size_t outSize, Bytes* out) {
     }
 }
 
-TEST(C1Decoder, EveryCodeAndARunThatDoesNotFitGoesOnInTheNextCall) {
+// Every code the sender makes decodes through vorlix_send_test's round trip; these are the forms
+// it never makes, and a run that does not fit the buffer.
+TEST(C1Decoder, RareCodesAndARunThatDoesNotFitGoesOnInTheNextCall) {
     struct Case {
         Bytes in;
         std::string out;
     } cases[] = {
-        {{0, 5, 'x'}, "xxxxx"},
+        {{0, 5, 'x'}, "xxxxx"},   // a short run in the long form
         {{0, 0, 'x', 'A'}, "A"},  // a count of 0 makes nothing
-        {{3, 'a', 9, 'b'}, "aaabbbbbbbbb"},
-        {{1, 2, 1, 0}, std::string("\x02\0", 2)},  // code bytes taken as they are
-        {{2, 3, 'a', 'b'}, "ababab"},
-        {{'H', 10, 255}, "H\x0a\xff"},
     };
     for (const Case& c : cases) {
         Bytes out;
@@ -72,20 +70,13 @@ TEST(C1Decoder, ABlockThatEndsInsideACodeIsMalformedAfterWhatCameWhole) {
     }
 }
 
-TEST(K1Scrambler, UnscramblesWithTheRunningMaskAndInvertsTheSender) {
+// A known block pins the mask to what other senders make (the round trip through our own
+// scrambler is vorlix_send_test's).
+TEST(K1Scrambler, UnscramblesWithTheRunningMask) {
     // Key 0x1234: k 0x34, k2 0x12. 'A' ^ 0x34 = 0x75, then k = 0x34 ^ 'A' ^ 0x12 = 0x67.
     Bytes block = {0x75, 0x25};
     vx::UnscrambleBlock(0x00001234u, block.data(), block.size());
     EXPECT_EQ(block, ToBytes("AB"));
-
-    Bytes text = ToBytes(std::string("print data\0\xff with every byte", 28));
-    Bytes scrambled = text;
-    vx::ScrambleBlock(0xdeadbeefu, scrambled.data(), scrambled.size());
-    EXPECT_NE(scrambled, text);
-    vx::UnscrambleBlock(0xdeadbeefu, scrambled.data(), scrambled.size());
-    EXPECT_EQ(scrambled, text);
-
-    EXPECT_EQ(vx::MakeScrambleKey(42), vx::MakeScrambleKey(42));
 }
 
 TEST(BlockChecksum, KeepsTheLow15BitsOfTheSumAcrossParts) {

@@ -116,21 +116,13 @@ const std::string kProblem =
 
 // ---- job queries from the status list ----
 
-TEST_F(StatusQueryTest, FinalStatusIsReportedOnceThenTheJobIsUnknown) {
-    PutStatus("lp", "42", vx::kJobDone, "Done");
-    EXPECT_EQ(Job("lp", "42"), "Printer lp, Job 42:\n\0Status: done\n\0"s);
-    EXPECT_EQ(Job("lp", "42"), "Printer lp, Job 42:\n\0"s + kUnknownAnswer);
-
+// A final status is answered once (job_status_list_test); an error answer carries its text.
+TEST_F(StatusQueryTest, ErrorStatusCarriesItsTextAndIsReportedOnce) {
     PutStatus("lp", "43", vx::kJobError, "See_logfile_for_details.");
     EXPECT_EQ(Job("lp", "43"), "Printer lp, Job 43:\n\0Status: error\n\0"s + kProblem +
                                    "See_logfile_for_details.\0"s);
     EXPECT_EQ(LogCount("Error: Found job error for job 43 on printer lp"), 1);
     EXPECT_EQ(StatusOf("lp", "43"), -1);
-}
-
-TEST_F(StatusQueryTest, UnknownJobIsDoneWhenUnknownStatusIsNotReported) {
-    Seed("report_unknown_status", "0");
-    EXPECT_EQ(Job("lp", "99"), "Printer lp, Job 99:\n\0Status: done\n\0"s);
 }
 
 TEST_F(StatusQueryTest, JobOfAnUnknownPrinterGetsTheDeviceError) {
@@ -162,15 +154,13 @@ TEST_F(StatusQueryTest, QueueNamesLoseOneCarriageReturnAndResolveTheDefaultPrint
 TEST_F(StatusQueryTest, LibraryStatesMapToTheStatusWords) {
     UseLibrary();
     FakeLibrary::Get().states = {
-        {"d", ZEL_JOB_DONE}, {"e", ZEL_JOB_ERROR}, {"p", ZEL_JOB_PRINTING}, {"w", ZEL_JOB_WAITING}};
+        {"d", ZEL_JOB_DONE}, {"e", ZEL_JOB_ERROR}, {"p", ZEL_JOB_PRINTING}};
     FakeLibrary::Get().errorText = std::string(100, 'x');
     EXPECT_EQ(Job("lp", "d"), "Printer lp, Job d:\n\0Status: done\n\0"s);
     EXPECT_EQ(Job("lp", "e"),
               "Printer lp, Job e:\n\0Status: error\n\0"s + kProblem + std::string(80, 'x') + "\0"s);
     EXPECT_EQ(Job("lp", "p"), "Printer lp, Job p:\n\0"s + kUnknownAnswer);
     EXPECT_EQ(LogCount("Error: Unexpected status 3 for job p"), 1);
-    EXPECT_EQ(Job("lp", "w"), "Printer lp, Job w:\n\0"s + kUnknownAnswer);
-    EXPECT_EQ(LogCount("Error: Unexpected status 1 for job w"), 1);
     EXPECT_EQ(Job("lp", "gone"), "Printer lp, Job gone:\n\0"s + kUnknownAnswer);
     EXPECT_EQ(LogCount("Error: JobStatusQueryEx returns 7 for job gone."), 1);
 }
@@ -208,9 +198,6 @@ TEST_F(StatusQueryTest, PrinterWarningReplacesAllJobLines) {
     BlockPrinting();
     ASSERT_EQ(ReceiveS("lp", "own"), 0);
     EXPECT_EQ(Printer("lp"), "Rank   Owner      Job  Files\nWarning: Device out of paper\n");
-
-    spooler().printers["lp"].status = vx::kPrinterUserIntervention;
-    EXPECT_EQ(Printer("lp"), "Rank   Owner      Job  Files\nWarning: User intervention required\n");
 
     spooler().printers["lp"].status = vx::kPrinterPaused | vx::kPrinterError;
     EXPECT_EQ(Printer("lp"), "Rank   Owner      Job  Files\nWarning: Device paused\n");

@@ -116,8 +116,7 @@ TEST(SendArguments, MistakesAreUsageErrorsNamingTheOption) {
     } cases[] = {
         {{"--colour"}, "--colour"},
         {{"-x"}, "-x"},
-        {{"-P"}, "-P"},       // value missing at the end
-        {{"-#", "0"}, "-#"},  // copies start at 1
+        {{"-P"}, "-P"},  // value missing at the end
         {{"-#1000"}, "-#"},
         {{"-#", "2x"}, "-#"},
         {{"-H", "host:70000"}, "port"},
@@ -131,11 +130,8 @@ TEST(SendArguments, MistakesAreUsageErrorsNamingTheOption) {
         {{"--job-id", "has blank"}, "--job-id"},
         {{"--job-id", std::string(41, 'j')}, "--job-id"},
         {{"--lpd", "--tray=1", "f"}, "--tray"},  // extended-only options with --lpd
-        {{"--lpd", "--compress=c1"}, "--compress"},
-        {{"--lpd", "--job-id=x"}, "--job-id"},
         {{"--lpd", "--list-printers"}, "--lpd"},
         {{"--lpd", "--query-equipment=BC"}, "--lpd"},
-        {{"--status=J1", "file"}, "files"},  // a query takes no files
         {{"--status=J1", "--list-printers"}, "--list-printers"},
         {{"-P", "HP LaserJet", "--status=J1"}, "blanks"},
     };
@@ -157,10 +153,6 @@ TEST(SendArguments, QueriesAndHelp) {
     EXPECT_STREQ(p.options.statusJob, "dfA001host");
     EXPECT_EQ(Parse({"--lpd", "--status=x"}).rc, 0);  // the status query is LPD anyway
     EXPECT_STREQ(Parse({"-P", "HP LaserJet 4", "job.prn"}).options.printer, "HP LaserJet 4");
-    EXPECT_EQ(Parse({"--query-options=C1,K1"}).options.action, vx::kActionQueryOptions);
-    EXPECT_EQ(Parse({"--list-printers"}).options.action, vx::kActionListPrinters);
-    EXPECT_EQ(Parse({"--version"}).options.action, vx::kActionVersion);
-    EXPECT_EQ(Parse({"-h"}).options.action, vx::kActionHelp);
     EXPECT_EQ(Parse({"--help", "--lpd", "--tray=1"}).rc, 0);  // help never fails
 }
 
@@ -283,8 +275,14 @@ Bytes RoundTrip(const vx::BlockCoding& coding, size_t packetSize, const Bytes& d
     return decoded;
 }
 
+// Besides the sample: random code bytes, which grow under both codes (C1 doubles the bytes 0 to
+// 9, deflate adds its framing), and a long run, which shrinks to almost nothing and must not
+// stand for more than a packet's bytes.
 TEST(SendBlocks, EveryCodingRoundTripsThroughTheServersDecoders) {
-    const Bytes data = Sample(200000, 7);
+    Bytes data = Sample(200000, 7);
+    std::mt19937 random(3);
+    for (int i = 0; i < 50000; ++i) data.push_back(static_cast<uint8_t>(random() % 10));
+    data.insert(data.end(), 100000, 0);
     for (vx::SendCompression compression : {vx::kCompressNone, vx::kCompressC1, vx::kCompressC2}) {
         for (bool scramble : {false, true}) {
             vx::BlockCoding coding;
@@ -298,21 +296,6 @@ TEST(SendBlocks, EveryCodingRoundTripsThroughTheServersDecoders) {
                     << packetSize;
             }
         }
-    }
-}
-
-TEST(SendBlocks, CompressedBlocksNeverExceedThePacketSizeWhateverTheData) {
-    // Random bytes grow under both codes (C1 doubles the bytes 0 to 9, deflate adds its framing);
-    // a long run shrinks to almost nothing and must not stand for more than a packet's bytes.
-    std::mt19937 random(3);
-    Bytes noise(50000);
-    for (uint8_t& b : noise) b = static_cast<uint8_t>(random() % 10);
-    Bytes zeros(100000, 0);
-    for (vx::SendCompression compression : {vx::kCompressC1, vx::kCompressC2}) {
-        vx::BlockCoding coding;
-        coding.compression = compression;
-        EXPECT_EQ(RoundTrip(coding, 15000, noise), noise);
-        EXPECT_EQ(RoundTrip(coding, 15000, zeros), zeros);
     }
 }
 
@@ -354,17 +337,14 @@ TEST(SendProtocol, LpdControlFilePrintsOneLinePerCopyUnderNamesTheServerKeeps) {
 }
 
 TEST(SendProtocol, JobStatusAnswersBecomeExitCodes) {
-    EXPECT_EQ(vx::JobStatusExit("Printer lp, Job 7:\nStatus: done\n"), vx::kExitDelivered);
+    // "done" and "unknown" go through the real server in test_vorlix_send.py.
     EXPECT_EQ(vx::JobStatusExit("Printer lp, Job 7:\nStatus: error\n&&ERRORPROT&&\n"),
-              vx::kExitRefused);
-    EXPECT_EQ(vx::JobStatusExit("Printer lp, Job 7:\nStatus: unknown\n&&ERRORPROT&&\n"),
               vx::kExitRefused);
     EXPECT_EQ(vx::JobStatusExit("&&ERRORPROT&&\n&&1SPO801 x\nDevice unknown\n"), vx::kExitRefused);
     EXPECT_EQ(vx::JobStatusExit("Printer lp, Job 7:\n"), vx::kExitNotFinished);  // still printing
 }
 
 TEST(SendProtocol, GreetingAndTitleArgument) {
-    EXPECT_EQ(vx::GreetingPacketSize("OK ZELLPD 231 15000 N N"), 15000u);
     EXPECT_EQ(vx::GreetingPacketSize("OK ZELLPD 231 20 N N"), 20u);
     EXPECT_EQ(vx::GreetingPacketSize("OK ZELLPD 231 19 N N"), 0u);
     EXPECT_EQ(vx::GreetingPacketSize("OK 231 15000"), 0u);
