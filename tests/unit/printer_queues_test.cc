@@ -33,16 +33,6 @@ TEST_F(PrinterQueuesTest, FirstJobCreatesQueueAndWorkerSecondOnlyAppends) {
     EXPECT_TRUE(Eventually([] { return Queued("P1").empty(); }));
 }
 
-TEST_F(PrinterQueuesTest, JobsOfOnePrinterPrintInOrder) {
-    Ids expected;
-    for (int i = 0; i < 12; ++i) {
-        expected.push_back("o" + std::to_string(i));
-        ASSERT_EQ(QueueU("P1", expected.back()), 0);
-    }
-    ASSERT_TRUE(fake().WaitPrinted(expected.size()));
-    EXPECT_EQ(fake().PrintedIds(), expected);
-}
-
 TEST_F(PrinterQueuesTest, TwoPrintersPrintInParallel) {
     // P1's job can only finish once P2's job has printed: one shared worker would never get there.
     auto p2Printed = std::make_shared<vxtest::Gate>();
@@ -139,15 +129,15 @@ TEST_F(PrinterQueuesTest, ProcessJobFillsFromTheContext) {
     EXPECT_EQ(LogCount("Error: Cannot fill job info for job ctx on printer P1\n"), 1);
 }
 
-// A received job prints at most MaxCopies copies (default 999; 0: no cap); a cut is traced.
+// A received job prints at most MaxCopies copies; a cut is traced. A large count and "0" (no cap)
+// are checked end to end; here the edge: a count at the cap is not cut, one past it is.
 TEST_F(PrinterQueuesTest, ReceivedJobsPrintAtMostMaxCopies) {
     struct Case {
         const char* maxCopies;  // null: the default
         int32_t asked;
         int printed;
     };
-    const Case cases[] = {
-        {nullptr, 2000, 999}, {nullptr, 999, 999}, {"5", 6, 5}, {"5", 3, 3}, {"0", 2000, 2000}};
+    const Case cases[] = {{nullptr, 999, 999}, {"5", 5, 5}, {"5", 6, 5}};
     int n = 0;
     for (const Case& c : cases) {
         if (c.maxCopies != nullptr) g_prsrv->ChangeTraceOption("MaxCopies", c.maxCopies);
