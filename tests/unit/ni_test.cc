@@ -43,7 +43,7 @@ vx::NiAddress Ipv6(std::initializer_list<uint16_t> groups) {
     return address;
 }
 
-TEST_F(NiLayer, ListensOnAChosenPortAndASecondListenerThereGetsPortInUse) {
+TEST_F(NiLayer, ListenerHoldsItsPortUntilClosed) {
     LoopbackPair first;
     ASSERT_EQ(first.Listen(), vx::kNiOk);
     ASSERT_NE(first.port, 0);
@@ -54,8 +54,12 @@ TEST_F(NiLayer, ListensOnAChosenPortAndASecondListenerThereGetsPortInUse) {
     EXPECT_EQ(vx::NiServerHandle(&same, &second), vx::kNiPortInUse);
     EXPECT_EQ(second, vx::kNiNoHandle);
 
-    // Once the first listener is gone the port is free again.
+    // Once the first listener is gone nobody answers there, and the port is free again.
     LoopbackPair::Close(first.listener);
+    vx::NiHandle client = 5;
+    EXPECT_EQ(vx::NiConnect("localhost", std::to_string(same).c_str(), vx::kNiWaitForever, &client),
+              vx::kNiRefused);
+    EXPECT_EQ(client, vx::kNiNoHandle);
     ASSERT_EQ(vx::NiServerHandle(&same, &second), vx::kNiOk);
     EXPECT_EQ(same, first.port);
     EXPECT_EQ(vx::NiCloseHandle(second), vx::kNiOk);
@@ -89,24 +93,6 @@ TEST_F(NiLayer, Ipv4AndIpv6PeersReachTheDualStackListenerAndAreLocal) {
     ASSERT_EQ(v6.Connect("::1"), vx::kNiOk);
     EXPECT_STREQ(vx::NiAddrToStr(v6.peer), "::1");
     EXPECT_NE(vx::NiIsLocalAddress(v6.peer), 0);
-
-    // Data flows both ways on either connection.
-    ASSERT_TRUE(v6.Send("ping"));
-    char buffer[8] = {};
-    int32_t count = 0;
-    EXPECT_EQ(vx::NiRawRead(v6.server, buffer, 4, 5000, &count), vx::kNiOk);
-    EXPECT_EQ(std::string(buffer, 4), "ping");
-}
-
-TEST_F(NiLayer, ConnectToAPortWithoutListenerFails) {
-    LoopbackPair pair;
-    ASSERT_EQ(pair.Listen(), vx::kNiOk);
-    std::string port = std::to_string(pair.port);
-    LoopbackPair::Close(pair.listener);
-    vx::NiHandle handle = 5;
-    EXPECT_EQ(vx::NiConnect("localhost", port.c_str(), vx::kNiWaitForever, &handle),
-              vx::kNiRefused);
-    EXPECT_EQ(handle, vx::kNiNoHandle);
 }
 
 TEST_F(NiLayer, PeekWaitsForDataLeavesItInPlaceAndSeesTheEnd) {
