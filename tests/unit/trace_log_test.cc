@@ -2,7 +2,6 @@
 // run-time option changes, the memory trace, the environment report and system error texts.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <ctime>
 #include <filesystem>
 #include <regex>
@@ -101,8 +100,8 @@ static void OccupySwitchTargets(const std::string& logPath) {
     }
 }
 
-// Logs moved aside beyond MaxLogFiles go, oldest first by their stamps (not by their names), at
-// the start and at every switch; files that only look alike stay.
+// Logs moved aside beyond MaxLogFiles go at every switch, oldest first by their stamps (not by
+// their names); files that only look alike stay. (The start's pruning is checked end to end.)
 TEST_F(TraceLog, SwitchesKeepTheNewestMovedLogsAndTouchNothingElse) {
     Seed("MaxLogFiles", "3");
     Seed("MaxLogFileSize", "3000");
@@ -117,13 +116,7 @@ TEST_F(TraceLog, SwitchesKeepTheNewestMovedLogsAndTouchNothingElse) {
     for (const auto& name : moved) ASSERT_TRUE(vxtest::WriteWholeFile(dir_.File(name), "old"));
     for (const auto& name : foreign) ASSERT_TRUE(vxtest::WriteWholeFile(dir_.File(name), "x"));
 
-    auto p = Make(vx::kRunModeService);  // the start switches the log
-    auto sorted = [](std::vector<std::string> names) {
-        std::sort(names.begin(), names.end());
-        return names;
-    };
-    EXPECT_EQ(sorted(MovedLogs()),
-              sorted({moved[2], moved[3], moved[4], foreign[0], foreign[1], foreign[2]}));
+    auto p = Make(vx::kRunModeService);
 
     // A switch moves the log aside: the oldest of the three goes.
     for (int i = 0; i < 100 && fs::exists(dir_.File(moved[3])); ++i)
