@@ -125,10 +125,6 @@ TEST_F(StatusQueryTest, ErrorStatusCarriesItsTextAndIsReportedOnce) {
     EXPECT_EQ(StatusOf("lp", "43"), -1);
 }
 
-TEST_F(StatusQueryTest, JobOfAnUnknownPrinterGetsTheDeviceError) {
-    EXPECT_EQ(Job("nope", "1"), kProblem + "Device unknown\n\0"s);
-}
-
 TEST_F(StatusQueryTest, QueueNamesLoseOneCarriageReturnAndResolveTheDefaultPrinter) {
     PutStatus("lp", "5", vx::kJobDone, "Done");
     spooler().defaultPrinter = "lp";
@@ -207,6 +203,7 @@ TEST_F(StatusQueryTest, EmptyUnknownAndFailingPrinters) {
     EXPECT_EQ(Printer("lp"), "no entries\n");
 
     EXPECT_EQ(Printer("nope"), "Warning: Device unknown\n");
+    EXPECT_EQ(Job("nope", "1"), kProblem + "Device unknown\n\0"s);
     EXPECT_EQ(LogCount("Error: Printer nope not found."), 1);
 
     spooler().enumJobsFails = true;
