@@ -90,7 +90,8 @@ class LpdServer:
 
 
 def job_files(vorlix):
-    """What the temporary directory holds besides the trace logs (and their dated copies)."""
+    """What the temporary directory holds besides the trace logs (and their dated copies) and
+    the emptied spare files."""
     if not vorlix.log_dir.exists():
         return []
     names = []
@@ -101,7 +102,10 @@ def job_files(vorlix):
                 size = p.stat().st_size
             except FileNotFoundError:
                 continue  # a job has just taken it
-            assert size == 0, p.name  # emptied, kept for the next job
+            # A finished job's file is moved to its spare name before it is emptied: one seen
+            # with data in between is listed, so that a caller waiting for "no files" waits on.
+            if size != 0:
+                names.append(p.name)
         elif ".dbg" not in name and ".nit" not in name:
             names.append(p.name)
     return sorted(names)
