@@ -54,6 +54,14 @@ FILE* FsOpenStream(const char* path, const char* mode);
 // the name was taken (may be null).
 FILE* FsCreateNewStream(const char* path, bool* exists);
 
+// Appends size bytes to a file (made when missing) with one write and no stream, so that a
+// process that dies meanwhile leaves the file as it was or with the whole piece; durable: on the
+// disk before the call returns. 0 or -1.
+int FsAppendBytes(const char* path, const void* data, size_t size, bool durable);
+
+// Cuts an existing file to no bytes. 0, or -1 (also when there is no such file).
+int FsEmptyFile(const char* path);
+
 // Writes what the stream holds through to the disk (fflush, then fsync / FlushFileBuffers).
 // 0 or -1.
 int FsFlushToDisk(FILE* stream);

@@ -30,6 +30,9 @@ struct JobInfo {
     // The data file was received by the service: it has a journal beside it and is deleted when
     // the job is final. Zero for local files printed on request, which are never deleted.
     int32_t ReceivedFile;
+    // The place of the job's journal among all journals, once written (0: not known here), so
+    // that a later state is appended without reading the journal back.
+    uint64_t JournalSequence;
 };
 
 // Bytes at the start of a data file that stream detection looks at.

@@ -72,7 +72,8 @@ void RewriteJournal(const JobInfo& job, int finished, int spoolNumber) {
     char path[kMaxPath];
     if (job.ReceivedFile == 0 || !JournalPath(job.FileName, path, sizeof path) || !FsExists(path))
         return;
-    WriteJournal(job, KeptSequence(path), finished, spoolNumber);
+    WriteJournal(job, job.JournalSequence != 0 ? job.JournalSequence : KeptSequence(path), finished,
+                 spoolNumber);
 }
 
 struct JournalList {
@@ -133,8 +134,7 @@ int ReserveJobJournal(const char* dataFile, bool* taken) {
     if (!JournalingOn()) return 0;
     char path[kMaxPath];
     if (!JournalPath(dataFile, path, sizeof path)) return -1;
-    StreamPtr reserved(NewJobFile(path, taken));
-    return reserved ? 0 : -1;
+    return NewEmptyJobFile(path, taken);
 }
 
 void RemoveJobJournalOf(const char* dataFile) {
@@ -155,9 +155,12 @@ bool HasJobJournal(const char* dataFile) {
     return JournalPath(dataFile, path, sizeof path) && FsExists(path);
 }
 
-int WriteJobJournal(const JobInfo& job) {
-    if (job.ReceivedFile == 0 || !JournalingOn()) return 0;
-    return WriteJournal(job, g_sequence.fetch_add(1), 0, 0);
+int WriteJobJournal(JobInfo* job) {
+    if (job->ReceivedFile == 0 || !JournalingOn()) return 0;
+    unsigned long long sequence = g_sequence.fetch_add(1);
+    if (WriteJournal(*job, sequence, 0, 0) != 0) return -1;
+    job->JournalSequence = sequence;
+    return 0;
 }
 
 void UpdateJobJournal(const JobInfo& job) {

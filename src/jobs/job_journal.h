@@ -35,9 +35,9 @@ int ReserveJobJournal(const char* dataFile, bool* taken);
 // Removes the journal (or its reservation) of a data file.
 void RemoveJobJournalOf(const char* dataFile);
 
-// Writes the journal of a received job (ReceivedFile set). 0, or -1 (nothing written); 0 without
-// writing anything when journaling is off.
-int WriteJobJournal(const JobInfo& job);
+// Writes the journal of a received job (ReceivedFile set) and notes its sequence in the job. 0, or
+// -1 (nothing written); 0 without writing anything when journaling is off.
+int WriteJobJournal(JobInfo* job);
 
 // Rewrites the journal of a job kept first in its queue after a device error (SetupAgain).
 void UpdateJobJournal(const JobInfo& job);

@@ -206,7 +206,7 @@ int PrepareReceivedJob(JobRecord* record, char protocol, JobInfo* job) {
     }
     context->WideData = job->WideData;
     job->ReceivedFile = 1;
-    if (WriteJobJournal(*job) != 0) {
+    if (WriteJobJournal(job) != 0) {
         TraceError("Job %s for printer %s refused: it cannot be kept safe\n", record->JobId,
                    record->PrinterName);
         if (job->hEvent != nullptr) EvClose(job->hEvent);

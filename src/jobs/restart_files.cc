@@ -119,6 +119,7 @@ void RestoreJob(const SavedJob& saved, bool fromJournal) {
     }
     // Only a job the service received has a journal; its file goes when the job is final.
     job.ReceivedFile = fromJournal || HasJobJournal(saved.fileName) ? 1 : 0;
+    if (fromJournal) job.JournalSequence = saved.sequence;
     // Restored jobs always go to a queue: an event made for the own-thread road is not needed.
     if (job.hEvent != nullptr) EvClose(job.hEvent);
     job.hEvent = nullptr;

@@ -69,6 +69,9 @@ class EncodedRecord {
         length_ += data;
     }
     bool WriteTo(FILE* file) const { return fwrite(bytes_, 1, length_, file) == length_; }
+    bool AppendTo(const char* path, bool durable) const {
+        return FsAppendBytes(path, bytes_, length_, durable) == 0;
+    }
 
   private:
     char bytes_[kMaxRestartRecord + 8];
@@ -163,14 +166,7 @@ RestartReadResult ReadRestartRecord(FILE* file, RestartRecord* r, unsigned* anno
 }
 
 int AppendRestartRecord(const char* path, const RestartRecord& r, bool durable) {
-    EncodedRecord encoded(r);
-    StreamPtr file(FsOpenStream(path, "a"));
-    if (!file) return -1;
-    bool ok = encoded.WriteTo(file.get());
-    ok = fflush(file.get()) == 0 && ok;
-    if (ok && durable) ok = FsFlushToDisk(file.get()) == 0;
-    ok = fclose(file.release()) == 0 && ok;
-    return ok ? 0 : -1;
+    return EncodedRecord(r).AppendTo(path, durable) ? 0 : -1;
 }
 
 RestartFileWriter::RestartFileWriter(const char* path, bool durable) : durable_(durable) {

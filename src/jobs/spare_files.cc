@@ -85,11 +85,6 @@ bool SpareName(const char* path, char* spare, size_t cap, uint32_t* number) {
     return true;
 }
 
-bool EmptyFile(const char* path) {
-    StreamPtr file(FsOpenStream(path, "wb"));
-    return file != nullptr;
-}
-
 // A spare an earlier run left: kept while the pool has room and it is empty (a process that
 // died while emptying one leaves it with data), removed otherwise.
 int AdoptLeftSpare(void* context, const char* name) {
@@ -114,21 +109,33 @@ int AdoptLeftSpare(void* context, const char* name) {
 
 }  // namespace
 
-FILE* TakeSpareFile(const char* path, bool* taken) {
-    if (taken != nullptr) *taken = false;
+namespace {
+
+// Renames a spare of path's directory to path. False when there is none or it cannot be used;
+// *taken set when the name is in use (the rename never replaces a file: a name in use stays its
+// owner's).
+bool MoveSpareTo(const char* path, bool* taken) {
+    *taken = false;
     char spare[kMaxPath];
     uint32_t number = 0;
-    if (path == nullptr || !PopSpare(path, spare, sizeof spare, &number)) return nullptr;
-    // The rename never replaces a file: a name in use stays its owner's.
-    if (FsRename(spare, path) != 0) {
-        if (FsExists(path)) {
-            if (taken != nullptr) *taken = true;
-            if (!PushSpare(number)) FsRemove(spare);
-        } else {
-            FsRemove(spare);
-        }
-        return nullptr;
+    if (path == nullptr || !PopSpare(path, spare, sizeof spare, &number)) return false;
+    if (FsRename(spare, path) == 0) return true;
+    if (FsExists(path)) {
+        *taken = true;
+        if (!PushSpare(number)) FsRemove(spare);
+    } else {
+        FsRemove(spare);
     }
+    return false;
+}
+
+}  // namespace
+
+FILE* TakeSpareFile(const char* path, bool* taken) {
+    bool inUse = false;
+    bool moved = MoveSpareTo(path, &inUse);
+    if (taken != nullptr) *taken = inUse;
+    if (!moved) return nullptr;
     // Opened as it is (empty), not truncated: truncating would make the file system write the
     // new job's bytes out at its close instead of in its own time.
     FILE* file = FsOpenStream(path, "r+b");
@@ -144,6 +151,14 @@ FILE* NewJobFile(const char* path, bool* taken) {
     return file;
 }
 
+int NewEmptyJobFile(const char* path, bool* taken) {
+    bool inUse = false;
+    bool made = MoveSpareTo(path, &inUse);
+    if (!made && !inUse) made = StreamPtr(FsCreateNewStream(path, &inUse)) != nullptr;
+    if (taken != nullptr) *taken = inUse;
+    return made ? 0 : -1;
+}
+
 bool KeepAsSpare(const char* path) {
     if (path == nullptr || path[0] == '\0') return false;
     char spare[kMaxPath];
@@ -152,7 +167,7 @@ bool KeepAsSpare(const char* path) {
     // Out of its name first: a job whose file is gone is never printed again, whatever happens
     // next; then emptied, so that a spare holds nobody's data.
     if (FsRename(path, spare) != 0) return false;
-    if (!EmptyFile(spare) || !PushSpare(number)) FsRemove(spare);
+    if (FsEmptyFile(spare) != 0 || !PushSpare(number)) FsRemove(spare);
     return true;
 }
 

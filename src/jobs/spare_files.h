@@ -18,6 +18,10 @@ FILE* TakeSpareFile(const char* path, bool* taken);
 // else a file created; either way only when the name is free (*taken set when it is in use).
 FILE* NewJobFile(const char* path, bool* taken);
 
+// The same, for a file that is only made, not written (a journal's reservation): 0, or -1 with
+// *taken set when the name is in use.
+int NewEmptyJobFile(const char* path, bool* taken);
+
 // Moves a finished job's file out of its name, empties it and keeps it as a spare. False when it
 // is not kept (the pool is full, or the file cannot be moved): the caller removes it.
 bool KeepAsSpare(const char* path);

@@ -155,12 +155,12 @@ int FollowToDevice(const ZelHost* host, const PrintRequest& request, vx::SpoolJo
     }
 }
 
+// fileBytes: the data file's size, -1 when unknown.
 int PrintToSpooler(const ZelHost* host, const PrintRequest& request, FILE* data,
-                   vx::SpoolFormat format) {
+                   vx::SpoolFormat format, int64_t fileBytes) {
     char error[kErrorSize];
     vx::SpoolJobPtr job;
     // The copies follow each other in one document, whose length is known before it goes.
-    int64_t fileBytes = vx::FsSize(request.fileName);
     int64_t documentBytes = fileBytes >= 0 ? fileBytes * std::max(request.copies, 0) : -1;
     int rc = vx::SpoolJobStart(request.printer, DocumentName(request), request.owner, format,
                                documentBytes, &job, error, sizeof error);
@@ -226,13 +226,13 @@ int PrintOneJob(const ZelHost* host, const PrintRequest& request) {
                                                                            : vx::SpoolFormat::kRaw;
     const char* builtIn = vx::BuiltInPrinterName();
     bool toFile = builtIn != nullptr && strcmp(job.printer, builtIn) == 0;
+    int64_t fileBytes = vx::FsSize(job.fileName);
     TraceLine(host, 9,
               "PrintFile: job %s: file %s (%" PRId64 " bytes) x %d copies to %s %s as %s\n", jobId,
-              job.fileName, vx::FsSize(job.fileName), job.copies,
-              toFile ? "file printer" : "printer", job.printer,
+              job.fileName, fileBytes, job.copies, toFile ? "file printer" : "printer", job.printer,
               format == vx::SpoolFormat::kPdf ? "PDF" : "raw");
     return toFile ? PrintToFilePrinter(host, job, data.get(), format)
-                  : PrintToSpooler(host, job, data.get(), format);
+                  : PrintToSpooler(host, job, data.get(), format, fileBytes);
 }
 
 }  // namespace zel

@@ -98,6 +98,19 @@ TEST(FileSize, EmptyWrittenAndMissing) {
     EXPECT_EQ(vx::FsSize(dir.File("missing").c_str()), -1);
 }
 
+TEST(FileAppend, AppendsPiecesMakesTheFileAndEmptiesIt) {
+    ScratchDir dir;
+    std::string path = dir.File("journal.job");
+    EXPECT_EQ(vx::FsEmptyFile(path.c_str()), -1);  // nothing to empty
+    EXPECT_EQ(vx::FsAppendBytes(path.c_str(), "first", 5, false), 0);
+    EXPECT_EQ(vx::FsAppendBytes(path.c_str(), "", 0, false), 0);
+    EXPECT_EQ(vx::FsAppendBytes(path.c_str(), "|second", 7, true), 0);
+    EXPECT_EQ(ReadWholeFile(path), "first|second");
+    EXPECT_EQ(vx::FsEmptyFile(path.c_str()), 0);
+    EXPECT_EQ(vx::FsSize(path.c_str()), 0);
+    EXPECT_EQ(vx::FsAppendBytes(dir.File("missing/x").c_str(), "x", 1, false), -1);
+}
+
 TEST(FileStream, ServiceModesIncludingCommitLetter) {
     ScratchDir dir;
     std::string log = dir.File("vorlix.dbg");

@@ -95,6 +95,31 @@ int FsRemove(const char* path) {
     return unlink(path) == 0 ? 0 : -1;
 }
 
+int FsAppendBytes(const char* path, const void* data, size_t size, bool durable) {
+    if (path == nullptr || (data == nullptr && size > 0)) return -1;
+    int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    if (fd < 0) return -1;
+    bool ok = true;
+    const char* bytes = static_cast<const char*>(data);
+    while (ok && size > 0) {
+        ssize_t written = write(fd, bytes, size);
+        if (written < 0 && errno == EINTR) continue;
+        ok = written > 0;
+        if (ok) {
+            bytes += written;
+            size -= static_cast<size_t>(written);
+        }
+    }
+    if (ok && durable) ok = fdatasync(fd) == 0;
+    ok = close(fd) == 0 && ok;
+    return ok ? 0 : -1;
+}
+
+int FsEmptyFile(const char* path) {
+    if (path == nullptr) return -1;
+    return truncate(path, 0) == 0 ? 0 : -1;
+}
+
 int64_t FsSize(const char* path) {
     struct stat info {};
     if (path == nullptr || stat(path, &info) != 0) return -1;

@@ -146,6 +146,30 @@ FILE* FsCreateNewStream(const char* path, bool* exists) {
     return stream;
 }
 
+int FsAppendBytes(const char* path, const void* data, size_t size, bool durable) {
+    if (path == nullptr || (data == nullptr && size > 0) || size > MAXDWORD) return -1;
+    // FILE_APPEND_DATA alone: every write lands at the end, as O_APPEND has it.
+    HANDLE file =
+        CreateFileA(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                    nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return -1;
+    DWORD written = 0;
+    bool ok = size == 0 || (WriteFile(file, data, static_cast<DWORD>(size), &written, nullptr) &&
+                            written == size);
+    if (ok && durable) ok = FlushFileBuffers(file) != 0;
+    ok = CloseHandle(file) != 0 && ok;
+    return ok ? 0 : -1;
+}
+
+int FsEmptyFile(const char* path) {
+    if (path == nullptr) return -1;
+    HANDLE file =
+        CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                    nullptr, TRUNCATE_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return -1;
+    return CloseHandle(file) ? 0 : -1;
+}
+
 int FsFlushToDisk(FILE* stream) {
     if (stream == nullptr || fflush(stream) != 0) return -1;
     auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
