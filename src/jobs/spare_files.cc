@@ -107,10 +107,6 @@ int AdoptLeftSpare(void* context, const char* name) {
     return 0;
 }
 
-}  // namespace
-
-namespace {
-
 // Renames a spare of path's directory to path. False when there is none or it cannot be used;
 // *taken set when the name is in use (the rename never replaces a file: a name in use stays its
 // owner's).

@@ -146,12 +146,14 @@ FILE* FsCreateNewStream(const char* path, bool* exists) {
     return stream;
 }
 
+// Readers, writers and a rename or removal may come to a job file while it is open here.
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
 int FsAppendBytes(const char* path, const void* data, size_t size, bool durable) {
     if (path == nullptr || (data == nullptr && size > 0) || size > MAXDWORD) return -1;
     // FILE_APPEND_DATA alone: every write lands at the end, as O_APPEND has it.
-    HANDLE file =
-        CreateFileA(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                    nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE file = CreateFileA(path, FILE_APPEND_DATA, kShareAll, nullptr, OPEN_ALWAYS,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return -1;
     DWORD written = 0;
     bool ok = size == 0 || (WriteFile(file, data, static_cast<DWORD>(size), &written, nullptr) &&
@@ -163,9 +165,8 @@ int FsAppendBytes(const char* path, const void* data, size_t size, bool durable)
 
 int FsEmptyFile(const char* path) {
     if (path == nullptr) return -1;
-    HANDLE file =
-        CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                    nullptr, TRUNCATE_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE file = CreateFileA(path, GENERIC_WRITE, kShareAll, nullptr, TRUNCATE_EXISTING,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return -1;
     return CloseHandle(file) ? 0 : -1;
 }
