@@ -14,9 +14,7 @@ using vxtest::WriteWholeFile;
 
 TEST(FileRename, RefusesAnExistingTargetWhileReplaceOverwritesIt) {
     ScratchDir dir;
-    std::string a = dir.File("a.dbg");
-    std::string b = dir.File("b.dbg");
-    std::string c = dir.File("c.dbg");
+    std::string a = dir.File("a.dbg"), b = dir.File("b.dbg"), c = dir.File("c.dbg");
     ASSERT_TRUE(WriteWholeFile(a, "new"));
     ASSERT_TRUE(WriteWholeFile(b, "old"));
 
@@ -89,23 +87,16 @@ TEST(FileDirectory, MakeDirectoryAndAccessChecks) {
     EXPECT_TRUE(names.empty());
 }
 
-TEST(FileSize, EmptyWrittenAndMissing) {
-    ScratchDir dir;
-    ASSERT_TRUE(WriteWholeFile(dir.File("empty"), ""));
-    ASSERT_TRUE(WriteWholeFile(dir.File("five"), "12345"));
-    EXPECT_EQ(vx::FsSize(dir.File("empty").c_str()), 0);
-    EXPECT_EQ(vx::FsSize(dir.File("five").c_str()), 5);
-    EXPECT_EQ(vx::FsSize(dir.File("missing").c_str()), -1);
-}
-
 TEST(FileAppend, AppendsPiecesMakesTheFileAndEmptiesIt) {
     ScratchDir dir;
     std::string path = dir.File("journal.job");
     EXPECT_EQ(vx::FsEmptyFile(path.c_str()), -1);  // nothing to empty
+    EXPECT_EQ(vx::FsSize(path.c_str()), -1);
     EXPECT_EQ(vx::FsAppendBytes(path.c_str(), "first", 5, false), 0);
     EXPECT_EQ(vx::FsAppendBytes(path.c_str(), "", 0, false), 0);
     EXPECT_EQ(vx::FsAppendBytes(path.c_str(), "|second", 7, true), 0);
     EXPECT_EQ(ReadWholeFile(path), "first|second");
+    EXPECT_EQ(vx::FsSize(path.c_str()), 12);
     EXPECT_EQ(vx::FsEmptyFile(path.c_str()), 0);
     EXPECT_EQ(vx::FsSize(path.c_str()), 0);
     EXPECT_EQ(vx::FsAppendBytes(dir.File("missing/x").c_str(), "x", 1, false), -1);

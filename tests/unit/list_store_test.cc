@@ -185,17 +185,6 @@ TEST_F(ListStore, InsertAndDeleteRenumberAndRefillSlots) {
     EXPECT_EQ(Number(GetNumberOfElements, id) + Number(GetNumberOfFreeElements, id), 8);
 }
 
-// The cursor's end (null) is walked by Values(); a cursor on a cleared node fails.
-TEST_F(ListStore, CursorFailsOnAFreedNode) {
-    ListId id = Make(4);
-    Put(id, -1, 1);
-    Put(id, -1, 2);
-    void* data = nullptr;
-    EXPECT_EQ(GetFirstElement(id, &data, 1), 0);
-    EXPECT_EQ(ClearList(id, 1), 0);
-    EXPECT_EQ(GetNextElement(id, &data, 1), -1);
-}
-
 TEST_F(ListStore, FindCountDeleteAndReplaceByKey) {
     ListId id = Make(8);
     for (int32_t v : {5, 7, 5, 9, 5}) Put(id, -1, v);

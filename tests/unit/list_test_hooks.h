@@ -1,5 +1,5 @@
-// List-store hooks for tests: heap memory that can be told to fail, a record of what was
-// allocated ("source label size") and of the error lines written.
+// List-store hooks for tests: heap memory that can be told to fail, a count of the blocks still
+// held and a record of the error lines written.
 #pragma once
 
 #include <cstdlib>
@@ -17,24 +17,19 @@ struct RecordingHooks {
     int failAt = 0;  // the allocation attempt (1-based, counted from Fail) that returns null
     int attempts = 0;
     int live = 0;  // blocks not yet released
-    std::vector<std::string> allocations;
     std::vector<std::string> errors;
 
     void Fail(int nth) {
         failAt = nth;
         attempts = 0;
     }
-    void Forget() {
-        allocations.clear();
-        errors.clear();
-    }
+    void Forget() { errors.clear(); }
 
-    static void* Alloc(void* context, size_t size, const char* file, int, const char* label) {
+    static void* Alloc(void* context, size_t size, const char*, int, const char*) {
         auto* self = static_cast<RecordingHooks*>(context);
         std::lock_guard<std::mutex> hold(self->mutex);
         if (++self->attempts == self->failAt) return nullptr;
         ++self->live;
-        self->allocations.push_back(std::string(file) + " " + label + " " + std::to_string(size));
         return malloc(size);
     }
     static void Release(void* context, void* block, const char*, int, const char*) {

@@ -66,11 +66,9 @@ TEST_F(PrintJobTest, DetectsTheDataStreamInTheFirstBytes) {
 TEST_F(PrintJobTest, TitleLosesTrailingBlanksButABlankTitleKeepsOne) {
     const std::pair<std::string, std::string> cases[] = {
         {"Report  ", "Report"},
-        {"Report ", "Report"},
         {"a  b   ", "a  b"},
         {" lead", " lead"},
         {"   ", " "},
-        {" ", " "},
         {"", ""},
         {std::string(120, 't'), std::string(100, 't')},
     };
