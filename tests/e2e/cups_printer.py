@@ -232,24 +232,6 @@ Sandboxing Relaxed
                  *options)
         return sink
 
-    def add_stopped_queue(self, name):
-        """A queue that holds its jobs: disabled with cupsdisable (it still accepts jobs)."""
-        sink = self.add_queue(name)
-        self.pause(name)
-        return sink
-
-    def add_rejecting_queue(self, name):
-        """A queue that refuses new jobs (cupsreject)."""
-        sink = self.add_queue(name)
-        self.run(shutil.which("cupsreject") or "/usr/sbin/cupsreject", "-h", self.server, name)
-        return sink
-
-    def add_unreachable_queue(self, name):
-        """A queue whose device is a closed port. The socket backend gives up after the connect
-        time-out of the URI; CUPS then stops the queue with the job pending."""
-        return self.add_queue(name, f"socket://127.0.0.1:{free_port()}/?contimeout=2",
-                              "-o", "printer-error-policy=stop-printer")
-
     def pause(self, name):
         self.run(shutil.which("cupsdisable") or "/usr/sbin/cupsdisable", "-h", self.server, name)
 
@@ -296,14 +278,15 @@ def cups_server():
     cups.start()
     restore = point_clients_at(cups)
     try:
-        cups.add_queue(PRINTING)
-        cups.add_queue(SECOND)
-        cups.add_queue(HELD)
-        for name in BULK:
+        for name in [PRINTING, SECOND, HELD, STOPPED, REJECTING] + BULK:
             cups.add_queue(name)
-        cups.add_stopped_queue(STOPPED)
-        cups.add_rejecting_queue(REJECTING)
-        cups.add_unreachable_queue(UNREACHABLE)
+        # Holds its jobs: disabled (it still accepts jobs).
+        cups.pause(STOPPED)
+        cups.run(shutil.which("cupsreject") or "/usr/sbin/cupsreject", "-h", cups.server, REJECTING)
+        # A closed port: the socket backend gives up after the URI's connect time-out; CUPS then
+        # stops the queue with the job pending.
+        cups.add_queue(UNREACHABLE, f"socket://127.0.0.1:{free_port()}/?contimeout=2",
+                       "-o", "printer-error-policy=stop-printer")
         yield cups
     finally:
         restore()

@@ -4,9 +4,6 @@ import socket
 import zlib
 
 ERROR_TEXTS = {
-    803: b"803 Vorlix: Netzwerkprobleme.\n",
-    805: b"805 Vorlix: Fehler beim Schreiben in Zwischendatei.\n",
-    809: b"809 Vorlix: Warteschlange voll.\n",
     817: b"817 Vorlix: Unbekanntes Kommando.\n",
     818: b"818 Vorlix: Protokollfehler zum Vorlix festgestellt.\n",
 }

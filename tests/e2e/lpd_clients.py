@@ -23,11 +23,6 @@ def random_bytes(size, seed):
     return random.Random(seed).randbytes(size)
 
 
-def read_log(path):
-    """A trace file as text, CR LF read as LF ("" when there is none)."""
-    return path.read_bytes().decode("latin-1").replace("\r\n", "\n") if path.exists() else ""
-
-
 class LpdServer:
     """"vorlix -x" in the background on a free port, its output in files."""
 

@@ -3,6 +3,7 @@ import re
 
 import pytest
 
+from conftest import read_text
 from cups_printer import LPADMIN, free_port
 
 ASTERISKS = "*" * 41
@@ -39,7 +40,7 @@ def test_options_are_written_for_the_next_runs(vorlix, tmp_path):
     # The next run traces into the new log directory.
     vorlix.run("-v")
     assert "Vorlix called with command option -v." in vorlix.trace_texts(
-        (logs / "vorlix.dbg").read_bytes().decode("latin-1").replace("\r\n", "\n"))
+        read_text(logs / "vorlix.dbg"))
     assert vorlix.run("-oi", "LogLevel", "abc").stdout == ""
     vorlix.run("-oi", "NiTrace", "12")
     vorlix.run("-oi", "LPDPort", "0x10")  # decimal conversion only

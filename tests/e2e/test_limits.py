@@ -54,14 +54,6 @@ def wait_for_line(server, wanted, timeout=60):
         time.sleep(0.2)
 
 
-def vm_rss_kib(pid):
-    with open(f"/proc/{pid}/status") as status:
-        for line in status:
-            if line.startswith("VmRSS:"):
-                return int(line.split()[1])
-    return 0
-
-
 def test_a_full_handle_table_is_traced_and_a_real_sender_gets_through(vorlix, cups, server):
     if vorlix.windows:
         # Wine starts the threads of 2,100 connections too slowly: the real sender's connection
@@ -75,7 +67,6 @@ def test_a_full_handle_table_is_traced_and_a_real_sender_gets_through(vorlix, cu
     try:
         # Every one of them waits long enough to count as idle.
         time.sleep(3)
-        print(f"VmRSS with {len(conns)} idle connections: {vm_rss_kib(s.proc.pid) // 1024} MiB")
         body = random_bytes(30_000, 41)
         assert send_job(s.port, cp.PRINTING, body, 41)
         assert sink.wait_for_jobs(1) == [body]
@@ -156,11 +147,8 @@ def test_sigterm_with_idle_connections_ends_after_the_grace_period(vorlix, cups,
         close_all(conns)
         cut.close()
     lines = s.lines()
-    assert "Stop service from SCM." in lines
     assert any(line.startswith("Stopping: ") and "connections still open after 10000 ms closed."
                in line for line in lines), lines[-20:]
-    assert "Save printer queues for restart." in lines
-    assert "Finish connection loop." in lines
     # The queues were saved; the half-received data file is gone.
     files = job_files(vorlix)
     assert "stal.dbd" in files

@@ -91,17 +91,6 @@ def test_raw_job_reaches_the_printer_unchanged_once_per_copy(driver, cups, tmp_p
     assert sent and cp.PRINTING in sent[0] and str(len(data)) in sent[0] and "raw" in sent[0]
 
 
-def test_pdf_arrives_as_pdf(driver, cups, tmp_path):
-    sink = cups.sink(cp.PRINTING)
-    data = random_file(tmp_path / "doc.pdf", 40 * 1024, prefix=b"%PDF-1.4\n%\xe2\xe3\xcf\xd3\n")
-    rc, lines = driver.print_file(cp.PRINTING, tmp_path / "doc.pdf", "pdf-1", stream=3)
-    assert rc == OK, lines
-    assert sink.wait_for_jobs(1) == [data]
-    if not driver.windows:
-        # Handed to CUPS as PDF, for the print system to render on a printer that needs it.
-        assert any("as PDF" in l for l in lines), lines
-
-
 @pytest.mark.parametrize("queue", [cp.UNKNOWN, cp.REJECTING])
 def test_job_the_print_system_refuses_is_a_device_error(driver, cups, tmp_path, queue):
     random_file(tmp_path / "job.bin", 10 * 1024)

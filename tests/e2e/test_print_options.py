@@ -44,13 +44,6 @@ def test_pdf_arrives_as_pdf(vorlix, cups, tmp_path):
     assert "PDF datastream detected for job doc.pdf" in texts(vorlix)
 
 
-def test_printer_that_refuses_the_job_gives_rc_11(vorlix, cups, tmp_path):
-    random_file(tmp_path / "job.bin", 1000, 3)
-    vorlix.set_values({"LogLevel": "9"})
-    vorlix.run("-f", vorlix.native_path(tmp_path / "job.bin"), "-p", cp.REJECTING, timeout=300)
-    assert "Print job job.bin finished with rc = 11" in texts(vorlix)
-
-
 def test_directory_prints_each_file_once_and_skips_subdirectories(vorlix, cups, tmp_path):
     sink = cups.sink(cp.SECOND)
     folder = tmp_path / "spool"
@@ -79,15 +72,6 @@ def test_printer_settings_report(vorlix, cups):
     assert f"Printer name: {cp.PRINTING}\n" in r.stdout
     r = vorlix.run("-o", "-p", cp.UNKNOWN)
     assert r.stdout == "Invalid printer name\n"
-
-
-def test_print_environment_report(vorlix, cups):
-    r = vorlix.run("-a")
-    assert r.stdout == ("\nLogging ZELWIN print environment... please wait!\n\n"
-                        "This may take a few minutes...\n")
-    reports = [p for p in vorlix.log_dir.iterdir() if not p.name.startswith("vorlix.dbg")]
-    assert reports, "no print environment report in the log directory"
-    assert any(cp.PRINTING in p.read_text(errors="replace") for p in reports)
 
 
 def test_pending_jobs_of_the_enhanced_mode_are_listed_not_printed(vorlix, cups, tmp_path):

@@ -111,13 +111,6 @@ def test_extended_jobs_print_byte_for_byte_and_report_their_status(vorlix, cups,
         assert sink.wait_for_jobs(number + 1)[-1] == data, way
     job_id = result.stdout.strip()
     assert job_id.startswith("vs-"), result
-    # FILE: sends the job into a file of the output directory instead of to the printer.
-    result = sender.run("-H", f"127.0.0.1:{s.port}", "-P", cp.PRINTING, "--job-id=filed",
-                        "--option=SUM", "--option=FILE:archive.bin",
-                        sender.path(tmp_path / "job.prn"))
-    assert result.rc == 0 and result.stdout == "filed\n", result
-    assert (vorlix.home / "Output" / "archive.bin").read_bytes() == data
-
     piped = random_bytes(30_000, 9)
     result = sender.run("-H", f"127.0.0.1:{s.port}", "-P", cp.PRINTING, "--job-id=piped-1",
                         "--compress=c2", "-", stdin=piped)
@@ -190,10 +183,6 @@ def test_usage_errors_send_nothing(sender, tmp_path):
         listener.settimeout(0)
         with pytest.raises(BlockingIOError):
             listener.accept()
-    helped = sender.run("--help")
-    assert helped.rc == 0 and "Exit codes:" in helped.stdout and "64" in helped.stdout
-    version = sender.run("--version")
-    assert version.rc == 0 and version.stdout.startswith("vorlix-send 7500."), version
 
 
 def test_what_the_server_does_not_offer_or_does_not_serve(vorlix, cups, server, sender, tmp_path):
