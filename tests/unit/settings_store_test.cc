@@ -35,13 +35,6 @@ TEST_F(SettingsStore, AMissingValueIsAskedOnce) {
     Seed("LateValue", "42");  // written behind the service's back after the first read
     EXPECT_EQ(p->GetGlobalInt("LateValue", 8), 7);
     EXPECT_EQ(vxtest::CountOccurrences(ApiLog(*p), ", LateValue, ..) ="), 1);
-
-    char text[64];
-    p->GetGlobalString("LateText", "fallback", text, sizeof text);
-    EXPECT_STREQ(text, "fallback");
-    Seed("LateText", "real");
-    p->GetGlobalString("LateText", "other", text, sizeof text);
-    EXPECT_STREQ(text, "fallback");
 }
 
 TEST_F(SettingsStore, PrinterValueFallsBackToGlobalThenToDefault) {
@@ -115,14 +108,10 @@ TEST_F(SettingsStore, ThreadsWritingFirstAtOnceOpenTheKeyOnce) {
         EXPECT_EQ(Stored("Writer" + std::to_string(i)), std::to_string(i));
 }
 
-TEST_F(SettingsStore, StringsAreCutToTheCallersBuffer) {
+TEST_F(SettingsStore, PrinterStringFallsBackToTheGlobalOne) {
     Seed("Long", "abcdefghijklmnopqrstuvwxyz");
     Seed("Long", "0123456789", "P1");
     auto p = Make();
-    char small[8];
-    p->GetGlobalString("Long", "", small, sizeof small);
-    EXPECT_STREQ(small, "abcdefg");
-
     char buf[64];
     uint32_t size = sizeof buf;
     p->GetPrinterString("P1", "Long", "", buf, &size);
@@ -131,7 +120,8 @@ TEST_F(SettingsStore, StringsAreCutToTheCallersBuffer) {
     p->GetPrinterString("P2", "Long", "", buf, &size);
     EXPECT_STREQ(buf, "abcdefghijklmnopqrstuvwxyz");
     // A printer value that does not fit the caller's size is not read: the global value stays.
-    uint32_t tiny = 5;
+    char small[5];
+    uint32_t tiny = sizeof small;
     p->GetPrinterString("P1", "Long", "", small, &tiny);
     EXPECT_STREQ(small, "abcd");
 }
@@ -155,15 +145,12 @@ TEST_F(SettingsStore, ChildObjectSharesTheParentsCaches) {
     EXPECT_EQ(parent->GetGlobalInt("FromChild", 0), 9);
 }
 
-// The object reads its own settings at construction; the defaults it reports skip what has no
-// listed number.
+// The object reads its own settings at construction; reported defaults match names exactly.
 TEST_F(SettingsStore, StoredSettingsAndReportedDefaults) {
     Seed("MaxLogFileSize", "4096");
     auto p = Make();
     EXPECT_EQ(p->MaxLogFileSize(), 4096);
-    EXPECT_EQ(p->GetDefaultValue("LogPath"), 0);      // text settings have no number
-    EXPECT_EQ(p->GetDefaultValue("loglevel"), 0);     // names match exactly
-    EXPECT_EQ(p->GetDefaultValue("UseNonASCII"), 0);  // though start-up reads it as 1
+    EXPECT_EQ(p->GetDefaultValue("loglevel"), 0);  // names match exactly
 }
 
 }  // namespace
