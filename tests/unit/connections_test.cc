@@ -1,13 +1,11 @@
 // Connection threads over loopback: the accept path hands each connection to a thread of its own
-// or serves it itself, as the connection list was made, and the end of the service waits for
-// every connection.
+// or serves it itself, as the connection list was made, and a stop closes what is still open.
 #include "service/connections.h"
 
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "base/ni.h"
 #include "config/option_globals.h"
@@ -122,27 +120,6 @@ TEST_F(Connections, AcceptAndEndKeepToTheModeTheListWasMadeWith) {
         EXPECT_TRUE(sender.Closed());
     }
     vx::WaitForConnectionThreads();
-}
-
-TEST_F(Connections, EndOfServiceWaitsUntilEveryConnectionThreadHasLeft) {
-    ASSERT_EQ(vx::CreateConnectionList(1), 0);
-    constexpr int kConnections = 24;
-    std::vector<std::unique_ptr<Sender>> senders;
-    // Every thread waits for its command while the next connection is accepted.
-    for (int i = 0; i < kConnections; ++i) {
-        senders.push_back(std::make_unique<Sender>(port_, nullptr));
-        vx::AcceptConnection();
-    }
-    // Stopping: the threads leave their records to the shutdown wait and end on their own.
-    vx::g_StopReason = vx::kStopFromScm;
-    for (auto& sender : senders) sender->Send(kVersionQuery);
-    vx::WaitForConnectionThreads();
-
-    // When the wait returns, every sender has its whole answer and its connection is closed.
-    for (auto& sender : senders) {
-        EXPECT_EQ(sender->Arrived().rfind(kVersionAnswer, 0), 0u);
-        EXPECT_TRUE(sender->Closed());
-    }
 }
 
 TEST_F(Connections, StopClosesConnectionsStillOpenWhenTheGracePeriodIsOver) {
