@@ -110,6 +110,28 @@ void KeepCupsConnection(HttpPtr http) {
         pool.idle.push_back(KeptConnection{std::move(http), TickCountMs()});
 }
 
+ipp_t* DoIppRequest(http_t* http, ipp_t* request, const char* resource) {
+    if (http != nullptr && request != nullptr) {
+        httpClearFields(http);
+        httpSetField(http, HTTP_FIELD_CONTENT_TYPE, "application/ipp");
+        httpSetLength(http, ippLength(request));
+        bool sent = httpPost(http, resource) == 0;
+        ippSetState(request, IPP_STATE_IDLE);
+        for (ipp_state_t state = IPP_STATE_IDLE; sent && state != IPP_STATE_DATA;) {
+            state = ippWrite(http, request);
+            if (state == IPP_STATE_ERROR) sent = false;
+        }
+        ipp_t* response = sent ? cupsGetResponse(http, resource) : nullptr;
+        if (response != nullptr) {
+            ippDelete(request);
+            return response;
+        }
+    }
+    // No IPP answer (a connection cupsd closed, a server that asks who we are or wants TLS):
+    // libcups's own request call reconnects, authenticates and asks again.
+    return cupsDoRequest(http, request, resource);
+}
+
 bool QueryPrinterAttributes(const char* printer, const char* const* attributes, int count,
                             IppMessage* response) {
     if (printer == nullptr || printer[0] == '\0' || response == nullptr) return false;
@@ -124,8 +146,8 @@ bool QueryPrinterAttributes(const char* printer, const char* const* attributes, 
     ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri);
     ippAddStrings(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "requested-attributes", count,
                   nullptr, attributes);
-    // cupsDoRequest takes the request over, also on failure.
-    response->Reset(cupsDoRequest(http.get(), request, "/"));
+    // The request is taken over, also on failure.
+    response->Reset(DoIppRequest(http.get(), request, "/"));
     if (response->Get() == nullptr) return false;  // the connection is not used again
     KeepCupsConnection(std::move(http));
     if (cupsLastError() > IPP_STATUS_OK_EVENTS_COMPLETE) {

@@ -41,6 +41,12 @@ HttpPtr ConnectToCups(int timeoutMs = kCupsConnectTimeoutMs);
 HttpPtr TakeCupsConnection(bool* reused);
 void KeepCupsConnection(HttpPtr http);
 
+// One IPP request without a document over the caller's connection, as cupsDoRequest (which it
+// falls back to for authentication): takes the request over, returns the response or null, and
+// leaves the outcome in cupsLastError. libcups's own request calls announce every request with
+// "Expect: 100-continue" and wait for the interim answer, a round trip more per request.
+ipp_t* DoIppRequest(http_t* http, ipp_t* request, const char* resource);
+
 // One IPP message, deleted on destruction.
 class IppMessage {
   public:

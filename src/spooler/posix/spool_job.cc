@@ -87,7 +87,7 @@ int QueryPrinter(http_t* http, const char* printer, PrinterState* out, char* err
     ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri);
     ippAddStrings(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "requested-attributes", 4, nullptr,
                   kWanted);
-    IppPtr response(cupsDoRequest(http, request, "/"));
+    IppPtr response(DoIppRequest(http, request, "/"));
     ipp_status_t status = cupsLastError();
     if (response == nullptr || status > IPP_STATUS_OK_CONFLICTING) {
         if (status == IPP_STATUS_ERROR_NOT_FOUND) {
@@ -120,7 +120,7 @@ int QueryJob(http_t* http, int number, JobState* out, char* error, size_t errorS
     ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "job-uri", nullptr, uri);
     ippAddStrings(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "requested-attributes", 2, nullptr,
                   kWanted);
-    IppPtr response(cupsDoRequest(http, request, "/"));
+    IppPtr response(DoIppRequest(http, request, "/"));
     if (response == nullptr || cupsLastError() > IPP_STATUS_OK_CONFLICTING) {
         FormatText(error, errorSize, "Get-Job-Attributes failed for job %d: %s", number,
                    cupsLastErrorString());
@@ -147,7 +147,7 @@ int CreateJob(http_t* http, const char* printer, const char* title, const char* 
                  owner != nullptr && owner[0] != '\0' ? owner : cupsUser());
     if (title != nullptr && title[0] != '\0')
         ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "job-name", nullptr, title);
-    IppPtr response(cupsDoRequest(http, request, "/"));
+    IppPtr response(DoIppRequest(http, request, "/"));
     *status = cupsLastError();
     // No answer at all: CUPS cannot be reached.
     if (response == nullptr && *status <= IPP_STATUS_OK_CONFLICTING)

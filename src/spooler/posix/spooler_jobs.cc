@@ -91,8 +91,8 @@ bool RequestJobs(const char* printer, IppMessage* response) {
     ippAddInteger(request, IPP_TAG_OPERATION, IPP_TAG_INTEGER, "limit", kSpoolerMaxJobs);
     ippAddStrings(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "requested-attributes",
                   sizeof kAttributes / sizeof kAttributes[0], nullptr, kAttributes);
-    // cupsDoRequest takes the request over, also on failure.
-    response->Reset(cupsDoRequest(http.get(), request, "/"));
+    // The request is taken over, also on failure.
+    response->Reset(DoIppRequest(http.get(), request, "/"));
     if (response->Get() == nullptr || cupsLastError() > IPP_STATUS_OK_EVENTS_COMPLETE) {
         response->Reset(nullptr);
         return false;
