@@ -42,4 +42,25 @@ TEST(ThreadGroup, WaitEndsOnlyWhenEveryThreadHasLeftItsBody) {
     none.WaitUntilNoneRuns();
 }
 
+// Threads whose body ended take the next bodies; every body runs, also when more come than
+// threads wait, and while some are still busy.
+TEST(ThreadGroup, IdleThreadsTakeLaterBodiesAndNoneIsLost) {
+    static vx::ThreadGroup group;
+    std::atomic<int> ran{0};
+    for (int i = 0; i < 3; ++i) ASSERT_EQ(group.Start([&] { ++ran; }), 0);
+    group.WaitUntilNoneRuns();
+    vxtest::Gate door;
+    constexpr int kBodies = 10;
+    for (int i = 0; i < kBodies; ++i) {
+        ASSERT_EQ(group.Start([&] {
+            EXPECT_TRUE(door.Pass());
+            ++ran;
+        }),
+                  0);
+    }
+    door.Open();
+    group.WaitUntilNoneRuns();
+    EXPECT_EQ(ran, 3 + kBodies);
+}
+
 }  // namespace
