@@ -8,9 +8,11 @@
 
 #include "base/ni.h"
 
+struct SncSession;  // a secured session of the security library (snc/vorlixsnc.h)
+
 namespace vx {
 
-struct SncSession;  // a secured session of the security layer
+using ::SncSession;
 
 // The connection's socket: its network handle and, once a secured session stands, that session.
 struct NetSocket {

@@ -15,6 +15,7 @@ constexpr LibraryName kLibraryNames[] = {
     {"zelwin64.dll", "libzelwin.so"},     {"tolmapdf64.dll", "libtolmapdf64.so"},
     {"pdfprint.dll", "libpdfprint.so"},   {"OCR.DLL", "libocr.so"},
     {"barcode64.dll", "libbarcode64.so"}, {"zelbtmp64.dll", "libzelbtmp64.so"},
+    {"vorlixsnc.dll", "libvorlixsnc.so"},
 };
 
 constexpr const char kSharedObjectDirectory[] = "/usr/lib/vorlix";

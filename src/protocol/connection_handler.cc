@@ -16,6 +16,7 @@
 #include "jobs/job_status_list.h"
 #include "jobs/printer_queues.h"
 #include "lists/zlplist.h"
+#include "net/security_layer.h"
 #include "net/security_state.h"
 #include "printserver/version_text.h"
 #include "printserver/zelprsrv.h"
@@ -245,6 +246,12 @@ void ConnectionHandler(NetSocket* socket, int peerIsLocal, int32_t* state) {
     if (state == nullptr) state = &ownState;
     if (socket == nullptr) {
         *state = -1;
+        return;
+    }
+    // The security layer sees the connection before any protocol traffic: one it turns away
+    // is closed without a word.
+    if (!PrepareConnectionSecurity(*socket)) {
+        CloseConnection(*socket, state);
         return;
     }
     char buffer[kFirstBufferSize + 1] = {};

@@ -11,6 +11,7 @@
 #include "base/text.h"
 #include "config/option_globals.h"
 #include "config/process_state.h"
+#include "net/security_layer.h"
 #include "net/security_state.h"
 #include "printserver/global_setting.h"
 #include "printserver/trace.h"
@@ -64,8 +65,9 @@ struct Session {
     ExtendedJob job;
     OptionOffer offer;
     int32_t packets = 0;
-    const char* arg = "";  // the packet from byte 2 on, NUL-terminated
-    int32_t length = 0;    // the packet's length
+    bool senderAuthorized = true;  // false after a secured session with an unknown sender
+    const char* arg = "";          // the packet from byte 2 on, NUL-terminated
+    int32_t length = 0;            // the packet's length
 };
 
 int32_t PacketSize() {
@@ -183,12 +185,24 @@ SessionStep ScrambleCommand(Session& s) {
     return Reply(s, key);
 }
 
-// KA / KS: the secured session the sender asks for. No security product is installed with this
-// service yet, so the hand-shake cannot be made and the session ends.
+// KA / KS: the secured session the sender asks for, with the command's second letter as the
+// mode; everything after that passes through it. A hand-shake that fails ends the session.
 SessionStep SecurityCommand(Session& s) {
     Reply(s);
-    TraceError("Secured session (mode %c) requested: no security product is installed.\n",
-               s.arg[-1]);
+    char mode = static_cast<char>(s.io.data[1]);
+    constexpr int32_t kDataStart = 3;
+    const uint8_t* data = s.io.data + (s.length > kDataStart ? kDataStart : s.length);
+    int32_t length = s.length > kDataStart ? s.length - kDataStart : 0;
+    int authorized = 1;
+    if (!AcceptSecuredSession(s.io.socket, data, length, mode, &authorized)) return kStepEnd;
+    s.senderAuthorized = authorized != 0;
+    return kStepGoOn;
+}
+
+// DS from a sender whose identity is not among the authorized senders: the job is refused.
+SessionStep RefuseUnauthorizedJob(Session& s) {
+    SendSessionError(s.io.socket, kSessionInsecure);
+    TraceError("Job of unauthorized sender refused.\n");
     return kStepEnd;
 }
 
@@ -269,6 +283,7 @@ SessionStep Dispatch(Session& s) {
         case 'D' << 8 | 'P':
             return PrinterCommand(s);
         case 'D' << 8 | 'S':
+            if (!s.senderAuthorized) return RefuseUnauthorizedJob(s);
             return OpenExtendedJob(s.io, job, s.arg);
         case 'D' << 8 | 'T':
             if (!TakeName(s, job.dtField, sizeof job.dtField, 12)) return kStepEnd;
@@ -353,9 +368,9 @@ bool ReadPacket(Session& s) {
 // Without a secured session, a service that requires one takes only a few packets.
 bool SecurityAllows(Session& s) {
     int32_t state = g_SecurityState;
-    bool over = (state == kSecurityRequired && !IsSecured(s.io.socket) &&
-                 s.packets > GlobalSetting("snc_cmdmax")) ||
-                state == kSecurityRequiredMissing;
+    bool over =
+        (state == kSecurityRequired && !IsSecured(s.io.socket) && s.packets > g_SncCmdMax) ||
+        state == kSecurityRequiredMissing;
     if (!over) return true;
     SendSessionError(s.io.socket, kSessionInsecure);
     TraceError("Required security handshake not made.\n");

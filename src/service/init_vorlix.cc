@@ -12,6 +12,7 @@
 #include "jobs/printer_queues.h"
 #include "lists/typed_list.h"
 #include "net/listener.h"
+#include "net/security_layer.h"
 #include "printserver/service_events.h"
 #include "printserver/zelprsrv.h"
 #include "service/connections.h"
@@ -118,6 +119,7 @@ void ExitVorlix() {
         StopPrinterQueues();
     DestroyJobLists();
     DestroyConnectionList();
+    ExitSecurity();
     Czelprsrv* p = g_prsrv;
     g_prsrv = nullptr;
     delete p;

@@ -11,6 +11,7 @@
 #include "jobs/restart_files.h"
 #include "jobs/spare_files.h"
 #include "net/listener.h"
+#include "net/security_layer.h"
 #include "printserver/process_locks.h"
 #include "printserver/trace.h"
 #include "service/connections.h"
@@ -46,8 +47,7 @@ int StartNetwork() {
         LockHold fileHold(ProcessFileLock());
         Trace(kTraceBanner, "Network communication via %s\n", name[0] != '\0' ? name : "ZEL-NiLib");
     }
-    // The security layer is set up here once the service has one; until then the security state
-    // stays 0 (no security product).
+    InitSecurity();
     g_NetworkStarted = true;
     Trace(kTraceBanner, "\n");
     return 0;

@@ -101,12 +101,14 @@ TEST_F(ConnectionHandlerTest, OtherLinesOfTheVersionForm) {
 }
 
 TEST_F(ConnectionHandlerTest, RemoteReceiveJobIsRejectedWhileSecurityIsRequired) {
-    for (int state : {2, -2}) {
-        vx::g_SecurityState = state;
-        EXPECT_EQ(Serve("\x02lp\n", 0), "Connection rejected for security reasons.\n");
-        // The same from this host is served over LPD.
-        EXPECT_EQ(Serve("\x02lp\n", 1), kPositive);
-    }
+    vx::g_SecurityState = 2;
+    EXPECT_EQ(Serve("\x02lp\n", 0), "Connection rejected for security reasons.\n");
+    // The same from this host is served over LPD.
+    EXPECT_EQ(Serve("\x02lp\n", 1), kPositive);
+    // Required security that is not there turns every connection away before it is read.
+    vx::g_SecurityState = -2;
+    EXPECT_EQ(Serve("\x02lp\n", 1), "");
+    EXPECT_NE(Log().find("Error: Connection rejected. Insufficient security."), std::string::npos);
     vx::g_SecurityState = 1;
     EXPECT_EQ(Serve("\x02lp\n", 0), kPositive);
     EXPECT_NE(Log().find("Error: Vorlix will not accept Berkeley connection (method 'U')"),
