@@ -22,7 +22,7 @@ int32_t SecuredRead(NetSocket& socket, void* buffer, int32_t length) {
     int rc = snc->SncNiRawRead(socket.sncSession, buffer, length, kNiWaitForever, &count, 1);
     if (rc == SNC_OK) return count;
     if (rc != SNC_ERR_NI) {
-        TraceError("%s failed with returncode %ld\n", "SncNiRawRead", static_cast<long>(rc));
+        TraceSncCallFailed("SncNiRawRead", rc);
         ReportSncError(socket.sncSession, rc);
         LastNetError = 0;
         return -1;
@@ -33,7 +33,7 @@ int32_t SecuredRead(NetSocket& socket, void* buffer, int32_t length) {
         Trace(kTraceDetail, "SocketRead: EOF on socket(snc) received\n");
         return 0;
     }
-    TraceError("%s failed with returncode %ld\n", "SNC NILIB", static_cast<long>(netError));
+    TraceSncCallFailed("SNC NILIB", netError);
     return -1;
 }
 

@@ -91,17 +91,13 @@ void StartProduct(const SncFunctions& snc) {
 
 // Ends the connection's session (if any) and forgets it.
 void DropSession(NetSocket& connection) {
-    const SncFunctions* snc = Snc();
-    if (snc != nullptr && connection.sncSession != nullptr) {
-        LockHold hold(SecurityLock());
-        snc->SncSessionDone(connection.sncSession);
-    }
+    SncSecuredChannel().sessionDone(connection);
     connection.sncSession = nullptr;
     connection.secured = false;
 }
 
 bool SessionFailed(NetSocket& connection, const char* call, int rc) {
-    TraceError("%s failed with returncode %ld\n", call, static_cast<long>(rc));
+    TraceSncCallFailed(call, rc);
     ReportSncError(connection.sncSession, rc);
     DropSession(connection);
     return false;
@@ -163,7 +159,7 @@ bool PrepareConnectionSecurity(NetSocket& connection) {
         rc = snc->SncNiRawSessionInit(&session, &transport);
     }
     if (rc != SNC_OK) {
-        TraceError("%s failed with returncode %ld\n", "SncNiRawSessionInit", static_cast<long>(rc));
+        TraceSncCallFailed("SncNiRawSessionInit", rc);
         return false;
     }
     connection.sncSession = session;
@@ -194,7 +190,7 @@ bool AcceptSecuredSession(NetSocket& connection, const void*, int32_t, char mode
     char sender[kSenderNameSize] = {};
     rc = snc->SncGetPeerName(connection.sncSession, sender, sizeof sender);
     if (rc != SNC_OK) {
-        TraceError("%s failed with returncode %ld\n", "SncGetPeerName", static_cast<long>(rc));
+        TraceSncCallFailed("SncGetPeerName", rc);
         ReportSncError(connection.sncSession, rc);
         TraceError("Cannot continue without peer identity.\n");
         TraceError("SncGetPeerName failed - aborting.\n");

@@ -15,6 +15,10 @@ constexpr int kMaxDetailLines = 100;
 
 }  // namespace
 
+void TraceSncCallFailed(const char* call, long rc) {
+    TraceError("%s failed with returncode %ld\n", call, rc);
+}
+
 void ReportSncError(SncSession* session, int code) {
     const SncFunctions* snc = Snc();
     if (snc == nullptr) return;

@@ -5,6 +5,9 @@
 
 namespace vx {
 
+// "<call> failed with returncode <rc>" as an error line.
+void TraceSncCallFailed(const char* call, long rc);
+
 // The error's name and description (for a code other than 0) and the session's detailed error
 // lines, at level 0. session may be null.
 void ReportSncError(SncSession* session, int code);

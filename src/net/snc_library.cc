@@ -3,11 +3,9 @@
 #include <atomic>
 
 #include "base/dynlib.h"
-#include "base/fileops.h"
-#include "base/process.h"
-#include "base/text.h"
 #include "printserver/library_names.h"
 #include "printserver/trace.h"
+#include "printserver/zelprsrv.h"
 
 namespace vx {
 
@@ -45,36 +43,18 @@ bool ResolveAll(const char* path, SncFunctions* f) {
            Resolve(path, "SncErrorLine", &f->SncErrorLine);
 }
 
-// The library's path in the executable's directory or else the product library directory.
-bool FindSncLibrary(char* path, size_t size) {
-    char directories[2][kMaxPath] = {};
-    GetExecutableDirectory(directories[0], sizeof directories[0]);
-    ProductLibraryDirectory(directories[1], sizeof directories[1]);
-    for (const char* directory : directories) {
-        if (directory[0] == '\0') continue;
-        FormatText(path, size, "%s%c%s", directory, kPathSeparator,
-                   LibraryFileName(kSncLibraryName));
-        if (FsExists(path) && !FsIsDirectory(path)) return true;
-    }
-    return false;
-}
-
 }  // namespace
 
 int LoadSncLibrary() {
     UnloadSncLibrary();
-    char path[kMaxPath];
-    if (!FindSncLibrary(path, sizeof path)) {
-        Trace(kTraceNotable, "Security library %s not found.\n", LibraryFileName(kSncLibraryName));
-        return -1;
-    }
-    g_library.Adopt(DynLibLoad(path));
+    const char* name = LibraryFileName(kSncLibraryName);
+    if (g_prsrv != nullptr) g_library.Adopt(g_prsrv->LoadOptionalLibrary(kSncLibraryName, false));
     if (!g_library.Loaded()) {
-        Trace(kTraceNotable, "Security library %s could not be loaded.\n", path);
+        Trace(kTraceNotable, "Security library %s not found or not loadable.\n", name);
         return -1;
     }
     SncFunctions table{};
-    if (!ResolveAll(path, &table)) {
+    if (!ResolveAll(name, &table)) {
         g_library.Free();
         return -1;
     }

@@ -25,8 +25,8 @@ struct SncFunctions {
     decltype(&::SncErrorLine) SncErrorLine;
 };
 
-// Looks for the library in the executable's directory, then in the product library directory,
-// and loads it. 0, or -1 (the reason traced at level 5) when there is no usable library.
+// Looks for the library where the service looks for every library it binds, and loads it. 0, or -1
+// (the reason traced at level 5) when there is no usable library.
 int LoadSncLibrary();
 // Releases the loaded library and forgets the table.
 void UnloadSncLibrary();

@@ -9,7 +9,10 @@
  * Return codes: 0 success; SNC_ERR_NI when the failure lies in the network layer below (its code
  * is then SncNiErrorOf(session)); any other negative value is the library's own error, named by
  * SncErrorName and described by SncErrorDescription. Sessions are independent: calls on different
- * sessions may run on different threads at once. */
+ * sessions may run on different threads at once.
+ *
+ * The header carries no export markings: the library's own build exports these names (a module
+ * definition file for the DLL, default visibility for the shared object). */
 #ifndef VORLIXSNC_H
 #define VORLIXSNC_H
 
@@ -44,41 +47,33 @@ typedef struct SncTransport {
 /* Where the library's trace lines go: the service's network trace. */
 typedef void (*SncTraceWriter)(void* context, const char* line);
 
-#if defined(_WIN32) && defined(VORLIXSNC_BUILD)
-#define SNC_API __declspec(dllexport)
-#elif defined(_WIN32)
-#define SNC_API
-#else
-#define SNC_API __attribute__((visibility("default")))
-#endif
-
 /* usage: SNC_USAGE_SERVER. profile: the profile file's name ("ZELLPD.INI", "WIN.INI"), looked
  * up in baseDirectory, which also anchors the relative paths it names. *realProduct: 1 when
  * certificates are loaded and sessions can be secured, 0 when only the placeholder is there. */
-SNC_API int SncInit(int usage, const char* profile, const char* baseDirectory, int* realProduct);
-SNC_API void SncDone(void);
-SNC_API void SncSetTrace(SncTraceWriter writer, void* context);
+int SncInit(int usage, const char* profile, const char* baseDirectory, int* realProduct);
+void SncDone(void);
+void SncSetTrace(SncTraceWriter writer, void* context);
 /* The name of the active security product (slot 0), cut to size with its NUL. */
-SNC_API int SncGetAdapterName(SncSession* none, int slot, char* buffer, int size);
+int SncGetAdapterName(SncSession* none, int slot, char* buffer, int size);
 
-SNC_API int SncNiRawSessionInit(SncSession** session, const SncTransport* transport);
-SNC_API int SncSetQOP(SncSession* session, int minimum, int maximum, int use);
-SNC_API int SncNiSessionAccept(SncSession* session, int sizeHint, int timeoutMs);
+/* The session keeps a copy of the transport: the caller's may go once the call returns. */
+int SncNiRawSessionInit(SncSession** session, const SncTransport* transport);
+int SncSetQOP(SncSession* session, int minimum, int maximum, int use);
+int SncNiSessionAccept(SncSession* session, int sizeHint, int timeoutMs);
 /* The peer's identity: its certificate's subject in RFC 4514 form ("CN=app1,O=Example"). */
-SNC_API int SncGetPeerName(SncSession* session, char* name, int size);
+int SncGetPeerName(SncSession* session, char* name, int size);
 /* singleRead: return after the first record's bytes instead of waiting for length bytes. */
-SNC_API int SncNiRawRead(SncSession* session, void* buffer, int length, int timeoutMs, int* count,
-                         int singleRead);
-SNC_API int SncNiRawWrite(SncSession* session, const void* data, int length, int timeoutMs,
-                          int* count);
-SNC_API int SncNiErrorOf(SncSession* session);
-SNC_API void SncSessionDone(SncSession* session);
+int SncNiRawRead(SncSession* session, void* buffer, int length, int timeoutMs, int* count,
+                 int singleRead);
+int SncNiRawWrite(SncSession* session, const void* data, int length, int timeoutMs, int* count);
+int SncNiErrorOf(SncSession* session);
+void SncSessionDone(SncSession* session);
 
-SNC_API const char* SncErrorName(int code);        /* null for an unknown code */
-SNC_API const char* SncErrorDescription(int code); /* never null */
+const char* SncErrorName(int code);        /* null for an unknown code */
+const char* SncErrorDescription(int code); /* never null */
 /* The index-th detailed error line of the session's last failure: 1 with the line, 0 after the
  * last one. */
-SNC_API int SncErrorLine(SncSession* session, int index, char* buffer, int size);
+int SncErrorLine(SncSession* session, int index, char* buffer, int size);
 
 #ifdef __cplusplus
 }
