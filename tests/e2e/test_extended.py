@@ -53,8 +53,6 @@ def test_greeting_announces_a_packet_size_within_limits(vorlix, cups, server, se
 def test_queries_and_error_replies(vorlix, cups, server):
     s = server()
     session = ExtendedSession(s.port)
-    assert session.say(b"OM C1,K1") == b"OK YY\n"
-    assert session.say(b"OI C2") == b"OK Y\n"
     assert session.say(b"EQ FX") == b"OK N\n"
     assert session.say(b"oi") == b"OK Ask me\n"
     assert session.say(b"Xa") == b"OK\n"

@@ -1,11 +1,6 @@
-"""Every LPD job the service acknowledges prints once, whole, and leaves nothing behind: LPRng's
-clients, a sender that goes away in the middle of a data file, one data-file name from parallel
-senders at once, and the service itself killed (kill -9) with jobs waiting in its queue and at
-random moments while senders keep sending.
-
-Each job's bytes start with a line that carries its number, so that what reached the fake
-printers can be counted: lost, printed twice, or cut.
-"""
+"""Every LPD job the service acknowledges prints once, whole, and leaves nothing behind, also when
+the service is killed (kill -9). Each job's bytes start with a line carrying its number, so that
+what reached the fake printers can be counted: lost, printed twice, or cut."""
 import collections
 import os
 import random
@@ -36,8 +31,7 @@ def job_numbers(printed):
     return numbers
 
 
-def data_name(number):
-    """The data-file name send_job gives a job."""
+def data_name(number):  # as send_job names it
     return f"dfA{number % 1000:03d}vxtest"
 
 
@@ -50,7 +44,6 @@ def wait_until(condition, timeout=120.0):
 
 
 def printed_on(cups, printers):
-    """Everything the printers have printed so far."""
     jobs = []
     for name in printers:
         jobs += cups.sinks[name].wait_for_jobs(0)
@@ -83,10 +76,8 @@ def send_in_parallel(senders, send, meanwhile=None):
 # ---- LPRng's clients ----
 
 class Lprng:
-    """LPRng's lpr and lpq, unpacked from the distribution's package and never installed (the
-    package would start an lpd on port 515). Their configuration file, /etc/lprng/lpd.conf, is
-    compiled in and must exist; these copies read "lpd.conf" in their working directory instead,
-    a private one, so that neither the host's printcap nor its settings play a part."""
+    """LPRng's lpr and lpq, unpacked from its package, never installed (it would start an lpd on
+    port 515); patched to read a private "lpd.conf" instead of the host's compiled-in one."""
 
     CONFIG = b"=/etc/lprng/lpd.conf\0"
 
@@ -156,8 +147,7 @@ def test_a_data_file_cut_off_prints_nothing_and_leaves_no_file(vorlix, cups, ser
     s = server()
     sink = cups.sink(cp.PRINTING)
 
-    # The control file names two data files; the first comes whole, the connection closes in the
-    # middle of the second: the first prints, nothing of the second.
+    # Two data files named; the connection closes in the middle of the second.
     cut = RawSender(s.port, cp.PRINTING)
     cut.control(cp.PRINTING, ["dfA001vxcut", "dfB001vxcut"], name="cfA001vxcut")
     cut.data("dfA001vxcut", numbered_job(2))
@@ -165,8 +155,6 @@ def test_a_data_file_cut_off_prints_nothing_and_leaves_no_file(vorlix, cups, ser
     cut.sock.sendall(numbered_job(3, 60_000))
     cut.close()
 
-    # Once the fragment is gone, nothing of it can still be queued: the next job prints right
-    # after the whole file.
     assert wait_until(lambda: not job_files(vorlix)), job_files(vorlix)
     assert send_job(s.port, cp.PRINTING, numbered_job(4), 4)
     assert sink.wait_for_jobs(2) == [numbered_job(2), numbered_job(4)]
@@ -207,11 +195,9 @@ def test_job_to_a_paused_queue_waits_in_cups_and_prints_when_resumed(vorlix, cup
     try:
         assert send_job(s.port, cp.STOPPED, body, 31)
         assert wait_until(lambda: len(cups.active_jobs(cp.STOPPED)) == 1)
-        # With the owner taken over, CUPS shows whose job it is (the control file's P line).
         assert cups.active_jobs(cp.STOPPED)[0].split()[1] == "tester"
         assert wait_until(lambda: any(l.startswith(f"Job {data_name(31)} is held by the print "
                                                    "system") for l in s.lines())), s.lines()
-        # The service stays up and prints for the other printers meanwhile.
         assert send_job(s.port, cp.PRINTING, numbered_job(32), 32)
         assert other.wait_for_jobs(1) == [numbered_job(32)]
         assert paused.jobs == []
@@ -241,7 +227,6 @@ def jobs_behind_a_busy_printer(vorlix, s, sink, count):
     small = {n: numbered_job(n) for n in range(1, count + 1)}
     for n, body in small.items():
         assert send_job(s.port, cp.HELD, body, n)
-    # Each acknowledged job waits, its journal beside its data file.
     waiting = job_files(vorlix)
     assert all(name in waiting and name + ".job" in waiting for name in map(data_name, small)), \
         waiting

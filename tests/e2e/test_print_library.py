@@ -83,8 +83,7 @@ def test_raw_job_reaches_the_printer_unchanged_once_per_copy(driver, cups, tmp_p
     rc, lines = driver.print_file(cp.PRINTING, tmp_path / "job.bin", "raw-1", copies=3)
     assert rc == OK, lines
     jobs = sink.wait_for_jobs(1)
-    # One print job (one connection to the device) carrying the data three times.
-    assert len(jobs) == 1
+    assert len(jobs) == 1  # one connection to the device for all copies
     assert jobs[0] == data * 3
     assert not errors(lines)
 
@@ -99,23 +98,6 @@ def test_job_the_print_system_refuses_is_a_device_error(driver, cups, tmp_path, 
     if not driver.windows:
         # Nothing is left behind in CUPS to print later: the service will send it again.
         assert cups.active_jobs(queue) == []
-
-
-def test_printer_that_cannot_be_reached_holds_the_job(driver, cups, tmp_path):
-    """A paused printer: test_lpd_reliability, through the service."""
-    if driver.windows:
-        pytest.skip("Wine's spooler reports no printer state (WINE.md); it holds every job")
-    queue = cp.UNREACHABLE
-    random_file(tmp_path / "job.bin", 10 * 1024)
-    try:
-        rc, lines = driver.print_file(queue, tmp_path / "job.bin", "held-1")
-        assert rc == OK, lines
-        assert errors(lines) == [], lines
-        assert any("Job held-1 is held by the print system" in l for l in lines), lines
-        # CUPS keeps it, to print when the printer can.
-        assert len(cups.active_jobs(queue)) == 1
-    finally:
-        cups.cancel_all(queue)
 
 
 def test_job_that_cannot_be_read_or_rendered_fails_and_prints_nothing(driver, cups, tmp_path):

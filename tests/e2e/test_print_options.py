@@ -20,10 +20,8 @@ def test_file_reaches_the_printer_once_per_copy(vorlix, cups, tmp_path):
     sink = cups.sink(cp.PRINTING)
     data = random_file(tmp_path / "job.bin", 120_000, 1)
     r = vorlix.run("-f", vorlix.native_path(tmp_path / "job.bin"), "-p", cp.PRINTING, "-c", "0x3")
-    assert r.rc == 0
-    assert r.stdout == ""
-    jobs = sink.wait_for_jobs(1)
-    assert b"".join(jobs) == data * 3
+    assert (r.rc, r.stdout) == (0, "")
+    assert b"".join(sink.wait_for_jobs(1)) == data * 3
 
 
 def test_pdf_arrives_as_pdf(vorlix, cups, tmp_path):
@@ -86,14 +84,7 @@ def test_pending_jobs_of_the_enhanced_mode_are_listed_not_printed(vorlix, cups, 
     listed = lines[lines.index("Pending jobs:") + 1:]
     for n, path in enumerate(files):
         assert f"{cp.PRINTING} {vorlix.native_path(path)} dfA00{n} user:report{n} user" in listed
-    # Still kept for the next start.
     still = pending.read_text()
     assert all(f"\tdfA00{n}\t" in still for n in range(len(files))), still
     assert sink.wait_for_jobs(1, timeout=3) == []
 
-
-def test_font_metrics_file(vorlix):
-    vorlix.run("-m", "DejaVu Sans")
-    metrics = [p for p in vorlix.log_dir.iterdir() if p.suffix.lower() == ".afm"]
-    assert metrics, list(vorlix.log_dir.iterdir())
-    assert metrics[0].read_text(errors="replace").startswith("StartFontMetrics")
