@@ -211,27 +211,6 @@ TEST_F(Registry, NamesIgnoreCaseAndKeepTheirCase) {
     EXPECT_TRUE(Values(key).empty());
 }
 
-// Many writers at once, each on its own handle: every value arrives.
-TEST_F(Registry, ThreadsWritingAtOnceLoseNothing) {
-    constexpr int kThreads = 6;
-    constexpr int kValues = 15;
-    std::vector<std::thread> writers;
-    std::vector<int> failures(kThreads, 0);
-    for (int t = 0; t < kThreads; ++t) {
-        writers.emplace_back([this, t, &failures] {
-            RegKey key;
-            failures[t] =
-                vx::RegCreate(vx::kHiveCurrentUser, path_.c_str(), key.Receive()) == vx::kRegOk
-                    ? WriteValues(key, t, kValues)
-                    : 1;
-        });
-    }
-    for (auto& w : writers) w.join();
-    for (int t = 0; t < kThreads; ++t) EXPECT_EQ(failures[t], 0) << "thread " << t;
-    CREATE_KEY(key);
-    ExpectEveryValue(key, kThreads, kValues);
-}
-
 #if !defined(_WIN32)
 
 // A hive as an admin might write it: BOM, CRLF, comments, escapes, dword, hex over two lines,

@@ -51,27 +51,6 @@ TEST(VersionResource, VorlixCarriesItsVersionTexts) {
     ASSERT_EQ(rc, 0);
     EXPECT_STREQ(fileVersion, "7500.1.0.47");
     EXPECT_STREQ(productVersion, "750 Final Release");
-
-    // A missing buffer is skipped.
-    EXPECT_EQ(vx::ReadFileVersion(VorlixPath().c_str(), nullptr, 0, productVersion,
-                                  sizeof productVersion),
-              0);
-    EXPECT_STREQ(productVersion, "750 Final Release");
-}
-
-TEST(VersionResource, FilesWithoutOneGiveMinusOneAndEmptyTexts) {
-    // The test executable is built without resources; the second file does not exist.
-    for (const std::string& path : {OwnPath(), OwnPath() + ".missing"}) {
-        char fileVersion[64] = "stale";
-        char productVersion[64] = "stale";
-        EXPECT_EQ(vx::ReadFileVersion(path.c_str(), fileVersion, sizeof fileVersion, productVersion,
-                                      sizeof productVersion),
-                  -1)
-            << path;
-        EXPECT_STREQ(fileVersion, "");
-        EXPECT_STREQ(productVersion, "");
-    }
-    EXPECT_EQ(vx::ReadFileVersion(nullptr, nullptr, 0, nullptr, 0), -1);
 }
 
 TEST(MessageTable, WordsTheServiceEventsEndedByCrLf) {

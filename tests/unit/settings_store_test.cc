@@ -145,12 +145,4 @@ TEST_F(SettingsStore, ChildObjectSharesTheParentsCaches) {
     EXPECT_EQ(parent->GetGlobalInt("FromChild", 0), 9);
 }
 
-// The object reads its own settings at construction; reported defaults match names exactly.
-TEST_F(SettingsStore, StoredSettingsAndReportedDefaults) {
-    Seed("MaxLogFileSize", "4096");
-    auto p = Make();
-    EXPECT_EQ(p->MaxLogFileSize(), 4096);
-    EXPECT_EQ(p->GetDefaultValue("loglevel"), 0);  // names match exactly
-}
-
 }  // namespace
