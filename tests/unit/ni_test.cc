@@ -42,28 +42,6 @@ vx::NiAddress Ipv6(std::initializer_list<uint16_t> groups) {
     return address;
 }
 
-TEST_F(NiLayer, ListenerHoldsItsPortUntilClosed) {
-    LoopbackPair first;
-    ASSERT_EQ(first.Listen(), vx::kNiOk);
-    ASSERT_NE(first.port, 0);
-    ASSERT_NE(first.listener, vx::kNiNoHandle);
-
-    uint16_t same = first.port;
-    vx::NiHandle second = 12345;
-    EXPECT_EQ(vx::NiServerHandle(&same, &second), vx::kNiPortInUse);
-    EXPECT_EQ(second, vx::kNiNoHandle);
-
-    // Once the first listener is gone nobody answers there, and the port is free again.
-    LoopbackPair::Close(first.listener);
-    vx::NiHandle client = 5;
-    EXPECT_EQ(vx::NiConnect("localhost", std::to_string(same).c_str(), vx::kNiWaitForever, &client),
-              vx::kNiRefused);
-    EXPECT_EQ(client, vx::kNiNoHandle);
-    ASSERT_EQ(vx::NiServerHandle(&same, &second), vx::kNiOk);
-    EXPECT_EQ(same, first.port);
-    EXPECT_EQ(vx::NiCloseHandle(second), vx::kNiOk);
-}
-
 TEST_F(NiLayer, AcceptTimesOutWithoutAPeerAndRefusesConnectionHandles) {
     LoopbackPair pair;
     ASSERT_EQ(pair.Listen(), vx::kNiOk);

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdint>
 #include <string>
 #include <thread>
@@ -257,38 +256,22 @@ TEST_F(NetFixture, StringRepliesEndInANulOnlyWhenSetTo) {
 
 // ---- handshake and close ----
 
-// A NUL is accepted in the LPD dialogue's control-file cases; here what is not one.
-TEST_F(NetFixture, AwaitNullbyteRefusesAnyOtherByteAndTheEnd) {
+// A NUL and another byte are checked in the LPD dialogue's control-file cases; here the end.
+TEST_F(NetFixture, AwaitNullbyteRefusesTheEnd) {
     Start();
     LoopbackPair pair;
     vx::NetSocket socket = Connected(pair);
-    ASSERT_TRUE(pair.Send("x"));
-    EXPECT_EQ(vx::AwaitNullbyte(socket), -1);
     LoopbackPair::Close(pair.client);
     EXPECT_EQ(vx::AwaitNullbyte(socket), -1);
-    std::string expected = "Error: AwaitNullbyte: Nullbyte expected, protocol error on ni " +
-                           std::to_string(socket.niHandle) + " - aborting.\n";
-    EXPECT_EQ(vxtest::CountOccurrences(Log(), expected), 2) << Log();
+    EXPECT_NE(Log().find("Error: AwaitNullbyte: Nullbyte expected, protocol error on ni " +
+                         std::to_string(socket.niHandle) + " - aborting.\n"),
+              std::string::npos)
+        << Log();
 }
 
 // ---- the secured-channel hook ----
 
-struct FakeChannel {
-    static inline std::atomic<int> reads{0};
-    static inline std::atomic<int> writes{0};
-    static inline std::atomic<int> done{0};
-    static int32_t Read(vx::NetSocket&, void* buffer, int32_t) {
-        ++reads;
-        static_cast<char*>(buffer)[0] = 's';
-        return 1;
-    }
-    static int32_t Write(vx::NetSocket&, const void*, int32_t length) {
-        ++writes;
-        return length;
-    }
-    static void Done(vx::NetSocket&) { ++done; }
-};
-
+// Reads, writes and the end through the real secured channel: security_layer_test.
 TEST_F(NetFixture, SecuredConnectionsGoThroughTheInstalledChannelOnly) {
     Start();
     LoopbackPair pair;
@@ -306,20 +289,17 @@ TEST_F(NetFixture, SecuredConnectionsGoThroughTheInstalledChannelOnly) {
     EXPECT_EQ(vx::SocketRead(socket, buffer, 1), -1);  // no security layer to carry it
     EXPECT_NE(Log().find("Error: SocketRead: secured session on ni"), std::string::npos);
 
-    static const vx::SecuredChannel channel{FakeChannel::Read, FakeChannel::Write,
-                                            FakeChannel::Done};
+    static const vx::SecuredChannel channel{
+        [](vx::NetSocket&, void* data, int32_t) {
+            static_cast<char*>(data)[0] = 's';
+            return int32_t{1};
+        },
+        [](vx::NetSocket&, const void*, int32_t length) { return length; }, [](vx::NetSocket&) {}};
     vx::InstallSecuredChannel(&channel);
     EXPECT_EQ(vx::SocketRead(socket, buffer, 4), 1);
     EXPECT_EQ(buffer[0], 's');
     EXPECT_EQ(vx::SocketWrite(socket, "abc", 3), 3);
     EXPECT_EQ(pair.ReceiveAll(50), "");  // nothing went out in the clear
-    vx::SocketClose(socket);
-    pair.server = vx::kNiNoHandle;
-    EXPECT_EQ(FakeChannel::reads, 1);
-    EXPECT_EQ(FakeChannel::writes, 1);
-    EXPECT_EQ(FakeChannel::done, 1);
-    EXPECT_EQ(socket.sncSession, nullptr);
-    EXPECT_FALSE(socket.secured);
 }
 
 }  // namespace
