@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -10,41 +9,6 @@
 #include "test_support.h"
 
 namespace {
-
-// Bytes that show a chunk written twice, left out or out of order.
-std::string Numbered(size_t size) {
-    std::string data;
-    for (size_t n = 0; data.size() < size; ++n) data += std::to_string(n) + ",";
-    data.resize(size);
-    return data;
-}
-
-// Whatever the sizes handed over, the file gets the bytes in order, once, by the flush; the
-// writer can be used again after a flush.
-TEST(JobFileWriterTest, WritesEverythingInOrder) {
-    vxtest::ScratchDir dir;
-    const std::string path = dir.File("job");
-    const std::string data = Numbered(3 * 1024 * 1024 + 123);
-    vx::StreamPtr file(vx::FsOpenStream(path.c_str(), "wb"));
-    ASSERT_TRUE(file);
-    vx::JobFileWriterPtr writer = vx::StartJobFileWriter(file.get());
-    ASSERT_NE(writer, nullptr);
-    size_t at = 0;
-    for (size_t piece : {1u, 30024u, 262143u, 262144u, 700001u}) {
-        ASSERT_TRUE(vx::WriteThroughWriter(*writer, data.data() + at, piece));
-        at += piece;
-    }
-    ASSERT_TRUE(vx::FlushJobFileWriter(*writer));
-    while (at < data.size()) {
-        size_t piece = std::min<size_t>(30024, data.size() - at);
-        ASSERT_TRUE(vx::WriteThroughWriter(*writer, data.data() + at, piece));
-        at += piece;
-    }
-    ASSERT_TRUE(vx::FlushJobFileWriter(*writer));
-    writer.reset();
-    file.reset();
-    EXPECT_EQ(vxtest::ReadWholeFile(path), data);
-}
 
 // A failed write is reported to the session at its next hand-over or flush, and nothing later
 // is written.
