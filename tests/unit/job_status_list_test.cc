@@ -40,25 +40,6 @@ TEST_F(JobStatusListTest, SameJobIdOnTwoPrintersIsTwoJobs) {
     EXPECT_EQ(StatusOf("P1", "same"), kJobPrinting);
 }
 
-// The answers on the wire and their trace lines: status_query_test.
-TEST_F(JobStatusListTest, FinalStatusIsReportedOnceThenUnknown) {
-    PutStatus("P1", "j1", kJobDone, "Done");
-    PutStatus("P1", "z1", kJobFree);
-    JobStatusAnswer first = Ask("P1", "j1");
-    EXPECT_EQ(first.outcome, kStatusFinal);
-    EXPECT_STREQ(first.word, "done");
-    EXPECT_STREQ(first.record.StatusText, "Done");
-    JobStatusAnswer second = Ask("P1", "j1");
-    EXPECT_EQ(second.outcome, kStatusUnknown);
-    EXPECT_STREQ(second.word, "unknown");
-    EXPECT_STREQ(Ask("P1", "z1").word, "??? free ???");
-    EXPECT_EQ(Count(g_JobStatusList), 0);
-
-    EXPECT_TRUE(
-        vxtest::InOrder(Log(), {"Delete job j1 from status list " + List() + ", status = 4\n",
-                                "Error: Job j1 not found in status list " + List() + "\n"}));
-}
-
 TEST_F(JobStatusListTest, JobsInProgressAreAnsweredAsUnknownAndStay) {
     for (int32_t status : {1, 2, 3, 6, 7, 8}) {
         std::string id = "s" + std::to_string(status);

@@ -25,14 +25,6 @@ class PrintJobTest : public vxtest::JobsFixture {
                   1);
         return job;
     }
-    // An extended-protocol job with its status record, as received.
-    JobInfo ReceivedS(const std::string& jobId) {
-        JobRecord record{};
-        CopyText(record.PrinterName, "P1");
-        CopyText(record.JobId, jobId.c_str());
-        EXPECT_EQ(EnterReceivedJob(&record), 0);
-        return Fill("x", nullptr, 'S', jobId);
-    }
     int files_ = 0;
 };
 
@@ -57,10 +49,6 @@ TEST_F(PrintJobTest, DetectsTheDataStreamInTheFirstBytes) {
         EXPECT_EQ(job.StreamType, c.streamType) << c.content;
         EXPECT_EQ(job.WideData, c.wideData) << c.content;
     }
-    JobInfo none;
-    EXPECT_EQ(FillJobInfo("P1", dir_.File("missing").c_str(), "j", nullptr, nullptr, 1, 0, 0, 0,
-                          'U', 0, 0, &none),
-              0);
 }
 
 TEST_F(PrintJobTest, TitleLosesTrailingBlanksButABlankTitleKeepsOne) {
@@ -111,8 +99,8 @@ TEST_F(PrintJobTest, TestModeFailsEveryNthJobWithoutPrintingIt) {
 }
 
 TEST_F(PrintJobTest, DeviceErrorsWalkTheStatusUntilTheLastRetryEndsTheJob) {
-    JobInfo job = ReceivedS("walk");
-    JobInfo fine = ReceivedS("fine");
+    PutStatus("P1", "walk", kJobPrinting);
+    JobInfo job = Fill("x", nullptr, 'S', "walk");
     FailJobs({"walk"}, ZEL_RC_DEVICE);
     std::vector<int> rcs, statuses;
     for (int i = 0; i < 4; ++i) {
@@ -124,15 +112,6 @@ TEST_F(PrintJobTest, DeviceErrorsWalkTheStatusUntilTheLastRetryEndsTheJob) {
     JobRecord record;
     ASSERT_EQ(FindJobStatus("P1", "walk", &record), 0);
     EXPECT_STREQ(record.StatusText, "See_logfile_for_details.");
-    ASSERT_EQ(PrintJob(fine), ZEL_RC_OK);
-    ASSERT_EQ(FindJobStatus("P1", "fine", &record), 0);
-    EXPECT_EQ(record.Status, kJobDone);
-    EXPECT_STREQ(record.StatusText, "Done");
-    // A job without a record is only traced.
-    PrintJob(Fill("x", nullptr, 'S', "gone"));
-    EXPECT_EQ(LogCount("Job gone not found in status list " + std::to_string(g_JobStatusList) +
-                       " after processing\n"),
-              1);
 }
 
 TEST_F(PrintJobTest, NoStatusSettingsKeepJobsOutOfTheList) {
