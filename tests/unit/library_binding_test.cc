@@ -89,7 +89,7 @@ TEST_F(LibraryBinding, AbsentLibrariesAreReported) {
     EXPECT_EQ(log.find("This is TOLMAPDF Version"), std::string::npos);
 }
 
-TEST_F(LibraryBinding, NothingIsBoundUnlessAsked) {
+TEST_F(LibraryBinding, NothingIsBoundUnlessAskedButVersionsAreRead) {
     auto p = Bind(TestLibraries("complete"), false);
     EXPECT_FALSE(p->Libraries().pdf.module.Loaded());
     EXPECT_FALSE(p->Libraries().icon.module.Loaded());
@@ -98,6 +98,21 @@ TEST_F(LibraryBinding, NothingIsBoundUnlessAsked) {
     // The product beside the executable is found all the same: it decides the banner.
     EXPECT_EQ(p->PdfLibraryCompatible(), 1);
     EXPECT_NE(Log().find("This is TOLMAPDF Version 3.6.14085.0 (64bit)\n"), std::string::npos);
+
+    // A library without a version resource gives none.
+    char fileVersion[64];
+    char productVersion[64];
+    std::string ocr = TestLibraries("complete") + Sep() + Name("OCR.DLL");
+    EXPECT_EQ(p->ReadFileVersion(ocr.c_str(), fileVersion, sizeof fileVersion, productVersion,
+                                 sizeof productVersion),
+              -1);
+    EXPECT_STREQ(fileVersion, "");
+    EXPECT_STREQ(productVersion, "");
+    // The print library linked into the program is found where the loader took it from.
+    std::string printLibrary = p->PrintLibraryPath();
+    ASSERT_FALSE(printLibrary.empty());
+    EXPECT_EQ(printLibrary.substr(printLibrary.rfind(vx::kPathSeparator) + 1),
+              Name("zelwin64.dll"));
 }
 
 TEST_F(LibraryBinding, CompleteLibrariesAreBoundAndReleased) {
@@ -174,25 +189,6 @@ TEST_F(LibraryBinding, PdfProductWithAnotherVersionCountsAsNotInstalled) {
                               "Error: Version 3.6.99999.0 of pdfprint.dll is not compatible.\n",
                               "TOLMAPDF (64bit) not installed.\n"}));
     EXPECT_EQ(ApiLog().find("SetDllDirectory("), std::string::npos);
-}
-
-// The version of a found library shows in the banners above; a library without one gives none.
-TEST_F(LibraryBinding, FileVersionsAndThePrintLibraryPath) {
-    auto p = Bind(TestLibraries("complete"), false);
-    char fileVersion[64];
-    char productVersion[64];
-    std::string ocr = TestLibraries("complete") + Sep() + Name("OCR.DLL");
-    EXPECT_EQ(p->ReadFileVersion(ocr.c_str(), fileVersion, sizeof fileVersion, productVersion,
-                                 sizeof productVersion),
-              -1);
-    EXPECT_STREQ(fileVersion, "");
-    EXPECT_STREQ(productVersion, "");
-
-    // The print library linked into the program is found where the loader took it from.
-    std::string printLibrary = p->PrintLibraryPath();
-    ASSERT_FALSE(printLibrary.empty());
-    EXPECT_EQ(printLibrary.substr(printLibrary.rfind(vx::kPathSeparator) + 1),
-              Name("zelwin64.dll"));
 }
 
 }  // namespace

@@ -37,38 +37,25 @@ TEST(FilePrinter, EveryJobGetsANewFileWithAllItsCopies) {
     std::string source = dir.File("job.bin");
     ASSERT_TRUE(vxtest::WriteWholeFile(source, data));
     std::string output = dir.File("out");  // made by the printer
-
     vx::StreamPtr in(fopen(source.c_str(), "rb"));
     char path[600];
-    char error[256];
-    ASSERT_EQ(zel::WriteToFilePrinter(output.c_str(), "7", ".prn", in.get(), source.c_str(), 3,
-                                      path, sizeof path, error, sizeof error),
-              0)
-        << error;
+    char error[256] = {};
+    auto print = [&](const std::string& directory, int copies) {
+        return zel::WriteToFilePrinter(directory.c_str(), "7", ".prn", in.get(), source.c_str(),
+                                       copies, path, sizeof path, error, sizeof error);
+    };
+    ASSERT_EQ(print(output, 3), 0) << error;
     std::string first = path;
     EXPECT_EQ(first, output + vx::kPathSeparator + "7_1.prn");
     EXPECT_EQ(vxtest::ReadWholeFile(first), data + data + data);
 
-    ASSERT_EQ(zel::WriteToFilePrinter(output.c_str(), "7", ".prn", in.get(), source.c_str(), 1,
-                                      path, sizeof path, error, sizeof error),
-              0);
+    ASSERT_EQ(print(output, 1), 0);
     EXPECT_EQ(std::string(path), output + vx::kPathSeparator + "7_2.prn");
     EXPECT_EQ(vxtest::ReadWholeFile(first), data + data + data);
     EXPECT_EQ(vxtest::ReadWholeFile(path), data);
-}
 
-TEST(FilePrinter, AnOutputDirectoryThatCannotBeMadeIsAnError) {
-    vxtest::ScratchDir dir;
-    std::string blocker = dir.File("plain-file");
-    ASSERT_TRUE(vxtest::WriteWholeFile(blocker, "x"));
-    std::string source = dir.File("job.bin");
-    ASSERT_TRUE(vxtest::WriteWholeFile(source, "data"));
-    vx::StreamPtr in(fopen(source.c_str(), "rb"));
-    char path[600];
-    char error[256] = {};
-    EXPECT_EQ(zel::WriteToFilePrinter(blocker.c_str(), "1", ".prn", in.get(), source.c_str(), 1,
-                                      path, sizeof path, error, sizeof error),
-              -1);
+    // An output directory that cannot be made is an error.
+    EXPECT_EQ(print(source, 1), -1);
     EXPECT_NE(std::string(error).find("cannot be created"), std::string::npos);
 }
 

@@ -22,31 +22,29 @@ std::string Utf16(const std::string& text) {
     return wide;
 }
 
-TEST(StreamType, MarkersDecideAndTheLibraryMarkerWins) {
-    int wide = -1;
-    EXPECT_EQ(TypeOf("plain text", &wide), ZEL_STREAM_RAW);
-    EXPECT_EQ(wide, 0);
-    EXPECT_EQ(TypeOf("header %PDF-1.7", &wide), ZEL_STREAM_PDF);
-    EXPECT_EQ(TypeOf("XTG data", &wide), ZEL_STREAM_PDF);
-    EXPECT_EQ(TypeOf(" XTG data", &wide), ZEL_STREAM_RAW);
-    EXPECT_EQ(TypeOf("%PDF \x1b%ZELWIN", &wide), ZEL_STREAM_ZELWIN);
-    EXPECT_EQ(wide, 0);
-}
-
-TEST(StreamType, Utf16MarkersCountAndSetWide) {
+TEST(StreamType, MarkersInTheFirstBytesDecideAndTheLibraryMarkerWins) {
+    const std::string late(zel::kStreamProbeSize - 2, 'x');
+    const struct {
+        std::string data;
+        int type, wide;
+    } cases[] = {
+        {"plain text", ZEL_STREAM_RAW, 0},
+        {"header %PDF-1.7", ZEL_STREAM_PDF, 0},
+        {"XTG data", ZEL_STREAM_PDF, 0},
+        {" XTG data", ZEL_STREAM_RAW, 0},
+        {"%PDF \x1b%ZELWIN", ZEL_STREAM_ZELWIN, 0},
+        {Utf16("\xff\xfe%PDF-1.4"), ZEL_STREAM_PDF, 1},
+        {Utf16("x\x1b%ZELWIN"), ZEL_STREAM_ZELWIN, 1},
+        {late + "%PDF", ZEL_STREAM_RAW, 0},
+        // The single-byte search stops at a NUL; the UTF-16 one does not.
+        {std::string("ab\0%PDF", 7), ZEL_STREAM_RAW, 0},
+    };
+    for (const auto& c : cases) {
+        int wide = -1;
+        EXPECT_EQ(TypeOf(c.data, &wide), c.type) << c.data;
+        EXPECT_EQ(wide, c.wide) << c.data;
+    }
     int wide = 0;
-    EXPECT_EQ(TypeOf(Utf16("\xff\xfe%PDF-1.4"), &wide), ZEL_STREAM_PDF);
-    EXPECT_EQ(wide, 1);
-    EXPECT_EQ(TypeOf(Utf16("x\x1b%ZELWIN"), &wide), ZEL_STREAM_ZELWIN);
-    EXPECT_EQ(wide, 1);
-}
-
-TEST(StreamType, OnlyTheFirstBytesAreLookedAt) {
-    int wide = 0;
-    std::string late(zel::kStreamProbeSize - 2, 'x');
-    EXPECT_EQ(TypeOf(late + "%PDF", &wide), ZEL_STREAM_RAW);
-    // The single-byte search stops at a NUL; the UTF-16 one does not.
-    EXPECT_EQ(TypeOf(std::string("ab\0%PDF", 7), &wide), ZEL_STREAM_RAW);
     EXPECT_EQ(zel::StreamTypeOfFile("/no/such/file/anywhere", &wide), -1);
 }
 

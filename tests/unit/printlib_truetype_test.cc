@@ -17,16 +17,14 @@ namespace {
 
 using Bytes = std::string;
 
-void Put16(Bytes* b, uint32_t v) {
-    b->push_back(static_cast<char>(v >> 8 & 0xFF));
-    b->push_back(static_cast<char>(v & 0xFF));
-}
-void Put16s(Bytes* b, std::initializer_list<uint32_t> values) {
-    for (uint32_t v : values) Put16(b, v);
+void Put16(Bytes* b, std::initializer_list<uint32_t> values) {
+    for (uint32_t v : values) {
+        b->push_back(static_cast<char>(v >> 8 & 0xFF));
+        b->push_back(static_cast<char>(v & 0xFF));
+    }
 }
 void Put32(Bytes* b, uint32_t v) {
-    Put16(b, v >> 16);
-    Put16(b, v & 0xFFFF);
+    Put16(b, {v >> 16, v & 0xFFFF});
 }
 void Set16(Bytes* b, size_t at, uint32_t v) {
     (*b)[at] = static_cast<char>(v >> 8 & 0xFF);
@@ -60,29 +58,23 @@ Bytes Hhea() {
 
 Bytes Hmtx() {
     Bytes t;
-    Put16s(&t, {1000, 0, 1401, 0, 651, 0, 0});  // glyph 3: left side bearing only
+    Put16(&t, {1000, 0, 1401, 0, 651, 0, 0});  // glyph 3: left side bearing only
     return t;
 }
 
 // Format 4 with a delta segment (space, "A") and a glyph-array segment ("é").
 Bytes Cmap() {
-    const uint16_t ends[] = {0x20, 0x41, 0xE9, 0xFFFF};
-    const uint16_t starts[] = {0x20, 0x41, 0xE9, 0xFFFF};
-    const uint16_t deltas[] = {static_cast<uint16_t>(2 - 0x20), static_cast<uint16_t>(1 - 0x41), 0,
-                               1};
     Bytes sub;
-    Put16s(&sub, {4, 0, 0, 8, 8, 2, 0});  // format, length (set below), language, segCountX2...
-    for (uint16_t e : ends) Put16(&sub, e);
-    Put16(&sub, 0);
-    for (uint16_t s : starts) Put16(&sub, s);
-    for (uint16_t d : deltas) Put16(&sub, d);
+    Put16(&sub, {4, 0, 0, 8, 8, 2, 0});  // format, length (set below), language, segCountX2...
+    Put16(&sub, {0x20, 0x41, 0xE9, 0xFFFF, 0, 0x20, 0x41, 0xE9, 0xFFFF});  // ends, pad, starts
+    const uint32_t deltas[] = {static_cast<uint16_t>(2 - 0x20), static_cast<uint16_t>(1 - 0x41)};
+    Put16(&sub, {deltas[0], deltas[1], 0, 1});
     // idRangeOffset: only the third segment uses the glyph array, which starts right after
-    // the four offsets (two entries on from its own).
-    Put16s(&sub, {0, 0, 4, 0});
-    Put16(&sub, 3);  // glyph of "é"
+    // the four offsets (two entries on from its own); it holds the glyph of "é".
+    Put16(&sub, {0, 0, 4, 0, 3});
     Set16(&sub, 2, static_cast<uint32_t>(sub.size()));
     Bytes t;
-    Put16s(&t, {0, 1, 3, 1});
+    Put16(&t, {0, 1, 3, 1});
     Put32(&t, 12);
     return t + sub;
 }
@@ -99,16 +91,15 @@ Bytes Name() {
                               {3, 1, 0x409, 6, "TinySans-Bold"}};
     Bytes strings;
     Bytes t;
-    Put16s(&t, {0, 5, 6 + 5 * 12});
+    Put16(&t, {0, 5, 6 + 5 * 12});
     for (const Record& r : records) {
         Bytes encoded;
         for (char c : r.text) {
             if (r.platform == 3) encoded.push_back('\0');
             encoded.push_back(c);
         }
-        Put16s(&t, {r.platform, r.encoding, r.language, r.id});
-        Put16(&t, static_cast<uint32_t>(encoded.size()));
-        Put16(&t, static_cast<uint32_t>(strings.size()));
+        Put16(&t, {r.platform, r.encoding, r.language, r.id, static_cast<uint32_t>(encoded.size()),
+                   static_cast<uint32_t>(strings.size())});
         strings += encoded;
     }
     return t + strings;
@@ -141,7 +132,7 @@ Bytes TinyFont() {
                                            {"post", Post()}};
     Bytes font;
     Put32(&font, 0x00010000);
-    Put16s(&font, {static_cast<uint32_t>(tables.size()), 0, 0, 0});
+    Put16(&font, {static_cast<uint32_t>(tables.size()), 0, 0, 0});
     uint32_t offset = 12 + 16 * static_cast<uint32_t>(tables.size());
     Bytes body;
     for (const auto& [tag, table] : tables) {
