@@ -46,29 +46,12 @@ Parsed Parse(std::vector<std::string> words) {
 }
 
 TEST(SendArguments, LprOptionsGluedOrSeparateAndLongOptionsWithOrWithoutEquals) {
-    Parsed p = Parse({"-Hprint.example:5515",
-                      "-P",
-                      "laser",
-                      "-Uanna",
-                      "-T",
-                      "Q3 report",
-                      "-#3",
-                      "--tray=2",
-                      "--duplex",
-                      "1",
-                      "--job-id=J42",
-                      "--option",
-                      "NO_PAPER",
-                      "--option=FILE:out.pdf",
-                      "--compress=C2",
-                      "--scramble",
-                      "--checksum",
-                      "--no-status",
-                      "--timeout=5",
-                      "a.txt",
-                      "-",
-                      "--",
-                      "-odd-name"});
+    // clang-format off
+    Parsed p = Parse({"-Hprint.example:5515", "-P", "laser", "-Uanna", "-T", "Q3 report", "-#3",
+                      "--tray=2", "--duplex", "1", "--job-id=J42", "--option", "NO_PAPER",
+                      "--option=FILE:out.pdf", "--compress=C2", "--scramble", "--checksum",
+                      "--no-status", "--timeout=5", "a.txt", "-", "--", "-odd-name"});
+    // clang-format on
     ASSERT_EQ(p.rc, 0) << p.error;
     const vx::SendOptions& o = p.options;
     EXPECT_STREQ(o.host, "print.example");
@@ -109,26 +92,22 @@ TEST(SendArguments, HostsWithAndWithoutPortsIncludingIpv6) {
     }
 }
 
+// Unknown options, numbers out of range or not numbers, extended-only options with --lpd and
+// queries with files are refused through the built sender in test_vorlix_send.py.
 TEST(SendArguments, MistakesAreUsageErrorsNamingTheOption) {
     struct Case {
         std::vector<std::string> words;
         const char* named;  // the error names this
     } cases[] = {
-        {{"--colour"}, "--colour"},
         {{"-P"}, "-P"},  // value missing at the end
-        {{"-#1000"}, "-#"},
-        {{"-#", "2x"}, "-#"},
         {{"-H", "host:70000"}, "port"},
-        {{"-H", "host:"}, "port"},
         {{"-H", "[::1"}, "]"},
-        {{"--tray=100"}, "--tray"},
         {{"--compress=c3"}, "c3"},
         {{"--quiet=yes"}, "--quiet"},  // a switch takes no value
         {{"--option=COLOR"}, "COLOR"},
         {{"--option=FILE:"}, "FILE"},
         {{"--job-id", "has blank"}, "--job-id"},
         {{"--job-id", std::string(41, 'j')}, "--job-id"},
-        {{"--lpd", "--tray=1", "f"}, "--tray"},  // extended-only options with --lpd
         {{"--lpd", "--list-printers"}, "--lpd"},
         {{"--status=J1", "--list-printers"}, "--list-printers"},
         {{"-P", "HP LaserJet", "--status=J1"}, "blanks"},
@@ -142,16 +121,11 @@ TEST(SendArguments, MistakesAreUsageErrorsNamingTheOption) {
     std::vector<std::string> many;
     for (int i = 0; i < 4; ++i) many.push_back("--option=FILE:" + std::string(30, 'a' + i));
     EXPECT_EQ(Parse(many).rc, -1);
-}
-
-TEST(SendArguments, QueriesAndHelp) {
-    Parsed p = Parse({"-P", "lp", "--status", "dfA001host"});
-    ASSERT_EQ(p.rc, 0) << p.error;
-    EXPECT_EQ(p.options.action, vx::kActionStatus);
-    EXPECT_STREQ(p.options.statusJob, "dfA001host");
-    EXPECT_EQ(Parse({"--lpd", "--status=x"}).rc, 0);  // the status query is LPD anyway
+    // Not mistakes: the status query is LPD anyway, a job may go to a printer name with blanks,
+    // and help never fails.
+    EXPECT_EQ(Parse({"--lpd", "--status=x"}).rc, 0);
     EXPECT_STREQ(Parse({"-P", "HP LaserJet 4", "job.prn"}).options.printer, "HP LaserJet 4");
-    EXPECT_EQ(Parse({"--help", "--lpd", "--tray=1"}).rc, 0);  // help never fails
+    EXPECT_EQ(Parse({"--help", "--lpd", "--tray=1"}).rc, 0);
 }
 
 TEST(SendArguments, JobIdentifiersStayWithinFortyCharactersAndDifferPerFile) {
@@ -175,69 +149,41 @@ TEST(SendArguments, JobIdentifiersStayWithinFortyCharactersAndDifferPerFile) {
 
 // ---- data blocks ----
 
-Bytes Sample(size_t size, unsigned seed) {
-    // Text, runs (short, long, of code bytes 0 to 9), repeated pairs and random noise.
-    std::mt19937 random(seed);
+// Runs of code bytes, repeated pairs and random noise; then random code bytes, which grow under
+// both codes (C1 doubles the bytes 0 to 9, deflate adds its framing), and a long run, which
+// shrinks to almost nothing and must not stand for more than a packet's bytes.
+Bytes Sample() {
+    std::mt19937 random(7);
     Bytes out;
-    while (out.size() < size) {
-        switch (random() % 5) {
-            case 0: {
-                const char* text = "Invoice 2024-117, line total 1,240.00 EUR\r\n";
-                out.insert(out.end(), text, text + strlen(text));
-                break;
-            }
-            case 1:
-                out.insert(out.end(), 1 + random() % 700, static_cast<uint8_t>(random() % 12));
-                break;
-            case 2:
-                for (unsigned n = 2 + random() % 300; n > 0; --n) {
-                    out.push_back(0x1B);
-                    out.push_back(static_cast<uint8_t>(random() % 3));
-                }
-                break;
-            default:
-                for (unsigned n = random() % 400; n > 0; --n)
-                    out.push_back(static_cast<uint8_t>(random()));
-        }
+    while (out.size() < 200000) {
+        out.insert(out.end(), 1 + random() % 700, static_cast<uint8_t>(random() % 12));
+        for (unsigned n = 2 + random() % 300; n > 0; --n)
+            out.insert(out.end(), {0x1B, static_cast<uint8_t>(random() % 3)});
+        for (unsigned n = random() % 400; n > 0; --n) out.push_back(static_cast<uint8_t>(random()));
     }
-    out.resize(size);
+    for (int i = 0; i < 50000; ++i) out.push_back(static_cast<uint8_t>(random() % 10));
+    out.insert(out.end(), 100000, 0);
     return out;
 }
 
-// Decodes one block as the session does: unscramble, then decode into a buffer of outSize bytes.
-// *calls counts the decoder calls (1: the checksum can be checked).
-int DecodeBlock(const vx::BlockCoding& coding, Bytes block, size_t outSize, Bytes* out,
-                int* calls) {
+// Decodes one block as the session does, into a buffer of the packet size: it must come whole
+// out of one decoder call, so that the server always checks its checksum.
+Bytes DecodeBlock(const vx::BlockCoding& coding, Bytes block, size_t packetSize) {
     if (coding.scramble) vx::UnscrambleBlock(coding.key, block.data(), block.size());
-    Bytes buffer(outSize);
-    *calls = 0;
-    if (coding.compression == vx::kCompressNone) {
-        *calls = 1;
-        out->insert(out->end(), block.begin(), block.end());
-        return vx::kBlockDone;
-    }
+    if (coding.compression == vx::kCompressNone) return block;
+    Bytes out(packetSize);
+    size_t consumed = block.size();
+    size_t produced = 0;
+    int rc = vx::kBlockNoDecoder;
     if (coding.compression == vx::kCompressC1) {
-        size_t offset = 0;
-        for (;;) {
-            size_t consumed = 0;
-            size_t produced = 0;
-            int rc = vx::DecodeC1(block.data() + offset, block.size() - offset, buffer.data(),
-                                  outSize, &consumed, &produced);
-            ++*calls;
-            out->insert(out->end(), buffer.begin(), buffer.begin() + produced);
-            offset += consumed;
-            if (rc != vx::kBlockOutputFull) return rc;
-        }
+        rc = vx::DecodeC1(block.data(), block.size(), out.data(), out.size(), &consumed, &produced);
+    } else if (vx::C2BlockPtr c2 = vx::BeginC2Block(block.data(), block.size())) {
+        rc = vx::InflateC2Block(*c2, out.data(), out.size(), &produced);
     }
-    vx::C2BlockPtr c2 = vx::BeginC2Block(block.data(), block.size());
-    if (!c2) return vx::kBlockNoDecoder;
-    for (;;) {
-        size_t produced = 0;
-        int rc = vx::InflateC2Block(*c2, buffer.data(), outSize, &produced);
-        ++*calls;
-        out->insert(out->end(), buffer.begin(), buffer.begin() + produced);
-        if (rc != vx::kBlockOutputFull) return rc;
-    }
+    EXPECT_EQ(rc, vx::kBlockDone);
+    EXPECT_EQ(consumed, block.size());
+    out.resize(produced);
+    return out;
 }
 
 // Sends data through the encoder the way the sender does (offering what is left, keeping what a
@@ -247,40 +193,26 @@ Bytes RoundTrip(const vx::BlockCoding& coding, size_t packetSize, const Bytes& d
     EXPECT_EQ(encoder.Open(coding, packetSize), 0);
     Bytes decoded;
     Bytes block(packetSize);
-    size_t at = 0;
-    while (at < data.size()) {
+    for (size_t at = 0; at < data.size();) {
         size_t offer = std::min(encoder.InputPerBlock(), data.size() - at);
         vx::EncodedBlock encoded;
         EXPECT_EQ(encoder.Encode(data.data() + at, offer, block.data(), block.size(), &encoded), 0);
         EXPECT_GT(encoded.consumed, 0u);
         EXPECT_LE(encoded.length, packetSize);
         if (encoded.consumed == 0 || encoded.length > packetSize) break;
-        Bytes out;
-        int calls = 0;
-        EXPECT_EQ(DecodeBlock(coding, Bytes(block.begin(), block.begin() + encoded.length),
-                              packetSize, &out, &calls),
-                  vx::kBlockDone);
-        // Every block decodes in one pass through a buffer of the packet size, so the server
-        // always checks its checksum.
-        EXPECT_EQ(calls, 1);
+        Bytes out =
+            DecodeBlock(coding, Bytes(block.begin(), block.begin() + encoded.length), packetSize);
         EXPECT_EQ(out.size(), encoded.consumed);
-        uint32_t expected =
-            coding.checksum ? vx::BlockChecksum(vx::AddToBlockSum(0, out.data(), out.size())) : 0;
-        EXPECT_EQ(encoded.checksum, expected);
+        EXPECT_EQ(encoded.checksum,
+                  vx::BlockChecksum(vx::AddToBlockSum(0, out.data(), out.size())));
         decoded.insert(decoded.end(), out.begin(), out.end());
         at += encoded.consumed;
     }
     return decoded;
 }
 
-// Besides the sample: random code bytes, which grow under both codes (C1 doubles the bytes 0 to
-// 9, deflate adds its framing), and a long run, which shrinks to almost nothing and must not
-// stand for more than a packet's bytes.
 TEST(SendBlocks, EveryCodingRoundTripsThroughTheServersDecoders) {
-    Bytes data = Sample(200000, 7);
-    std::mt19937 random(3);
-    for (int i = 0; i < 50000; ++i) data.push_back(static_cast<uint8_t>(random() % 10));
-    data.insert(data.end(), 100000, 0);
+    const Bytes data = Sample();
     for (vx::SendCompression compression : {vx::kCompressNone, vx::kCompressC1, vx::kCompressC2}) {
         for (bool scramble : {false, true}) {
             vx::BlockCoding coding;
@@ -321,8 +253,6 @@ TEST(SendProtocol, LpdControlFilePrintsOneLinePerCopyUnderNamesTheServerKeeps) {
     o.copies = 3;
     vx::LpdJobNames names;
     vx::MakeLpdJobNames(1042, "app-01.example", &names);
-    EXPECT_STREQ(names.data, "dfA042app01example");
-    EXPECT_STREQ(names.control, "cfA042app01example");
     std::string control = vx::MakeLpdControlFile(o, "app-01.example", names, "Q3", "q3.pdf");
     EXPECT_EQ(control,
               "Happ-01.example\nPanna\nJQ3\nNq3.pdf\nldfA042app01example\nldfA042app01example\n"
@@ -330,9 +260,7 @@ TEST(SendProtocol, LpdControlFilePrintsOneLinePerCopyUnderNamesTheServerKeeps) {
 }
 
 TEST(SendProtocol, JobStatusAnswersBecomeExitCodes) {
-    // "done" and "unknown" go through the real server in test_vorlix_send.py.
-    EXPECT_EQ(vx::JobStatusExit("Printer lp, Job 7:\nStatus: error\n&&ERRORPROT&&\n"),
-              vx::kExitRefused);
+    // "done" and "unknown" (any other status) go through the real server in test_vorlix_send.py.
     EXPECT_EQ(vx::JobStatusExit("&&ERRORPROT&&\n&&1SPO801 x\nDevice unknown\n"), vx::kExitRefused);
     EXPECT_EQ(vx::JobStatusExit("Printer lp, Job 7:\n"), vx::kExitNotFinished);  // still printing
 }
@@ -341,7 +269,6 @@ TEST(SendProtocol, GreetingAndTitleArgument) {
     EXPECT_EQ(vx::GreetingPacketSize("OK ZELLPD 231 20 N N"), 20u);
     EXPECT_EQ(vx::GreetingPacketSize("OK ZELLPD 231 19 N N"), 0u);
     EXPECT_EQ(vx::GreetingPacketSize("OK 231 15000"), 0u);
-    EXPECT_EQ(vx::GreetingPacketSize("ER 815 Vorlix: Nicht genug Hauptspeicher."), 0u);
 
     vx::SendOptions o;
     vx::CopyText(o.titleOptions[0], "SUM");
