@@ -11,53 +11,26 @@
 
 namespace {
 
-using Formatter = int (*)(char* out, size_t cap);
-using Picture = void (*)(const vx::LocalDateTime& at, char* out, size_t cap);
-
-// Formats while the clock stays within one second and gives what the picture must show for
-// that reading, so the text can be compared whole (shape, zero padding, 24-hour form).
-bool FormatAgainstClock(Formatter format, Picture picture, std::string* text,
-                        std::string* expected) {
-    for (int attempt = 0; attempt < 5; ++attempt) {
-        vx::LocalDateTime before{};
-        vx::LocalDateTime after{};
-        char out[32];
-        if (vx::GetLocalDateTime(&before) != 0 || format(out, sizeof out) != 0 ||
-            vx::GetLocalDateTime(&after) != 0)
-            return false;
-        if (before.second != after.second || before.minute != after.minute) continue;
-        char want[32];
-        picture(before, want, sizeof want);
-        *text = out;
-        *expected = want;
-        return true;
-    }
-    return false;
-}
-
+// Date and time read within one second must show that reading whole: field order, zero padding,
+// the 24-hour form.
 TEST(LocalDateTime, PicturesAgreeWithTheClock) {
-    const struct {
-        Formatter format;
-        Picture picture;
-    } pictures[] = {{[](char* out, size_t cap) { return vx::FormatLocalDate('.', out, cap); },
-                     [](const vx::LocalDateTime& at, char* out, size_t cap) {
-                         vx::FormatText(out, cap, "%02d.%02d.%04d", at.day, at.month, at.year);
-                     }},
-                    {[](char* out, size_t cap) { return vx::FormatLocalTime(':', out, cap); },
-                     [](const vx::LocalDateTime& at, char* out, size_t cap) {
-                         vx::FormatText(out, cap, "%02d:%02d:%02d", at.hour, at.minute, at.second);
-                     }}};
-    std::string text;
-    std::string expected;
-    for (const auto& p : pictures) {
-        ASSERT_TRUE(FormatAgainstClock(p.format, p.picture, &text, &expected));
-        EXPECT_EQ(text, expected);
+    bool compared = false;
+    for (int attempt = 0; attempt < 5 && !compared; ++attempt) {
+        vx::LocalDateTime before{}, after{};
+        char date[32], time[32], want[64];
+        ASSERT_EQ(vx::GetLocalDateTime(&before), 0);
+        ASSERT_EQ(vx::FormatLocalDate('.', date, sizeof date), 0);
+        ASSERT_EQ(vx::FormatLocalTime(':', time, sizeof time), 0);
+        ASSERT_EQ(vx::GetLocalDateTime(&after), 0);
+        if (before.second != after.second || before.minute != after.minute) continue;
+        vx::FormatText(want, sizeof want, "%02d.%02d.%04d %02d:%02d:%02d", before.day, before.month,
+                       before.year, before.hour, before.minute, before.second);
+        EXPECT_EQ(std::string(date) + " " + time, want);
+        EXPECT_GE(before.year, 2020);
+        EXPECT_TRUE(before.hour <= 23 && before.millisecond >= 0 && before.millisecond <= 999);
+        compared = true;
     }
-
-    vx::LocalDateTime now{};
-    ASSERT_EQ(vx::GetLocalDateTime(&now), 0);
-    EXPECT_GE(now.year, 2020);
-    EXPECT_TRUE(now.hour >= 0 && now.hour <= 23 && now.millisecond >= 0 && now.millisecond <= 999);
+    EXPECT_TRUE(compared);
 }
 
 TEST(LocalDateTime, TooSmallBufferGivesEmptyTextNotACutOne) {
@@ -71,17 +44,13 @@ TEST(LocalDateTime, TooSmallBufferGivesEmptyTextNotACutOne) {
 }
 
 TEST(Ticks, NeverGoBackwards) {
-    uint64_t firstTick = vx::TickCountMs();
-    uint64_t firstCount = vx::HighResCounter();
-    uint64_t lastTick = firstTick;
-    uint64_t lastCount = firstCount;
+    const uint64_t firstTick = vx::TickCountMs(), firstCount = vx::HighResCounter();
+    uint64_t lastTick = firstTick, lastCount = firstCount;
     for (int i = 0; i < 1000; ++i) {
-        uint64_t tick = vx::TickCountMs();
-        uint64_t count = vx::HighResCounter();
-        ASSERT_GE(tick, lastTick);
-        ASSERT_GE(count, lastCount);
-        lastTick = tick;
-        lastCount = count;
+        ASSERT_GE(vx::TickCountMs(), lastTick);
+        ASSERT_GE(vx::HighResCounter(), lastCount);
+        lastTick = vx::TickCountMs();
+        lastCount = vx::HighResCounter();
     }
     vx::SleepMs(30);
     EXPECT_GT(vx::TickCountMs(), firstTick);

@@ -24,34 +24,27 @@ std::u16string From(uint32_t codePage, const std::string& bytes) {
     return n < 0 ? std::u16string() : std::u16string(out, static_cast<size_t>(n));
 }
 
-TEST(CodePage1252, GermanTextAndTheEuroRoundTrip) {
-    const std::u16string german = u"Gr\u00FC\u00DF Gott \u00C4\u00D6\u00DC\u00E4\u00F6";
-    const std::string bytes = "Gr\xFC\xDF Gott \xC4\xD6\xDC\xE4\xF6";
-    EXPECT_EQ(To(kCodePageLatin1, german), bytes);
-    EXPECT_EQ(From(kCodePageLatin1, bytes), german);
-
-    // 0x80..0x9F are not Latin-1 in this code page.
-    const std::u16string special = u"\u20AC \u2026 \u201E\u201C \u0160\u0178";
-    const std::string specialBytes = "\x80 \x85 \x84\x93 \x8A\x9F";
-    EXPECT_EQ(To(kCodePageLatin1, special), specialBytes);
-    EXPECT_EQ(From(kCodePageLatin1, specialBytes), special);
-    // The five bytes the code page leaves undefined pass through as the same C1 controls.
+// 0x80..0x9F are not Latin-1 in this code page; the five bytes it leaves undefined pass through
+// as the same C1 controls; what it lacks becomes '?' (A-macron gets no best-fit 'A'), one for
+// each half of a pair outside the BMP.
+TEST(CodePage1252, RoundTripsAndMarksWhatItLacks) {
+    const std::u16string text =
+        u"Gr\u00FC\u00DF \u00C4\u00D6 \u20AC \u2026 \u201E\u201C \u0160\u0178";
+    const std::string bytes = "Gr\xFC\xDF \xC4\xD6 \x80 \x85 \x84\x93 \x8A\x9F";
+    EXPECT_EQ(To(kCodePageLatin1, text), bytes);
+    EXPECT_EQ(From(kCodePageLatin1, bytes), text);
     EXPECT_EQ(From(kCodePageLatin1, "\x81\x8D\x9D"), u"\u0081\u008D\u009D");
     EXPECT_EQ(To(kCodePageLatin1, u"\u0081\u008D\u009D"), "\x81\x8D\x9D");
-}
-
-TEST(CodePage1252, CharactersOutsideTheCodePageBecomeQuestionMarks) {
-    // CJK and A-macron (no best-fit 'A'); outside the BMP each half of the pair is one '?'.
     EXPECT_EQ(To(kCodePageLatin1, u"a\u4E2Db\u0100c"), "a?b?c");
     EXPECT_EQ(To(kCodePageLatin1, u"x\U0001F600y"), "x??y");
 }
 
+// Malformed input either way becomes U+FFFD.
 TEST(CodePageUtf8, RoundTripsIncludingSurrogatePairs) {
     const std::u16string text = u"\u00E4\u20AC\U0001F600z";
     const std::string bytes = "\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80z";
     EXPECT_EQ(To(kCodePageUtf8, text), bytes);
     EXPECT_EQ(From(kCodePageUtf8, bytes), text);
-    // Malformed input either way becomes U+FFFD.
     EXPECT_EQ(From(kCodePageUtf8, "a\xFFz\xE2\x82"), u"a\uFFFDz\uFFFD");
     const char16_t loneHalf[] = {u'a', 0xD800, u'z', 0};
     EXPECT_EQ(To(kCodePageUtf8, loneHalf), "a\xEF\xBF\xBDz");

@@ -50,8 +50,7 @@ TEST(AutoResetEvent, EachSetWakesExactlyOneOfTwoWaiters) {
 }
 
 TEST(AutoResetEvent, NamedEventsAreSharedByName) {
-    std::string name = vxtest::UniqueName("vxev_");
-    std::string other = vxtest::UniqueName("vxev_");
+    std::string name = vxtest::UniqueName("vxev_"), other = vxtest::UniqueName("vxev_");
     {
         vx::AutoEvent a(name.c_str());
         vx::AutoEvent b(name.c_str());
@@ -61,8 +60,7 @@ TEST(AutoResetEvent, NamedEventsAreSharedByName) {
         EXPECT_EQ(c.Wait(0), vx::kWaitTimeout);
         EXPECT_EQ(b.Wait(0), vx::kWaitSignaled);
         EXPECT_EQ(a.Wait(0), vx::kWaitTimeout);
-        // Closing one handle keeps the event alive for the other.
-        a.Reset();
+        a.Reset();  // closing one handle keeps the event alive for the other
         EXPECT_EQ(b.Set(), 0);
         vx::AutoEvent again(name.c_str());
         EXPECT_EQ(again.Wait(0), vx::kWaitSignaled);
@@ -78,45 +76,29 @@ void CollectLine(void* context, const char* line) {
     static_cast<std::vector<std::string>*>(context)->push_back(line);
 }
 
-std::string Line(const char* fmt, const void* handle) {
-    char text[128];
-    vx::FormatText(text, sizeof text, fmt, handle);
-    return text;
-}
-
-TEST(AutoResetEvent, EveryCallIsEchoedToTheApiTrace) {
+TEST(AutoResetEvent, EveryCallIsEchoedToTheApiTraceWhileASinkIsSet) {
     std::vector<std::string> lines;
     vx::SetApiTraceSink(CollectLine, &lines);
-    std::string name = vxtest::UniqueName("vxev_");
-    vx::EventHandle unnamed = vx::EvCreate(nullptr);
-    vx::EventHandle named = vx::EvCreate(name.c_str());
-    vx::EvSet(unnamed);
-    vx::EvWait(unnamed, 0);
-    vx::EvClose(unnamed);
-    vx::EvClose(named);
+    vx::EventHandle event = vx::EvCreate(nullptr);
+    vx::EvSet(event);
+    vx::EvWait(event, 0);
+    vx::EvClose(event);
     vx::SetApiTraceSink(nullptr, nullptr);
-    vx::EventHandle untraced = vx::EvCreate(nullptr);
-    vx::EvClose(untraced);
-
-    char created[300];
-    vx::FormatText(created, sizeof created, "CreateEvent(..,%s) = %p\n", name.c_str(), named);
-    std::vector<std::string> expected = {
-        Line("CreateEvent(..,NULL) = %p\n", unnamed),
-        created,
-        Line("SetEvent(%p)\n", unnamed),
-        Line("WaitForSingleObject(%p)\n", unnamed),
-        Line("CloseHandle(%p)\n", unnamed),
-        Line("CloseHandle(%p)\n", named),
-    };
+    vx::EvClose(vx::EvCreate(nullptr));
+    std::vector<std::string> expected;
+    for (const char* fmt : {"CreateEvent(..,NULL) = %p\n", "SetEvent(%p)\n",
+                            "WaitForSingleObject(%p)\n", "CloseHandle(%p)\n"}) {
+        char line[128];
+        vx::FormatText(line, sizeof line, fmt, event);
+        expected.push_back(line);
+    }
     EXPECT_EQ(lines, expected);
 }
 
 TEST(Threads, IdsDifferBetweenThreads) {
     uint32_t mine = vx::CurrentThreadId(), theirs = 0;
     std::thread([&] { theirs = vx::CurrentThreadId(); }).join();
-    EXPECT_NE(mine, 0u);
-    EXPECT_NE(theirs, 0u);
-    EXPECT_NE(mine, theirs);
+    EXPECT_TRUE(mine != 0 && theirs != 0 && mine != theirs);
     EXPECT_EQ(mine, vx::CurrentThreadId());
 }
 

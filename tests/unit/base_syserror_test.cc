@@ -46,10 +46,6 @@ TEST(SystemEvent, MessageWordingAndReport) {
     EXPECT_STREQ(text, "Error in RegSetValueExA occurred: Access is denied");
     vx::EventMessageText(7, "first", nullptr, text, sizeof text);
     EXPECT_STREQ(text, "first: ");
-    char small[12];
-    vx::EventMessageText(vx::kEventIdApiError, "x", "y", small, sizeof small);
-    EXPECT_STREQ(small, "Error in x ");
-
     EXPECT_EQ(
         vx::ReportSystemEvent(nullptr, vx::kEventError, 0, vx::kEventIdApiError, "a", "b", "a: b"),
         -1);

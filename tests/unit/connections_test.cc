@@ -1,9 +1,10 @@
-// Connection threads over loopback: the accept path hands each connection to a thread of its own
-// or serves it itself, as the connection list was made, and a stop closes what is still open.
+// Connections over loopback: the accept path serves a connection itself when the connection list
+// was made so, and a stop closes what is still open.
 #include "service/connections.h"
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -23,13 +24,18 @@ constexpr const char* kVersionAnswer = "This is Vorlix Version ";
 // Only a guard against a hang: a reply that never comes fails the test instead.
 constexpr int kHangGuardMs = 30000;
 
-// A sender that connected to the service's port and asked one question.
+// A sender that connected to the service's port and may ask one question.
 class Sender {
   public:
     Sender(uint16_t port, const char* line) {
         EXPECT_EQ(vx::NiConnect("127.0.0.1", std::to_string(port).c_str(), kHangGuardMs, &handle_),
                   vx::kNiOk);
-        if (line != nullptr) Send(line);
+        int32_t count = 0;
+        if (line != nullptr) {
+            EXPECT_EQ(vx::NiRawWrite(handle_, line, static_cast<int32_t>(strlen(line)),
+                                     kHangGuardMs, &count),
+                      vx::kNiOk);
+        }
     }
     ~Sender() {
         if (handle_ != vx::kNiNoHandle) vx::NiCloseHandle(handle_);
@@ -37,32 +43,22 @@ class Sender {
     Sender(const Sender&) = delete;
     Sender& operator=(const Sender&) = delete;
 
-    void Send(const std::string& text) {
-        int32_t count = 0;
-        EXPECT_EQ(vx::NiRawWrite(handle_, text.data(), static_cast<int32_t>(text.size()),
-                                 kHangGuardMs, &count),
-                  vx::kNiOk);
-    }
-    // Everything the service answers until it closes the connection.
-    std::string Answer() { return Read(kHangGuardMs); }
-    // What has arrived so far, without waiting; closed_ tells whether the service has closed.
-    std::string Arrived() { return Read(vx::kNiPoll); }
-    bool Closed() const { return closed_; }
-
-  private:
-    std::string Read(int timeoutMs) {
+    // What has arrived so far, without waiting; Closed() tells whether the service has closed.
+    std::string Arrived() {
         std::string got;
         vx::NiSetSingleRead(handle_, true);
         for (;;) {
             char buffer[4096];
             int32_t count = 0;
-            int rc = vx::NiRawRead(handle_, buffer, sizeof buffer, timeoutMs, &count);
+            int rc = vx::NiRawRead(handle_, buffer, sizeof buffer, vx::kNiPoll, &count);
             got.append(buffer, static_cast<size_t>(count));
             if (rc == vx::kNiClosed) closed_ = true;
             if (rc != vx::kNiOk) return got;
         }
     }
+    bool Closed() const { return closed_; }
 
+  private:
     vx::NiHandle handle_ = vx::kNiNoHandle;
     bool closed_ = false;
 };
@@ -93,27 +89,16 @@ class Connections : public vxtest::PrsrvFixture {
     uint16_t port_ = 0;
 };
 
-TEST_F(Connections, AcceptAndEndKeepToTheModeTheListWasMadeWith) {
+// Connection threads (the default mode) serve every end-to-end test, and a stop that closes their
+// connections is checked end to end too; here the list made without threads.
+TEST_F(Connections, AListMadeWithoutThreadsServesInTheAcceptingThreadWhateverTheOptionSays) {
     // Only a guard: a connection served in line would otherwise wait minutes for its command.
     vx::g_ListenerParams.NiReadTimeout = kHangGuardMs;
-    ASSERT_EQ(vx::CreateConnectionList(1), 0);
-    EXPECT_NE(vx::g_ConnThreadList, vx::kInvalidListId);
-    vx::g_Options.ConnectionMode = 0;  // changed while the service runs
-    {
-        // A thread of its own waits for the command: the accept returns before it is sent.
-        Sender sender(port_, nullptr);
-        vx::AcceptConnection();
-        sender.Send(kVersionQuery);
-        EXPECT_EQ(sender.Answer().rfind(kVersionAnswer, 0), 0u);
-    }
-    vx::WaitForConnectionThreads();
-
-    vx::DestroyConnectionList();
     ASSERT_EQ(vx::CreateConnectionList(0), 0);
     EXPECT_EQ(vx::g_ConnThreadList, vx::kInvalidListId);
-    vx::g_Options.ConnectionMode = 1;
+    vx::g_Options.ConnectionMode = 1;  // changed while the service runs
     {
-        // Served by the accepting thread: answered and closed when the accept returns.
+        // Answered and closed when the accept returns.
         Sender sender(port_, kVersionQuery);
         vx::AcceptConnection();
         EXPECT_EQ(sender.Arrived().rfind(kVersionAnswer, 0), 0u);
@@ -122,31 +107,17 @@ TEST_F(Connections, AcceptAndEndKeepToTheModeTheListWasMadeWith) {
     vx::WaitForConnectionThreads();
 }
 
-TEST_F(Connections, StopClosesConnectionsStillOpenWhenTheGracePeriodIsOver) {
+TEST_F(Connections, StopEndsAConnectionServedInLineWhenTheGracePeriodIsOver) {
     // Only a guard: without the grace period the silent sender would hold the stop this long.
     vx::g_ListenerParams.IdleLimitMs = kHangGuardMs;
-    for (int32_t mode : {0, 1}) {
-        SCOPED_TRACE(mode);
-        vx::DestroyConnectionList();
-        ASSERT_EQ(vx::CreateConnectionList(mode), 0);
-        vx::RequestStop(vx::kStopNone);
-        Sender silent(port_, nullptr);
-        if (mode == 0) {
-            // Served by the accepting thread: the accept itself returns once the stop is old
-            // enough.
-            vx::RequestStop(vx::kStopFromScm);
-            vx::AcceptConnection(200);
-        } else {
-            vx::AcceptConnection();
-            vx::RequestStop(vx::kStopFromScm);
-            vx::WaitForConnectionThreads(200);
-        }
-        std::string log = vxtest::ReadTextFile(prsrv_->MainLogPath());
-        EXPECT_NE(log.find(" connections still open after 200 ms closed.\n"), std::string::npos);
-        // The connection ended as after any other end: its sender sees the close.
-        silent.Arrived();
-        EXPECT_TRUE(silent.Closed());
-    }
+    ASSERT_EQ(vx::CreateConnectionList(0), 0);
+    Sender silent(port_, nullptr);
+    vx::RequestStop(vx::kStopFromScm);
+    vx::AcceptConnection(200);  // returns once the stop is old enough
+    std::string log = vxtest::ReadTextFile(prsrv_->MainLogPath());
+    EXPECT_NE(log.find(" connections still open after 200 ms closed.\n"), std::string::npos);
+    silent.Arrived();  // the sender sees the close, as after any other end
+    EXPECT_TRUE(silent.Closed());
 }
 
 }  // namespace

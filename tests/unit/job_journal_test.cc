@@ -52,9 +52,7 @@ class JobJournalTest : public vxtest::JobsFixture {
         Ids names;
         for (const auto& entry : fs::directory_iterator(Temp())) {
             std::string name = entry.path().filename().string();
-            // Emptied files kept for the next jobs hold nobody's data. A finished job's file is
-            // moved to its spare name before it is emptied: one seen in between is listed, so that
-            // a caller waiting for the files to go waits on.
+            // Empty spares hold nobody's data; one not yet emptied is listed, so waiters wait on.
             if (name.rfind(kSparePrefix, 0) == 0) {
                 std::error_code gone;
                 if (fs::file_size(entry.path(), gone) == 0 || gone) continue;
@@ -66,68 +64,35 @@ class JobJournalTest : public vxtest::JobsFixture {
     }
 };
 
-TEST_F(JobJournalTest, ReceivedJobsAreJournaledAndLeaveNothingOncePrinted) {
+// A received job's journal beside its data file, and both gone once printed, are checked end to
+// end; here the files that are not the service's to delete.
+TEST_F(JobJournalTest, LocalFilesAreNotJournaledAndKeepFileKeepsOnlyTheData) {
     vxtest::Gate* gate = BlockPrinting();
-    ASSERT_EQ(ReceiveU("P1", "dfA"), 0);
-    ASSERT_TRUE(fake().WaitStarted(1));
-    EXPECT_TRUE(Exists("dfA") && Exists("dfA.job"));
-    // A local file printed on request is nobody's to delete.
     const std::string local = DataFile("local.prn");
     ASSERT_EQ(ProcessFile("P1", local.c_str(), "local", 1, 0), 0);
     EXPECT_FALSE(Exists("local.prn.job"));
     gate->Open();
-    ASSERT_TRUE(fake().WaitPrinted(2));
-    ASSERT_TRUE(Eventually([&] { return Leftovers() == Ids{"local.prn"}; }));
-
+    ASSERT_TRUE(fake().WaitPrinted(1));
     // With KeepFile the data file stays; the journal goes all the same (the job is final).
     Seed("KeepFile", "1");
     prsrv_->SetGlobalInt("KeepFile", 1);
     ASSERT_EQ(ReceiveU("P1", "dfB"), 0);
-    ASSERT_TRUE(fake().WaitPrinted(3));
-    ASSERT_TRUE(Eventually([&] { return !Exists("dfB.job"); }));
-    EXPECT_TRUE(Exists("dfB"));
+    ASSERT_TRUE(fake().WaitPrinted(2));
+    ASSERT_TRUE(Eventually([&] { return Leftovers() == (Ids{"dfB", "local.prn"}); }));
 }
 
-// kill -9 with jobs waiting: the next start finds them by their journals and prints each once,
-// per printer in the order received (not in the order of the directory listing).
-TEST_F(JobJournalTest, JobsOfADeadProcessComeBackOnceInTheOrderReceived) {
-    BlockPrinting();
-    prsrv_->SetGlobalInt("SyncJobFiles", 1);  // the durable road takes the same turns
-    for (const char* id : {"zeta", "alpha", "mid", "beta"})
-        ASSERT_EQ(ReceiveU(std::string(id) == "mid" ? "P2" : "P1", id, std::string(id) + "\n"), 0);
-    ASSERT_TRUE(fake().WaitStarted(2));
-    std::map<std::string, std::string> onDisk = Snapshot();
-    EXPECT_EQ(onDisk.size(), 8u);
-
-    fake().Set(nullptr);
-    StartAgainWith(onDisk);
-    size_t before = fake().Printed().size();
-    RestoreQueues();
-    ASSERT_TRUE(fake().WaitPrinted(before + 4));
-    Ids again;
-    for (const auto& call : fake().Printed())
-        if (call.printer == "P1") again.push_back(call.jobId);
-    // zeta was printing at the crash: it prints again, then the others in their order.
-    Ids p1(again.end() - 3, again.end());
-    EXPECT_EQ(p1, (Ids{"zeta", "alpha", "beta"}));
-    ASSERT_TRUE(Eventually([&] { return Leftovers().empty(); }));
-}
-
-TEST_F(JobJournalTest, AJournalWithoutItsDataFileIsCleared) {
+// What a dead process leaves that cannot be a job goes at the next start, and nothing of it
+// prints: a journal whose data file went; a data file that was arriving, its journal only reserved
+// or its first record cut short.
+TEST_F(JobJournalTest, WhatCannotBeAJobIsRemovedAtTheNextStart) {
     BlockPrinting();
     ASSERT_EQ(ReceiveU("P1", "gone"), 0);
     std::map<std::string, std::string> onDisk = Snapshot();
     onDisk.erase("gone");
     StartAgainWith(onDisk);
     fs::remove(Temp() + "gone");
-    RestoreQueues();
-    EXPECT_FALSE(Exists("gone.job"));
-    EXPECT_EQ(LogCount("Error: File " + Temp() + "gone missing.\n"), 1);
-}
+    const size_t printed = fake().Printed().size();
 
-// A process that dies while a data file arrives leaves the file with its journal only reserved,
-// or its first record cut short: the next start removes them and prints nothing of them.
-TEST_F(JobJournalTest, FilesOfAReceptionCutShortByACrashAreRemovedAtTheNextStart) {
     bool taken = true;
     ASSERT_EQ(ReserveJobJournal((Temp() + "dfCut").c_str(), &taken), 0);
     EXPECT_FALSE(taken);
@@ -139,25 +104,24 @@ TEST_F(JobJournalTest, FilesOfAReceptionCutShortByACrashAreRemovedAtTheNextStart
     DataFile("dfHalf", "whole");
     ASSERT_TRUE(vxtest::WriteWholeFile(Temp() + "dfHalf.job.tmp", "000"));
     RestoreQueues();
+    EXPECT_FALSE(Exists("gone.job"));
+    EXPECT_EQ(LogCount("Error: File " + Temp() + "gone missing.\n"), 1);
     EXPECT_FALSE(Exists("dfCut") || Exists("dfCut.job") || Exists("dfHalf.job.tmp"));
     EXPECT_FALSE(Exists("dfShort") || Exists("dfShort.job"));
     EXPECT_TRUE(Exists("dfHalf"));  // no journal of ours: not ours to judge
-    EXPECT_TRUE(fake().Printed().empty());
+    EXPECT_EQ(fake().Printed().size(), printed);
 }
 
 // An extended-protocol job kept after a device error is journaled as such: restored from the
 // journal it keeps its place and gets no new status entry.
 TEST_F(JobJournalTest, ASetupAgainSurvivesACrash) {
     FailJobs({"kept"}, ZEL_RC_DEVICE);
-    auto r = Receive("P1", "kept", DataFile("kept"));
-    ASSERT_EQ(EnterReceivedJob(&r->record), 0);
-    ASSERT_EQ(ProcessJob(&r->record, 'S'), 0);
+    ASSERT_EQ(ReceiveS("P1", "kept"), 0);
     ASSERT_TRUE(Eventually([] { return g_StopReason == kStopDeviceContext; }));
     ASSERT_TRUE(Eventually([&] {
-        return vxtest::ReadTextFile(Temp() + "kept.job").find(" 00001 ") != std::string::npos;
+        return vxtest::ReadTextFile(Temp() + "kept.prn.job").find(" 00001 ") != std::string::npos;
     }));
-    std::map<std::string, std::string> onDisk = Snapshot();
-    StartAgainWith(onDisk);
+    StartAgainWith(Snapshot());
     BlockPrinting();
     RestoreQueues();
     std::vector<JobInfo> queued = Queued("P1");
@@ -169,14 +133,12 @@ TEST_F(JobJournalTest, ASetupAgainSurvivesACrash) {
 // The file of a job whose final status waits for its query stays until the query has answered;
 // a restart keeps it when the status came back with the status file, and clears it otherwise.
 TEST_F(JobJournalTest, AFinishedJobKeepsItsFileUntilItsStatusIsAskedFor) {
-    auto r = Receive("P1", "asked", DataFile("asked"));
-    ASSERT_EQ(EnterReceivedJob(&r->record), 0);
-    ASSERT_EQ(ProcessJob(&r->record, 'S'), 0);
+    ASSERT_EQ(ReceiveS("P1", "asked"), 0);
     ASSERT_TRUE(Eventually([&] { return StatusOf("P1", "asked") == kJobDone; }));
     ASSERT_TRUE(Eventually([&] {
-        return vxtest::ReadTextFile(Temp() + "asked.job").find(" 1 0\n") != std::string::npos;
+        return vxtest::ReadTextFile(Temp() + "asked.prn.job").find(" 1 0\n") != std::string::npos;
     }));
-    EXPECT_TRUE(Exists("asked"));
+    EXPECT_TRUE(Exists("asked.prn"));
 
     // An orderly restart: the status comes back, and so does the file's claim.
     WaitForPrinterWorkers();
@@ -184,11 +146,11 @@ TEST_F(JobJournalTest, AFinishedJobKeepsItsFileUntilItsStatusIsAskedFor) {
     std::map<std::string, std::string> onDisk = Snapshot();
     StartAgainWith(onDisk);
     RestoreQueues();
-    EXPECT_TRUE(Exists("asked") && Exists("asked.job"));
+    EXPECT_TRUE(Exists("asked.prn") && Exists("asked.prn.job"));
     JobStatusAnswer answer;
     AnswerJobStatusQuery("P1", "asked", &answer);
     EXPECT_EQ(answer.outcome, kStatusFinal);
-    EXPECT_FALSE(Exists("asked") || Exists("asked.job"));
+    EXPECT_FALSE(Exists("asked.prn") || Exists("asked.prn.job"));
 
     // A crash loses the status list: the finished job's files have nobody to wait for.
     StartAgainWith(onDisk);
@@ -201,6 +163,7 @@ TEST_F(JobJournalTest, AFinishedJobKeepsItsFileUntilItsStatusIsAskedFor) {
 // A job that was printing when the process died: the print system's number in its journal lets
 // the next start ask whether it has the job whole; only when it has not is the job printed again.
 TEST_F(JobJournalTest, AJobThePrintSystemHoldsIsNotPrintedAgain) {
+    prsrv_->SetGlobalInt("SyncJobFiles", 1);  // the durable road takes the same turns
     auto gate = std::make_shared<vxtest::Gate>();
     fake().Set([gate](const vxtest::PrintCall& call) {
         if (call.host != nullptr && call.host->JobSpooled != nullptr)
@@ -282,35 +245,26 @@ TEST_F(JobJournalTest, ABatchThatCannotBeTakenWholeLeavesNoJournal) {
     EXPECT_TRUE(Queued("P1").empty());
 }
 
-TEST(TempNames, TheServicesOwnNamesAreReserved) {
-    for (const char* name :
-         {"stal.dbd", "PRNL00001.DBD", "prnl00001.dbd.20261123_101500", "vorlix.dbg",
-          "vorlixwinapi.dbg", "vorlix.dbg.20261123_101500", "vorlix.nit", "dfA001.job",
-          "stal.dbd.tmp", "zelwin_1_2.part", "VXSPARE.12"})
-        EXPECT_TRUE(IsReservedTempName(name)) << name;
-    for (const char* name : {"dfA001host", "dfA001host.001", "report.pdf", "jobs", "dbd"})
-        EXPECT_FALSE(IsReservedTempName(name)) << name;
-}
-
+// Reserved names are the service's own files; a job's name never becomes one, nor leaves the
+// directory.
 TEST(TempNames, SafeNamesStayInTheDirectoryAndOffTheReservedOnes) {
-    struct Case {
-        const char* given;
-        const char* safe;
-    };
-    const Case cases[] = {
-        {"../../etc/passwd", "___.._etc_passwd"},
-        {"C:\\Windows\\x", "C__Windows_x"},
-        {".hidden", "_hidden"},
-        {"stal.dbd", "stal_dbd"},
-        {"x.job", "x_job"},
-        {"report 1.pdf", "report 1.pdf"},
-        {"", ""},
-    };
-    for (const Case& c : cases) {
+    for (const char* name : {"PRNL00001.DBD", "vorlix.dbg.20261123_101500", "vorlix.nit",
+                             "dfA001.job", "stal.dbd.tmp", "zelwin_1_2.part", "VXSPARE.12"})
+        EXPECT_TRUE(IsReservedTempName(name)) << name;
+    for (const char* name : {"dfA001host.001", "report.pdf", "dbd"})
+        EXPECT_FALSE(IsReservedTempName(name)) << name;
+    const char* cases[][2] = {{"../../etc/passwd", "___.._etc_passwd"},
+                              {"C:\\Windows\\x", "C__Windows_x"},
+                              {".hidden", "_hidden"},
+                              {"stal.dbd", "stal_dbd"},
+                              {"x.job", "x_job"},
+                              {"report 1.pdf", "report 1.pdf"},
+                              {"", ""}};
+    for (const auto& c : cases) {
         char out[64];
-        SafeTempName(c.given, out, sizeof out);
-        EXPECT_STREQ(out, c.safe) << c.given;
-        EXPECT_FALSE(IsReservedTempName(out)) << c.given;
+        SafeTempName(c[0], out, sizeof out);
+        EXPECT_STREQ(out, c[1]) << c[0];
+        EXPECT_FALSE(IsReservedTempName(out)) << c[0];
     }
 }
 
