@@ -138,7 +138,12 @@ class Vorlix:
     def values(self, hive="HKLM", key=SETTINGS_KEY):
         """The text values under a key, as a dict (empty when the key is missing)."""
         if self.windows:
-            rc, out = self.wine_reg("query", f"{hive}\\{key}")
+            # "reg query" under a loaded wineserver now and then fails on a key that is there:
+            # asked again before the key counts as missing.
+            for _ in range(3):
+                rc, out = self.wine_reg("query", f"{hive}\\{key}")
+                if rc == 0:
+                    break
             if rc != 0:
                 return {}
             found = {}
