@@ -8,6 +8,8 @@ namespace vx {
 
 // Milliseconds since an arbitrary start; never goes backwards.
 uint64_t TickCountMs();
+// The same in microseconds.
+uint64_t TickCountUs();
 
 // High-resolution counter and its frequency in counts per second.
 uint64_t HighResCounter();

@@ -83,5 +83,8 @@ class AutoEvent {
 uint32_t CurrentThreadId();
 
 void SleepMs(uint32_t ms);
+// The same in microseconds, for waits shorter than a few milliseconds; where the system sleeps
+// only whole milliseconds, it sleeps at least as long as asked.
+void SleepUs(uint64_t us);
 
 }  // namespace vx

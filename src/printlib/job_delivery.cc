@@ -32,34 +32,42 @@ constexpr uint32_t kDeliveryTimeoutMs = 120000;
 // The pause between two looks at a job on its way: a sixteenth of the time it has been on its way,
 // within these bounds; so a job is seen at its end soon after it got there, and a long one costs
 // few looks.
-constexpr uint64_t kDeliveryPollMinMs = 1;
-constexpr uint64_t kDeliveryPollMaxMs = 200;
+constexpr uint64_t kDeliveryPollMinUs = 500;
+constexpr uint64_t kDeliveryPollMaxUs = 200000;
 constexpr uint64_t kDeliveryPollShare = 16;
 
-// How long each printer's jobs took to reach the device of late: the first look at the next job
-// waits until shortly before that, instead of asking the print system again and again. A few
-// printers are remembered; one not among them starts from nothing.
-vx::NamedSlots<uint64_t, 32>& DeliveryTimes() {
+// When to take the first look at a printer's next job: the time by which half of its jobs have
+// reached the device, learnt from whether the first look at each job found it there (a little
+// earlier when it did, as much later when it did not). Half of the jobs are then seen at the
+// first look, most of the others at the second, and none much later than it got there.
+// A few printers are remembered; one not among them starts by looking at once.
+constexpr uint64_t kFirstLookStepMinUs = 250;
+constexpr uint64_t kFirstLookMaxUs = 1000000;
+
+vx::NamedSlots<uint64_t, 32>& FirstLookTimes() {
     static auto* times = new vx::NamedSlots<uint64_t, 32>;  // outlives the threads that print
     return *times;
 }
 
-uint64_t TypicalDeliveryMs(const char* printer) {
-    uint64_t ms = 0;
-    DeliveryTimes().Find(printer, &ms);
-    return ms;
+uint64_t FirstLookUs(const char* printer) {
+    uint64_t us = 0;
+    FirstLookTimes().Find(printer, &us);
+    return us;
 }
 
-void NoteDeliveryTime(const char* printer, uint64_t ms) {
-    DeliveryTimes().Note(printer, [ms](uint64_t* typical, bool known) {
-        *typical = known ? (*typical * 3 + ms) / 4 : ms;
+void LearnFirstLook(const char* printer, bool foundThere) {
+    FirstLookTimes().Note(printer, [foundThere](uint64_t* us, bool known) {
+        if (!known) *us = 0;
+        uint64_t step = std::max(kFirstLookStepMinUs, *us / 16);
+        if (foundThere)
+            *us -= std::min(*us, step);
+        else
+            *us = std::min(*us + step, kFirstLookMaxUs);
     });
 }
 
-uint64_t NextDeliveryPollMs(uint64_t typicalMs, uint64_t onItsWayMs) {
-    uint64_t expected = typicalMs * 7 / 8;
-    if (onItsWayMs < expected) return expected - onItsWayMs;
-    return std::clamp(onItsWayMs / kDeliveryPollShare, kDeliveryPollMinMs, kDeliveryPollMaxMs);
+uint64_t NextDeliveryPollUs(uint64_t onItsWayUs) {
+    return std::clamp(onItsWayUs / kDeliveryPollShare, kDeliveryPollMinUs, kDeliveryPollMaxUs);
 }
 
 struct FileCloser {
@@ -120,17 +128,16 @@ bool HostIsEnding(const ZelHost* host) {
 // to the print system, which prints it when it can: the job counts as printed.
 int FollowToDevice(const ZelHost* host, const PrintRequest& request, vx::SpoolJob* job) {
     char error[kErrorSize] = {};
-    uint64_t start = vx::TickCountMs();
-    uint64_t deadline = start + kDeliveryTimeoutMs;
-    uint64_t typicalMs = TypicalDeliveryMs(request.printer);
+    uint64_t start = vx::TickCountUs();
+    uint64_t deadline = start + kDeliveryTimeoutMs * 1000;
     // A printer whose jobs take a while is not asked before the time is near.
-    if (typicalMs > 0) vx::SleepMs(static_cast<uint32_t>(NextDeliveryPollMs(typicalMs, 0)));
-    for (;;) {
+    uint64_t firstLookUs = FirstLookUs(request.printer);
+    if (firstLookUs > 0) vx::SleepUs(firstLookUs);
+    for (bool first = true;; first = false) {
         int rc = vx::SpoolJobProgress(job, error, sizeof error);
-        if (rc == vx::kSpoolOk) {
-            NoteDeliveryTime(request.printer, vx::TickCountMs() - start);
-            return ZEL_RC_OK;
-        }
+        if (first && (rc == vx::kSpoolOk || rc == vx::kSpoolPending))
+            LearnFirstLook(request.printer, rc == vx::kSpoolOk);
+        if (rc == vx::kSpoolOk) return ZEL_RC_OK;
         if (rc == vx::kSpoolHeld) {
             TraceLine(host, 1, "Job %s is held by the print system: %s\n", request.jobId, error);
             return ZEL_RC_OK;
@@ -145,13 +152,12 @@ int FollowToDevice(const ZelHost* host, const PrintRequest& request, vx::SpoolJo
                       request.jobId, error);
             return ZEL_RC_OK;
         }
-        if (vx::TickCountMs() >= deadline) {
+        if (vx::TickCountUs() >= deadline) {
             TraceLine(host, 1, "Job %s left to the print system after %u s: %s\n", request.jobId,
                       kDeliveryTimeoutMs / 1000, error);
             return ZEL_RC_OK;
         }
-        vx::SleepMs(
-            static_cast<uint32_t>(NextDeliveryPollMs(typicalMs, vx::TickCountMs() - start)));
+        vx::SleepUs(NextDeliveryPollUs(vx::TickCountUs() - start));
     }
 }
 

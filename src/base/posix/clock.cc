@@ -18,6 +18,10 @@ uint64_t TickCountMs() {
     return MonotonicNanoseconds() / 1000000u;
 }
 
+uint64_t TickCountUs() {
+    return MonotonicNanoseconds() / 1000u;
+}
+
 uint64_t HighResCounter() {
     return MonotonicNanoseconds();
 }

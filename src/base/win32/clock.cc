@@ -9,6 +9,13 @@ uint64_t TickCountMs() {
     return GetTickCount64();
 }
 
+uint64_t TickCountUs() {
+    uint64_t count = HighResCounter();
+    uint64_t frequency = HighResFrequency();
+    // Split so that the counter times a million never overflows.
+    return count / frequency * 1000000u + count % frequency * 1000000u / frequency;
+}
+
 uint64_t HighResCounter() {
     LARGE_INTEGER count{};
     QueryPerformanceCounter(&count);

@@ -13,4 +13,8 @@ void SleepMs(uint32_t ms) {
     Sleep(ms);
 }
 
+void SleepUs(uint64_t us) {
+    Sleep(static_cast<DWORD>((us + 999) / 1000));
+}
+
 }  // namespace vx
