@@ -1,5 +1,7 @@
 // The network layer's trace file "vorlix.nit": where it goes and how much it shows follow the
 // print-server object's settings.
+#include <cstring>
+
 #include "base/fileops.h"
 #include "base/ni.h"
 #include "printserver/zelprsrv.h"
@@ -9,7 +11,9 @@ namespace vx {
 int Czelprsrv::OpenNiTrace() {
     char path[kMaxPath] = {};
     GetGlobalString("LogPath", tempDir_, path, sizeof path);
-    if (path[0] == '\0') CopyText(path, tempDir_);
+    // Another reader may have asked first with the built-in default, which the string cache then
+    // keeps: that stands for no value as much as an empty one.
+    if (path[0] == '\0' || strcmp(path, BuiltInText("LogPath")) == 0) CopyText(path, tempDir_);
     AppendSeparator(path, sizeof path);
     AppendText(path, "vorlix.nit");
 
