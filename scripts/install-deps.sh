@@ -7,7 +7,7 @@ packages=(cmake ninja-build g++ googletest libgtest-dev
           g++-mingw-w64-x86-64-posix mingw-w64-tools binutils-mingw-w64-x86-64
           wine wine64 python3 python3-pytest libcups2-dev zlib1g-dev libz-mingw-w64-dev
           cups cups-client cups-daemon cups-bsd fonts-dejavu-core rlpr
-          clang-14 libclang-rt-14-dev)
+          clang-14 libclang-rt-14-dev libssl-dev openssl)
 
 missing=()
 for p in "${packages[@]}"; do

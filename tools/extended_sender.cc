@@ -35,6 +35,42 @@ struct Session {
     size_t packetSize = 0;
 };
 
+// Reads the reply to a command; an "OK" reply's value (may be empty) goes to value.
+int AwaitReply(Session* session, const char* command, char* value, size_t cap, SendResult* result) {
+    char line[512];
+    if (session->connection.ReadUntil('\n', line, sizeof line, result) != 0) return -1;
+    if (const char* message = PrefixAfter(line, "ER "))
+        return Fail(result, kExitRefused, "the server refused %.2s: %s", command, message);
+    if (!StartsWith(line, "OK"))
+        return Fail(result, kExitRefused, "unexpected reply to %.2s: %.200s", command, line);
+    const char* rest = line + 2;
+    if (*rest == ' ') ++rest;
+    if (value != nullptr) CopyText(value, cap, rest);
+    return 0;
+}
+
+// "K" and the mode letter; after the server's "OK" the TLS hand-shake runs on the same
+// connection, and every later packet and reply travels in the secured session.
+int SecureSession(const SendOptions& options, Session* session, SendResult* result) {
+    char packet[4] = {'K', options.secureMode, '\n', '\0'};
+    if (session->connection.WriteText(packet, result) != 0) return -1;
+    SendResult reply;
+    if (AwaitReply(session, packet, nullptr, 0, &reply) != 0) {
+        // A server without a security product ends the session instead of answering.
+        if (session->connection.ClosedByServer())
+            return Fail(result, kExitRefused,
+                        "%s:%s closed the connection when asked for a secured session: it has no "
+                        "security product in use",
+                        options.host, options.port);
+        return Fail(result, reply.exitCode, "%s", reply.reason);
+    }
+    TlsClientCredentials credentials;
+    credentials.certificate = options.certificate;
+    credentials.key = options.key;
+    credentials.ca = options.ca;
+    return session->connection.StartTls(credentials, result);
+}
+
 // Connects, opens the session with "SC" and reads the greeting.
 int StartSession(const SendOptions& options, Session* session, SendResult* result) {
     if (session->connection.Open(options.host, options.port, options.timeoutSeconds * 1000,
@@ -58,21 +94,7 @@ int StartSession(const SendOptions& options, Session* session, SendResult* resul
     if (packetSize == 0)
         return Fail(result, kExitRefused, "unexpected greeting from the server: %.200s", line);
     session->packetSize = packetSize < kMaxPacketSize ? packetSize : kMaxPacketSize;
-    return 0;
-}
-
-// Reads the reply to a command; an "OK" reply's value (may be empty) goes to value.
-int AwaitReply(Session* session, const char* command, char* value, size_t cap, SendResult* result) {
-    char line[512];
-    if (session->connection.ReadUntil('\n', line, sizeof line, result) != 0) return -1;
-    if (const char* message = PrefixAfter(line, "ER "))
-        return Fail(result, kExitRefused, "the server refused %.2s: %s", command, message);
-    if (!StartsWith(line, "OK"))
-        return Fail(result, kExitRefused, "unexpected reply to %.2s: %.200s", command, line);
-    const char* rest = line + 2;
-    if (*rest == ' ') ++rest;
-    if (value != nullptr) CopyText(value, cap, rest);
-    return 0;
+    return options.secure ? SecureSession(options, session, result) : 0;
 }
 
 // One command packet (two letters and an argument, with a line feed), then its reply.

@@ -43,12 +43,14 @@ int SendConnection::Open(const char* host, const char* port, int timeoutMs, Send
 }
 
 void SendConnection::Close() {
+    // The TLS session ends first: its close notification still needs the connection.
+    tls_.reset();
     if (handle_ != kNiNoHandle) NiCloseHandle(handle_);
     handle_ = kNiNoHandle;
     start_ = end_ = 0;
 }
 
-int SendConnection::Write(const void* data, size_t length, SendResult* result) {
+int SendConnection::RawWrite(const void* data, size_t length, SendResult* result) {
     const char* from = static_cast<const char*>(data);
     while (length > 0) {
         int32_t slice =
@@ -67,20 +69,101 @@ int SendConnection::Write(const void* data, size_t length, SendResult* result) {
     return 0;
 }
 
+// 0 with *count > 0, 1 when the server closed the connection, -1 on another failure.
+int SendConnection::RawRead(void* buffer, size_t length, size_t* count, SendResult* result) {
+    int32_t slice =
+        length < static_cast<size_t>(kWriteSlice) ? static_cast<int32_t>(length) : kWriteSlice;
+    int32_t got = 0;
+    int rc = NiRawRead(handle_, buffer, slice, timeoutMs_, &got);
+    *count = static_cast<size_t>(got > 0 ? got : 0);
+    if (got > 0) return 0;
+    if (rc == kNiOk || rc == kNiClosed) {
+        closedByServer_ = true;
+        return 1;
+    }
+    closedByServer_ = false;
+    Fail(result, kExitNetwork, "reading from %s failed: %s", host_, Why(rc));
+    return -1;
+}
+
+int SendConnection::TlsSend(void* context, const void* data, size_t length) {
+    auto* self = static_cast<SendConnection*>(context);
+    return self->RawWrite(data, length, &self->tlsIo_);
+}
+
+int SendConnection::TlsRecv(void* context, void* buffer, size_t length, size_t* count) {
+    auto* self = static_cast<SendConnection*>(context);
+    int rc = self->RawRead(buffer, length, count, &self->tlsIo_);
+    if (rc == 1)
+        Fail(&self->tlsIo_, kExitNetwork, "reading from %s failed: %s", self->host_,
+             Why(kNiClosed));
+    return rc == 0 ? 0 : -1;
+}
+
+int SendConnection::StartTls(const TlsClientCredentials& credentials, SendResult* result) {
+    if (start_ != end_)
+        return Fail(result, kExitRefused,
+                    "the server sent more than its answer before the secured session began");
+    tlsIo_ = SendResult();
+    TlsClientIo io;
+    io.context = this;
+    io.send = TlsSend;
+    io.recv = TlsRecv;
+    char error[400];
+    TlsClient* client = nullptr;
+    if (TlsClientOpen(credentials, io, &client, error, sizeof error) != 0) {
+        // A lost connection is the reason, not what the TLS client made of it.
+        if (tlsIo_.exitCode != kExitDelivered)
+            return Fail(result, tlsIo_.exitCode, "secured session with %s: %s", host_,
+                        tlsIo_.reason);
+        return Fail(result, kExitRefused, "secured session with %s: %s", host_, error);
+    }
+    tls_.reset(client);
+    return 0;
+}
+
+int SendConnection::Write(const void* data, size_t length, SendResult* result) {
+    if (!tls_) return RawWrite(data, length, result);
+    char error[400];
+    if (TlsClientWrite(tls_.get(), data, length, error, sizeof error) == 0) return 0;
+    if (tlsIo_.exitCode != kExitDelivered)
+        return Fail(result, tlsIo_.exitCode, "%s", tlsIo_.reason);
+    return Fail(result, kExitNetwork, "sending to %s failed: %s", host_, error);
+}
+
 int SendConnection::WriteText(const char* text, SendResult* result) {
     return Write(text, strlen(text), result);
+}
+
+// 0 with *count > 0, 1 when the server ended the connection (or the secured session), -1 on
+// another failure.
+int SendConnection::ReadSome(void* buffer, size_t length, size_t* count, SendResult* result) {
+    if (!tls_) return RawRead(buffer, length, count, result);
+    char error[400];
+    if (TlsClientRead(tls_.get(), buffer, length, count, error, sizeof error) == 0) {
+        if (*count > 0) return 0;
+        closedByServer_ = true;
+        return 1;
+    }
+    if (tlsIo_.exitCode != kExitDelivered) {
+        if (closedByServer_) return 1;
+        Fail(result, tlsIo_.exitCode, "%s", tlsIo_.reason);
+        return -1;
+    }
+    Fail(result, kExitNetwork, "reading from %s failed: %s", host_, error);
+    return -1;
 }
 
 int SendConnection::Fill(SendResult* result) {
     start_ = 0;
     end_ = 0;
-    int32_t count = 0;
-    int rc = NiRawRead(handle_, buffer_, sizeof buffer_, timeoutMs_, &count);
-    end_ = static_cast<size_t>(count);
-    if (count > 0) return 0;
-    if (rc == kNiOk) rc = kNiClosed;
-    closedByServer_ = rc == kNiClosed;
-    return Fail(result, kExitNetwork, "reading from %s failed: %s", host_, Why(rc));
+    size_t count = 0;
+    int rc = ReadSome(buffer_, sizeof buffer_, &count, result);
+    end_ = count;
+    if (rc == 0) return 0;
+    if (rc == 1)
+        return Fail(result, kExitNetwork, "reading from %s failed: %s", host_, Why(kNiClosed));
+    return -1;
 }
 
 int SendConnection::ReadByte(uint8_t* byte, SendResult* result) {
@@ -117,12 +200,11 @@ int SendConnection::ReadToEnd(std::string* out, size_t limit, SendResult* result
     out->append(reinterpret_cast<const char*>(buffer_ + start_), end_ - start_);
     start_ = end_ = 0;
     while (out->size() < limit) {
-        int32_t count = 0;
-        int rc = NiRawRead(handle_, buffer_, sizeof buffer_, timeoutMs_, &count);
-        out->append(reinterpret_cast<const char*>(buffer_), static_cast<size_t>(count));
-        if (rc == kNiClosed || (rc == kNiOk && count == 0)) return 0;
-        if (rc != kNiOk)
-            return Fail(result, kExitNetwork, "reading from %s failed: %s", host_, Why(rc));
+        size_t count = 0;
+        int rc = ReadSome(buffer_, sizeof buffer_, &count, result);
+        out->append(reinterpret_cast<const char*>(buffer_), count);
+        if (rc == 1) return 0;
+        if (rc != 0) return -1;
     }
     return 0;
 }

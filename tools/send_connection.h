@@ -1,6 +1,7 @@
 // The sender's end of one connection to the server: connect, write everything, read a byte, a
 // line or up to a delimiter through a small buffer, each within the time-out. Every failure is
-// recorded in the SendResult as a network failure naming what went wrong.
+// recorded in the SendResult as a network failure naming what went wrong. Once StartTls has run,
+// every write and read goes through the TLS session instead.
 #pragma once
 
 #include <cstddef>
@@ -8,6 +9,7 @@
 #include <string>
 
 #include "base/ni.h"
+#include "snc/tls_client.h"
 #include "tools/send_result.h"
 
 namespace vx {
@@ -37,11 +39,22 @@ class SendConnection {
     // Everything up to the end of the connection (a query's answer), at most limit bytes.
     int ReadToEnd(std::string* out, size_t limit, SendResult* result);
 
+    // Runs the TLS hand-shake over the open connection (nothing of the server's may be waiting
+    // unread); from then on every write and read travels in the secured session.
+    int StartTls(const TlsClientCredentials& credentials, SendResult* result);
+
     // True when the last failure was the server closing the connection (not a lost one).
     bool ClosedByServer() const { return closedByServer_; }
 
   private:
     int Fill(SendResult* result);
+    // The connection's bytes as they go over the network, below the TLS session.
+    int RawWrite(const void* data, size_t length, SendResult* result);
+    int RawRead(void* buffer, size_t length, size_t* count, SendResult* result);
+    // Everything that arrives next, through the TLS session when there is one.
+    int ReadSome(void* buffer, size_t length, size_t* count, SendResult* result);
+    static int TlsSend(void* context, const void* data, size_t length);
+    static int TlsRecv(void* context, void* buffer, size_t length, size_t* count);
 
     NiHandle handle_ = kNiNoHandle;
     int timeoutMs_ = 0;
@@ -50,6 +63,8 @@ class SendConnection {
     size_t start_ = 0;
     size_t end_ = 0;
     bool closedByServer_ = false;
+    TlsClientPtr tls_;
+    SendResult tlsIo_;  // why the connection below the TLS session failed
 };
 
 }  // namespace vx

@@ -141,6 +141,11 @@ enum LongId {
     kLongQuiet,
     kLongListPrinters,
     kLongQueueState,
+    kLongSecure,
+    kLongSecureMode,
+    kLongCert,
+    kLongKey,
+    kLongCa,
     kLongHelp,
     kLongVersion,
 };
@@ -170,9 +175,29 @@ constexpr LongOption kLongOptions[] = {
     {"quiet", false, kLongQuiet},
     {"list-printers", false, kLongListPrinters},
     {"queue-state", false, kLongQueueState},
+    {"secure", false, kLongSecure},
+    {"secure-mode", true, kLongSecureMode},
+    {"cert", true, kLongCert},
+    {"key", true, kLongKey},
+    {"ca", true, kLongCa},
     {"help", false, kLongHelp},
     {"version", false, kLongVersion},
 };
+
+// The mode letter of the security command: S (sealed, the default) or A.
+int TakeSecureMode(Parser& p, const char* v, SendOptions* o) {
+    char letter = static_cast<char>(toupper(static_cast<unsigned char>(v[0])));
+    if (v[0] == '\0' || v[1] != '\0' || (letter != 'S' && letter != 'A'))
+        return Usage(p, "--secure-mode=%s: use S or A", v);
+    o->secureMode = letter;
+    return 0;
+}
+
+// A file name the option needs whole.
+int TakePath(Parser& p, const char* name, const char* v, char* out, size_t cap) {
+    if (v[0] == '\0') return Usage(p, "option %s needs a file name", name);
+    return TakeText(p, name, v, out, cap);
+}
 
 int TakeCompression(Parser& p, const char* v, SendOptions* o) {
     if (EqualsNoCase(v, "c1"))
@@ -248,6 +273,18 @@ int TakeLong(Parser& p, const char* word, SendOptions* o) {
             return SetAction(p, o, kActionListPrinters, name);
         case kLongQueueState:
             return SetAction(p, o, kActionQueueState, name);
+        case kLongSecure:
+            o->secure = true;
+            return 0;
+        case kLongSecureMode:
+            return TakeSecureMode(p, v, o);
+        case kLongCert:
+            return TakePath(p, name, v, o->certificate, sizeof o->certificate);
+        case kLongKey:
+            // On Windows the PFX password: it may be empty.
+            return TakeText(p, name, v, o->key, sizeof o->key);
+        case kLongCa:
+            return TakePath(p, name, v, o->ca, sizeof o->ca);
         case kLongHelp:
             o->action = kActionHelp;
             return 0;
@@ -293,10 +330,33 @@ int TakeShort(Parser& p, const char* word, SendOptions* o) {
     return Usage(p, "unknown option %s", word);
 }
 
+// --secure needs its certificate and CA, works in the extended protocol only, and its files
+// mean nothing without it.
+int CheckSecure(Parser& p, const SendOptions& o) {
+    if (!o.secure) {
+        if (o.certificate[0] != '\0' || o.key[0] != '\0' || o.ca[0] != '\0' || o.secureMode != 'S')
+            return Usage(p, "%s", "--cert, --key, --ca and --secure-mode need --secure");
+        return 0;
+    }
+    if (o.lpd)
+        return Usage(p, "%s",
+                     "--secure needs the extended protocol: LPD cannot be secured, drop --lpd");
+    if (o.action == kActionStatus || o.action == kActionQueueState)
+        return Usage(p, "%s",
+                     "--secure needs the extended protocol: --status and --queue-state are LPD "
+                     "queries");
+    if (o.certificate[0] == '\0')
+        return Usage(p, "%s", "--secure needs --cert (the sender's certificate)");
+    if (o.ca[0] == '\0')
+        return Usage(p, "%s", "--secure needs --ca (the CA of the server's certificate)");
+    return 0;
+}
+
 // Options that only the extended protocol carries make no sense with --lpd, and queries take
 // no files: both are mistakes the caller should hear about rather than have ignored.
 int CheckCombination(Parser& p, const SendOptions& o) {
     if (o.action == kActionHelp || o.action == kActionVersion) return 0;
+    if (CheckSecure(p, o) != 0) return -1;
     if (o.action != kActionSend && !o.files.empty())
         return Usage(p, "%s", "a query takes no files");
     // An LPD queue-state query ends the printer name at its first blank.

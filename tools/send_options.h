@@ -49,6 +49,13 @@ struct SendOptions {
     char optionList[256] = {};
     char equipment[8] = {};
     int timeoutSeconds = 60;
+    // --secure: every extended-protocol session is secured with TLS after its greeting ("K"
+    // and the mode letter, then the hand-shake).
+    bool secure = false;
+    char secureMode = 'S';       // 'S' or 'A'
+    char certificate[260] = {};  // PEM (Linux) or PFX with its key (Windows)
+    char key[260] = {};          // PEM key (empty: in the certificate file); PFX password
+    char ca[260] = {};           // PEM: the CA the server's certificate must come from
     bool quiet = false;
     std::vector<const char*> files;  // from argv; "-" is standard input
 };

@@ -129,6 +129,41 @@ TEST(SendArguments, MistakesAreUsageErrorsNamingTheOption) {
     EXPECT_EQ(Parse({"--help", "--lpd", "--tray=1"}).rc, 0);
 }
 
+// --secure: its files and mode letter, and the combinations it refuses.
+TEST(SendArguments, SecureNeedsItsFilesAndTheExtendedProtocol) {
+    Parsed p = Parse(
+        {"--secure", "--cert=me.pfx", "--key", "", "--ca", "ca.pem", "--secure-mode=a", "job.prn"});
+    ASSERT_EQ(p.rc, 0) << p.error;
+    EXPECT_TRUE(p.options.secure);
+    EXPECT_EQ(p.options.secureMode, 'A');
+    EXPECT_STREQ(p.options.certificate, "me.pfx");
+    EXPECT_STREQ(p.options.key, "");  // a PFX without a password
+    EXPECT_STREQ(p.options.ca, "ca.pem");
+    Parsed plain = Parse({"--secure", "--cert=c.pem", "--ca=ca.pem", "--list-printers"});
+    ASSERT_EQ(plain.rc, 0) << plain.error;
+    EXPECT_EQ(plain.options.secureMode, 'S');
+
+    struct Case {
+        std::vector<std::string> words;
+        const char* named;
+    } cases[] = {
+        {{"--secure", "--ca=ca.pem"}, "--cert"},
+        {{"--secure", "--cert=c.pem"}, "--ca"},
+        {{"--secure", "--cert=c.pem", "--ca=ca.pem", "--lpd"}, "LPD"},
+        {{"--secure", "--cert=c.pem", "--ca=ca.pem", "--status=J1"}, "--status"},
+        {{"--secure", "--cert=c.pem", "--ca=ca.pem", "--secure-mode=X"}, "S or A"},
+        {{"--secure", "--cert=c.pem", "--ca=ca.pem", "--secure-mode=SA"}, "S or A"},
+        {{"--secure", "--ca=ca.pem", "--cert="}, "--cert"},
+        {{"--cert=c.pem", "--ca=ca.pem"}, "need --secure"},
+    };
+    for (const Case& c : cases) {
+        Parsed failed = Parse(c.words);
+        EXPECT_EQ(failed.rc, -1) << c.words.back();
+        EXPECT_NE(failed.error.find(c.named), std::string::npos)
+            << c.words.back() << ": " << failed.error;
+    }
+}
+
 TEST(SendArguments, JobIdentifiersStayWithinFortyCharactersAndDifferPerFile) {
     vx::SendOptions o;
     char first[64];

@@ -1,0 +1,48 @@
+// Two in-memory byte streams joining the library's session (through an SncTransport) to a test
+// client, with the transport's time-outs and codes.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+
+#include "snc/vorlixsnc.h"
+
+namespace vxtest {
+
+constexpr int kLinkTimeout = -5;
+constexpr int kLinkClosed = -6;
+
+// One direction: bytes put at one end, taken at the other.
+class ByteQueue {
+  public:
+    // false when the reader has gone.
+    bool Put(const void* data, int length);
+    // Waits at most timeoutMs (-1: no limit) for at least one byte: 0 with *count, kLinkTimeout,
+    // or kLinkClosed once the writer closed and everything was taken.
+    int Take(void* buffer, int length, int timeoutMs, int* count);
+    void Close();
+
+  private:
+    std::mutex lock_;
+    std::condition_variable changed_;
+    std::deque<unsigned char> bytes_;
+    bool closed_ = false;
+};
+
+struct MemoryLink {
+    ByteQueue toServer;
+    ByteQueue toClient;
+    std::atomic<int> lastServerTimeout{0};  // the time-out of the library's last receive
+
+    // The library's end.
+    SncTransport ServerTransport();
+    // Ends both directions, so that neither end waits any longer.
+    void Close() {
+        toServer.Close();
+        toClient.Close();
+    }
+};
+
+}  // namespace vxtest

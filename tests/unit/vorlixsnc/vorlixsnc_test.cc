@@ -1,0 +1,225 @@
+// The security library in-process: its sessions over an in-memory link against an OpenSSL client
+// on another thread, with certificates made for the test in a temporary base directory.
+#include "snc/vorlixsnc.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "memory_link.h"
+#include "test_pki.h"
+#include "tls_test_client.h"
+
+namespace {
+
+using vxtest::MemoryLink;
+using vxtest::TlsTestClient;
+
+constexpr const char* kProfile = "ZELLPD.INI";
+
+class SncLibrary : public testing::Test {
+  protected:
+    static void SetUpTestSuite() { ASSERT_TRUE(vxtest::MakeTestPki(&pki_)); }
+    static void TearDownTestSuite() { vxtest::RemoveTestPki(pki_); }
+
+    void SetUp() override { SncSetTrace(CollectTrace, this); }
+    void TearDown() override {
+        if (session_ != nullptr) SncSessionDone(session_);
+        link_->Close();
+        if (client_.joinable()) client_.join();
+        SncSetTrace(nullptr, nullptr);
+        SncDone();
+    }
+
+    static void CollectTrace(void* context, const char* line) {
+        auto* self = static_cast<SncLibrary*>(context);
+        std::lock_guard<std::mutex> hold(self->traceLock_);
+        self->trace_.emplace_back(line);
+    }
+    bool Traced(const std::string& part) {
+        std::lock_guard<std::mutex> hold(traceLock_);
+        for (const std::string& line : trace_)
+            if (line.find(part) != std::string::npos) return true;
+        return false;
+    }
+
+    // The profile names the certificate relative to the base directory, the key absolute.
+    void WriteProfile(const std::string& certificate = "server.pem") {
+        vxtest::WriteTestFile(pki_, kProfile,
+                              "; the security library\n[other]\ncertificate = nothing.pem\n"
+                              "[VorlixSNC]\ncertificate = " +
+                                  certificate + "\nkey=" + pki_.server.key + "\n  ca = ca.pem\n");
+    }
+    int Init(int* realProduct) {
+        return SncInit(SNC_USAGE_SERVER, kProfile, pki_.directory.c_str(), realProduct);
+    }
+    void StartSession() {
+        int realProduct = 0;
+        ASSERT_EQ(Init(&realProduct), SNC_OK);
+        ASSERT_EQ(realProduct, 1);
+        SncTransport transport = link_->ServerTransport();
+        ASSERT_EQ(SncNiRawSessionInit(&session_, &transport), SNC_OK);
+        ASSERT_EQ(SncSetQOP(session_, 3, 3, 3), SNC_OK);
+    }
+    std::vector<std::string> ErrorLines() {
+        std::vector<std::string> lines;
+        char line[SNC_ERROR_LINE_MAX];
+        while (SncErrorLine(session_, static_cast<int>(lines.size()), line, sizeof line) == 1)
+            lines.emplace_back(line);
+        return lines;
+    }
+
+    static vxtest::TestPki pki_;
+    std::unique_ptr<MemoryLink> link_ = std::make_unique<MemoryLink>();
+    SncSession* session_ = nullptr;
+    std::thread client_;
+    std::mutex traceLock_;
+    std::vector<std::string> trace_;
+};
+
+vxtest::TestPki SncLibrary::pki_;
+
+std::string Pattern(size_t length, char seed) {
+    std::string text(length, '\0');
+    for (size_t i = 0; i < length; ++i) text[i] = static_cast<char>(seed + i % 61);
+    return text;
+}
+
+TEST_F(SncLibrary, GoodSenderIsNamedAndBytesPassBothWays) {
+    WriteProfile();
+    StartSession();
+    ASSERT_TRUE(Traced("server.pem loaded"));
+    char adapter[199];
+    ASSERT_EQ(SncGetAdapterName(nullptr, 0, adapter, sizeof adapter), SNC_OK);
+    EXPECT_NE(std::string(adapter).find("OpenSSL 3"), std::string::npos) << adapter;
+
+    // Larger than a TLS record (16 KiB) in both directions.
+    const std::string command = "KS hello";
+    const std::string upload = Pattern(50000, 'A');
+    const std::string answer = Pattern(40000, '0');
+    bool clientDone = false;
+    client_ = std::thread([&] {
+        TlsTestClient client(*link_, pki_.ca, &pki_.sender);
+        std::string received;
+        clientDone = client.Connect() && client.Write(command) && client.Write(upload) &&
+                     client.Read(answer.size(), &received) && received == answer;
+        client.Close();
+    });
+
+    ASSERT_EQ(SncNiSessionAccept(session_, 32700, -1), SNC_OK);
+    char peer[SNC_PEER_NAME_MAX];
+    ASSERT_EQ(SncGetPeerName(session_, peer, sizeof peer), SNC_OK);
+    EXPECT_STREQ(peer, "CN=app1,O=Example");
+    EXPECT_EQ(SncGetPeerName(session_, peer, 5), SNC_ERR_ARGUMENT) << "a cut name never";
+
+    // One record at a time when asked for a single read, whatever room the buffer has.
+    std::string got(60000, '\0');
+    int count = 0;
+    ASSERT_EQ(SncNiRawRead(session_, got.data(), 100, 5000, &count, 1), SNC_OK);
+    EXPECT_EQ(got.substr(0, count), command);
+    ASSERT_EQ(SncNiRawRead(session_, got.data(), 60000, 5000, &count, 1), SNC_OK);
+    ASSERT_GT(count, 0);
+    ASSERT_LT(count, static_cast<int>(upload.size()));
+    int first = count;
+    ASSERT_EQ(SncNiRawRead(session_, got.data() + first, static_cast<int>(upload.size()) - first,
+                           5000, &count, 0),
+              SNC_OK);
+    EXPECT_EQ(first + count, static_cast<int>(upload.size()));
+    EXPECT_TRUE(got.substr(0, upload.size()) == upload);
+
+    ASSERT_EQ(SncNiRawWrite(session_, answer.data(), static_cast<int>(answer.size()), 5000, &count),
+              SNC_OK);
+    EXPECT_EQ(count, static_cast<int>(answer.size()));
+
+    // The sender's close_notify reads as the end of the stream.
+    EXPECT_EQ(SncNiRawRead(session_, got.data(), 10, 5000, &count, 1), SNC_ERR_NI);
+    EXPECT_EQ(SncNiErrorOf(session_), vxtest::kLinkClosed);
+    client_.join();
+    EXPECT_TRUE(clientDone);
+}
+
+TEST_F(SncLibrary, SenderOutsideTheCaIsRefused) {
+    WriteProfile();
+    const vxtest::PemPair* senders[] = {&pki_.stranger, nullptr};
+    for (const vxtest::PemPair* sender : senders) {
+        SCOPED_TRACE(sender != nullptr ? "signed by another CA" : "without a certificate");
+        StartSession();
+        client_ = std::thread([&] {
+            TlsTestClient client(*link_, pki_.ca, sender);
+            std::string ignored;
+            if (client.Connect()) client.Read(1, &ignored);  // TLS 1.3 hears of it here
+        });
+        EXPECT_EQ(SncNiSessionAccept(session_, 32700, -1), SNC_ERR_HANDSHAKE);
+        std::vector<std::string> lines = ErrorLines();
+        ASSERT_FALSE(lines.empty());
+        bool named = false;
+        for (const std::string& line : lines)
+            named = named || line.find("certificate") != std::string::npos;
+        EXPECT_TRUE(named) << lines[0];
+        EXPECT_TRUE(Traced("hand-shake failed"));
+        char peer[SNC_PEER_NAME_MAX];
+        EXPECT_EQ(SncGetPeerName(session_, peer, sizeof peer), SNC_ERR_STATE);
+        int count = 0;
+        EXPECT_EQ(SncNiRawWrite(session_, "x", 1, 100, &count), SNC_ERR_STATE);
+
+        link_->Close();
+        client_.join();
+        SncSessionDone(session_);
+        session_ = nullptr;
+        SncDone();
+        link_ = std::make_unique<MemoryLink>();
+    }
+}
+
+TEST_F(SncLibrary, UnusableProfileLeavesNoProduct) {
+    struct Case {
+        const char* what;
+        const char* profile;  // null: no profile file at all
+        const char* traced;
+    };
+    const Case cases[] = {
+        {"no profile", nullptr, "ZELLPD.INI cannot be read"},
+        {"no section", "[windows]\nload=\n", "no [vorlixsnc] section"},
+        {"no key", "[vorlixsnc]\ncertificate=server.pem\nca=ca.pem\n", "names no key"},
+        {"certificate not PEM", "[vorlixsnc]\ncertificate=junk.pem\nkey=server.key\nca=ca.pem\n",
+         "junk.pem"},
+        {"certificate missing", "[vorlixsnc]\ncertificate=gone.pem\nkey=server.key\nca=ca.pem\n",
+         "gone.pem"},
+    };
+    vxtest::WriteTestFile(pki_, "junk.pem", "not a certificate\n");
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::remove((pki_.directory + "/" + kProfile).c_str());
+        if (c.profile != nullptr) vxtest::WriteTestFile(pki_, kProfile, c.profile);
+        int realProduct = 1;
+        ASSERT_EQ(Init(&realProduct), SNC_OK);
+        EXPECT_EQ(realProduct, 0);
+        EXPECT_TRUE(Traced(c.traced));
+        char adapter[199];
+        EXPECT_EQ(SncGetAdapterName(nullptr, 0, adapter, sizeof adapter), SNC_ERR_STATE);
+        SncTransport transport = link_->ServerTransport();
+        EXPECT_EQ(SncNiRawSessionInit(&session_, &transport), SNC_ERR_STATE);
+        EXPECT_EQ(session_, nullptr);
+        SncDone();
+    }
+}
+
+TEST_F(SncLibrary, StalledClientHelloEndsInTheTransportsTimeOut) {
+    WriteProfile();
+    StartSession();
+    std::string hello = vxtest::MakeClientHello();
+    ASSERT_GT(hello.size(), 20u);
+    link_->toServer.Put(hello.data(), static_cast<int>(hello.size() / 2));
+
+    EXPECT_EQ(SncNiSessionAccept(session_, 32700, 300), SNC_ERR_NI);
+    EXPECT_EQ(SncNiErrorOf(session_), vxtest::kLinkTimeout);
+    EXPECT_GE(link_->lastServerTimeout.load(), 0);
+    EXPECT_LE(link_->lastServerTimeout.load(), 300);
+    EXPECT_FALSE(ErrorLines().empty());
+}
+
+}  // namespace
