@@ -6,6 +6,7 @@ import zlib
 ERROR_TEXTS = {
     817: b"817 Vorlix: Unbekanntes Kommando.\n",
     818: b"818 Vorlix: Protokollfehler zum Vorlix festgestellt.\n",
+    819: b"819 Vorlix: Sicherung der Daten\xfcbertragung nicht erfolgt.\n",
 }
 
 
