@@ -79,7 +79,9 @@ int ReadProfile(const char* baseDirectory, const char* profileName, Profile* pro
     }
 
     char values[3][kMaxPath] = {};
+    bool present[3] = {};
     const char* const keys[3] = {"certificate", "key", "ca"};
+    constexpr int kKeyIndex = 1;
     bool inSection = false;
     bool sectionSeen = false;
     char buffer[kLineSize];
@@ -99,7 +101,10 @@ int ReadProfile(const char* baseDirectory, const char* profileName, Profile* pro
         const char* name = Trim(line);
         const char* value = Trim(equals + 1);
         for (int i = 0; i < 3; ++i)
-            if (EqualsNoCase(name, keys[i])) CopyText(values[i], value);
+            if (EqualsNoCase(name, keys[i])) {
+                CopyText(values[i], value);
+                present[i] = true;
+            }
     }
     if (!sectionSeen) {
         TraceLine("profile %s has no [%s] section: no certificates, sessions cannot be secured",
@@ -107,7 +112,10 @@ int ReadProfile(const char* baseDirectory, const char* profileName, Profile* pro
         return -1;
     }
     char* const targets[3] = {profile->certificate, profile->key, profile->ca};
+    CopyText(profile->keyText, values[kKeyIndex]);
     for (int i = 0; i < 3; ++i) {
+        // An empty key is a choice (the key in the certificate file, a PFX without password).
+        if (i == kKeyIndex && present[i] && values[i][0] == '\0') continue;
         if (values[i][0] == '\0') {
             TraceLine("profile %s: [%s] names no %s: sessions cannot be secured", profile->file,
                       kSection, keys[i]);

@@ -40,10 +40,12 @@ void TraceCertificate(SSL_CTX* context, const char* path) {
 bool LoadCredentials(SSL_CTX* context, const Profile& profile) {
     if (SSL_CTX_use_certificate_chain_file(context, profile.certificate) != 1)
         return Refused("certificate", profile.certificate);
-    if (SSL_CTX_use_PrivateKey_file(context, profile.key, SSL_FILETYPE_PEM) != 1)
-        return Refused("key", profile.key);
+    // An empty key: the key follows the certificate in its file.
+    const char* key = profile.key[0] != '\0' ? profile.key : profile.certificate;
+    if (SSL_CTX_use_PrivateKey_file(context, key, SSL_FILETYPE_PEM) != 1)
+        return Refused("key", key);
     if (SSL_CTX_check_private_key(context) != 1)
-        return Refused("key (it does not match the certificate)", profile.key);
+        return Refused("key (it does not match the certificate)", key);
     if (SSL_CTX_load_verify_locations(context, profile.ca, nullptr) != 1)
         return Refused("CA certificate", profile.ca);
     // The CA names the server sends in its certificate request, so a sender picks the right one.

@@ -3,10 +3,9 @@
 #include <openssl/err.h>
 #include <openssl/x509.h>
 
-#include <algorithm>
-#include <chrono>
 #include <new>
 
+#include "snc/deadline.h"
 #include "snc/posix/openssl_tls.h"
 #include "snc/tls.h"
 #include "snc/trace.h"
@@ -14,24 +13,6 @@
 namespace vx::snc {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-// The time left of the caller's time-out (-1: no limit) for each transport call.
-class Deadline {
-  public:
-    explicit Deadline(int timeoutMs)
-        : timeoutMs_(timeoutMs), end_(Clock::now() + std::chrono::milliseconds(timeoutMs)) {}
-    int Remaining() const {
-        if (timeoutMs_ < 0) return -1;
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end_ - Clock::now());
-        return static_cast<int>(std::max<long long>(0, left.count()));
-    }
-
-  private:
-    int timeoutMs_;
-    Clock::time_point end_;
-};
 
 int TransportFailed(SncSession* session, const char* what, int code) {
     session->niError = code;

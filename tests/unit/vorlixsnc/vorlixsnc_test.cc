@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <memory>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -206,6 +208,28 @@ TEST_F(SncLibrary, UnusableProfileLeavesNoProduct) {
         EXPECT_EQ(session_, nullptr);
         SncDone();
     }
+}
+
+TEST_F(SncLibrary, EmptyKeyTakesTheKeyFromTheCertificateFile) {
+    auto text = [](const std::string& path) {
+        std::ifstream file(path, std::ios::binary);
+        std::stringstream all;
+        all << file.rdbuf();
+        return all.str();
+    };
+    vxtest::WriteTestFile(pki_, "server-and-key.pem",
+                          text(pki_.server.certificate) + text(pki_.server.key));
+    vxtest::WriteTestFile(pki_, kProfile,
+                          "[vorlixsnc]\ncertificate=server-and-key.pem\nkey =\nca=ca.pem\n");
+    int realProduct = 0;
+    ASSERT_EQ(Init(&realProduct), SNC_OK);
+    EXPECT_EQ(realProduct, 1);
+    SncDone();
+    // Without the key in it, the certificate file is named as the key that cannot be used.
+    vxtest::WriteTestFile(pki_, kProfile, "[vorlixsnc]\ncertificate=server.pem\nkey=\nca=ca.pem\n");
+    ASSERT_EQ(Init(&realProduct), SNC_OK);
+    EXPECT_EQ(realProduct, 0);
+    EXPECT_TRUE(Traced("cannot use the key " + pki_.directory + "/server.pem"));
 }
 
 TEST_F(SncLibrary, StalledClientHelloEndsInTheTransportsTimeOut) {
