@@ -30,6 +30,10 @@ struct ErrorLines {
 void ClearErrorLines(ErrorLines* errors);
 // Adds one line (cut to SNC_ERROR_LINE_MAX); lines past kMaxErrorLines are dropped.
 void AddErrorLine(ErrorLines* errors, const char* format, ...) VX_PRINTF(2, 3);
+// The first line, or "no detail" when there is none.
+const char* FirstErrorLine(const ErrorLines& errors);
+// Traces "<what>: <first line>", then the other lines indented.
+void TraceErrorLines(const char* what, const ErrorLines& errors);
 
 }  // namespace vx::snc
 

@@ -95,10 +95,6 @@ void AddVerifyResult(SncSession* session) {
                      X509_verify_cert_error_string(verify));
 }
 
-const char* FirstErrorLine(const SncSession* session) {
-    return session->errors.count > 0 ? session->errors.lines[0] : "no detail";
-}
-
 }  // namespace
 
 int TlsSessionCreate(SncSession* session) {
@@ -140,8 +136,7 @@ int TlsAccept(SncSession* session, int timeoutMs) {
         rc = SNC_ERR_HANDSHAKE;
         AddVerifyResult(session);
     }
-    TraceLine("hand-shake failed: %s", FirstErrorLine(session));
-    for (int i = 1; i < session->errors.count; ++i) TraceLine("  %s", session->errors.lines[i]);
+    TraceErrorLines("hand-shake failed", session->errors);
     return rc;
 }
 
@@ -158,7 +153,7 @@ int TlsRead(SncSession* session, void* buffer, int length, int timeoutMs, int* c
             [&](SSL* ssl) { return SSL_read(ssl, into + *count, length - *count); }, &got);
         if (rc == SNC_ERR_PROTOCOL) {
             session->state = SessionState::kFailed;
-            TraceLine("secured stream broken: %s", FirstErrorLine(session));
+            TraceLine("secured stream broken: %s", FirstErrorLine(session->errors));
         }
         if (rc != SNC_OK) return rc;
         *count += got;
@@ -175,7 +170,7 @@ int TlsWrite(SncSession* session, const void* data, int length, int timeoutMs, i
         &written);
     if (rc == SNC_ERR_PROTOCOL) {
         session->state = SessionState::kFailed;
-        TraceLine("secured stream broken: %s", FirstErrorLine(session));
+        TraceLine("secured stream broken: %s", FirstErrorLine(session->errors));
     }
     if (rc == SNC_OK) *count = written;
     return rc;

@@ -172,13 +172,9 @@ int Establish(SncSession* session) {
     return SNC_OK;
 }
 
-const char* FirstErrorLine(const SncSession* session) {
-    return session->errors.count > 0 ? session->errors.lines[0] : "no detail";
-}
-
 void StreamBroken(SncSession* session) {
     session->state = SessionState::kFailed;
-    TraceLine("secured stream broken: %s", FirstErrorLine(session));
+    TraceLine("secured stream broken: %s", FirstErrorLine(session->errors));
 }
 
 // Decrypts the next record into the plain bytes. SNC_OK with plain bytes waiting, SNC_ERR_NI
@@ -252,8 +248,7 @@ int TlsAccept(SncSession* session, int timeoutMs) {
     }
     session->state = SessionState::kFailed;
     if (rc == SNC_ERR_PROTOCOL) rc = SNC_ERR_HANDSHAKE;
-    TraceLine("hand-shake failed: %s", FirstErrorLine(session));
-    for (int i = 1; i < session->errors.count; ++i) TraceLine("  %s", session->errors.lines[i]);
+    TraceErrorLines("hand-shake failed", session->errors);
     return rc;
 }
 
