@@ -146,13 +146,17 @@ def wait_for_output(directory, count, total_bytes=None, timeout=600):
 
 
 class Server:
-    def __init__(self, build, work, settings):
+    def __init__(self, build, work, settings, prepare_home=None):
+        """prepare_home(home), when given, puts the files the service reads at its start into
+        the base directory before it starts."""
         self.work = work
         self.port = free_port()
         home = work / "home"
         registry = work / "registry"
         home.mkdir()
         registry.mkdir()
+        if prepare_home is not None:
+            prepare_home(home)
         values = {"LPDPort": str(self.port), "LogLevel": "0", "NiAcceptTimeout": "200"}
         values.update(settings)
         (registry / "HKLM.reg").write_text(

@@ -11,7 +11,8 @@ shift || true
 targets=("$@")
 [ ${#targets[@]} -eq 0 ] && targets=(lpd_dialogue_fuzz control_file_fuzz restart_files_fuzz
                                       reg_hive_fuzz status_query_fuzz block_c1_fuzz
-                                      block_c2_fuzz block_k1_fuzz extended_session_fuzz)
+                                      block_c2_fuzz block_k1_fuzz extended_session_fuzz
+                                      secured_accept_fuzz)
 bin=build/fuzz/bin
 work=${WORK:-$(mktemp -d /tmp/vorlix-fuzz.XXXXXX)}
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1}
