@@ -84,20 +84,6 @@ class ListStore : public ::testing::Test {
     std::vector<ListId> lists_;
 };
 
-TEST_F(ListStore, NewListsAreFilledAndCountedOnlyWhenAsked) {
-    const uint32_t before = ListMemoryInUse();
-    ListId id = Make(4, sizeof(Item), 1);
-    const size_t nodes = 4 * sizeof(ListElement), data = 4 * sizeof(Item);
-    EXPECT_EQ(ListMemoryInUse() - before, nodes + data);
-    ASSERT_EQ(Put(id, -1, 7), 0);
-    EXPECT_TRUE(ReadsAsZeroChars(At(id, 0) + 1, 3 * sizeof(Item)));  // the fresh slots behind it
-
-    Make(4);  // not counted
-    EXPECT_EQ(ListMemoryInUse() - before, nodes + data);
-    EXPECT_EQ(ExitList(id), 0);
-    EXPECT_EQ(ListMemoryInUse(), before);
-}
-
 // Growth doubles the capacity in new data blocks; a clear fills every block and keeps them.
 TEST_F(ListStore, GrowthKeepsElementPointersValidAndClearKeepsCapacity) {
     const uint32_t before = ListMemoryInUse();
@@ -245,17 +231,6 @@ TEST_F(ListStore, InvalidHandlesFailEverywhere) {
         // clang-format on
         for (int result : results) EXPECT_EQ(result, -1) << "list " << id;
     }
-}
-
-TEST_F(ListStore, SlotsRunOutAt2048AndTheLowestFreeSlotIsReused) {
-    for (int i = 0; i < kZlpListSlots; ++i) ASSERT_EQ(Make(1, 1), i);
-    ListId extra = kInvalidListId;
-    EXPECT_EQ(InitList(1, 1, &extra, 0), -1);
-    EXPECT_EQ(hooks_.errors, Texts{"InitList: Maximum number of lists 2048 reached\n"});
-    ExitList(700);
-    ExitList(5);
-    EXPECT_EQ(Make(1, 1), 5);
-    EXPECT_EQ(Make(1, 1), 700);
 }
 
 // The real limit (99 doublings) cannot be reached in memory; a table of the same kind with three

@@ -68,23 +68,6 @@ class Registry : public ::testing::Test {
         return scratch_.File("HKCU.reg");
     }
 
-    static std::string ValueName(int w, int i) {
-        return std::to_string(w) + "_" + std::to_string(i);
-    }
-    // Writer w's values, each named and valued "<w>_<i>"; returns the number of failed writes.
-    static int WriteValues(const RegKey& key, int w, int count) {
-        int failures = 0;
-        for (int i = 0; i < count; ++i)
-            failures += Set(key, ValueName(w, i).c_str(), ValueName(w, i)) != vx::kRegOk;
-        return failures;
-    }
-    static void ExpectEveryValue(const RegKey& key, int writers, int count) {
-        auto values = Values(key);
-        EXPECT_EQ(values.size(), static_cast<size_t>(writers * count));
-        for (int w = 0; w < writers; ++w)
-            for (int i = 0; i < count; ++i) EXPECT_EQ(values[ValueName(w, i)], ValueName(w, i));
-    }
-
     vxtest::ScratchDir scratch_;
     std::string path_;
 };
@@ -349,12 +332,19 @@ TEST_F(Registry, EveryCallSeesTheFileAsItIsNow) {
 TEST_F(Registry, ProcessesWritingAtOnceLoseNothing) {
     constexpr int kChildren = 4;
     constexpr int kValues = 15;
+    // Child c writes the values "c_i", each holding its own name.
+    auto name = [](int c, int i) { return std::to_string(c) + "_" + std::to_string(i); };
     CREATE_KEY(key);
     std::vector<pid_t> children;
     for (int c = 0; c < kChildren; ++c) {
         pid_t pid = fork();
         ASSERT_GE(pid, 0);
-        if (pid == 0) _exit(WriteValues(key, c, kValues) == 0 ? 0 : 1);
+        if (pid == 0) {
+            int failures = 0;
+            for (int i = 0; i < kValues; ++i)
+                failures += Set(key, name(c, i).c_str(), name(c, i)) != vx::kRegOk;
+            _exit(failures == 0 ? 0 : 1);
+        }
         children.push_back(pid);
     }
     for (pid_t pid : children) {
@@ -362,7 +352,10 @@ TEST_F(Registry, ProcessesWritingAtOnceLoseNothing) {
         ASSERT_EQ(waitpid(pid, &status, 0), pid);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     }
-    ExpectEveryValue(key, kChildren, kValues);
+    auto values = Values(key);
+    EXPECT_EQ(values.size(), static_cast<size_t>(kChildren * kValues));
+    for (int c = 0; c < kChildren; ++c)
+        for (int i = 0; i < kValues; ++i) EXPECT_EQ(values[name(c, i)], name(c, i));
 }
 
 TEST_F(Registry, HiveLocationAndUnwritableHive) {

@@ -263,22 +263,6 @@ TEST(SendBlocks, EveryCodingRoundTripsThroughTheServersDecoders) {
     }
 }
 
-TEST(SendBlocks, C1UsesEveryCode) {
-    // Runs of 3 to 9 ("count value"), longer runs ("0 count value", at most 255 a code), pairs
-    // ("2 count a b"), code bytes escaped ("1 byte"), other bytes as themselves.
-    Bytes in = {'a', 'a', 'a', 'a', 'b'};
-    in.insert(in.end(), 300, 'z');
-    for (int i = 0; i < 4; ++i) in.insert(in.end(), {'x', 'y'});
-    in.insert(in.end(), {5, 200});
-    Bytes out(64);
-    size_t consumed = 0;
-    size_t produced = 0;
-    vx::EncodeC1(in.data(), in.size(), out.data(), out.size(), &consumed, &produced);
-    Bytes expected = {4, 'a', 'b', 0, 255, 'z', 0, 45, 'z', 2, 4, 'x', 'y', 1, 5, 200};
-    EXPECT_EQ(consumed, in.size());
-    EXPECT_EQ(Bytes(out.begin(), out.begin() + produced), expected);
-}
-
 TEST(SendProtocol, LpdControlFilePrintsOneLinePerCopyUnderNamesTheServerKeeps) {
     vx::SendOptions o;
     vx::CopyText(o.owner, "anna");
