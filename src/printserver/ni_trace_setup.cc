@@ -10,10 +10,11 @@ namespace vx {
 
 int Czelprsrv::OpenNiTrace() {
     char path[kMaxPath] = {};
-    GetGlobalString("LogPath", tempDir_, path, sizeof path);
-    // Another reader may have asked first with the built-in default, which the string cache then
-    // keeps: that stands for no value as much as an empty one.
-    if (path[0] == '\0' || strcmp(path, BuiltInText("LogPath")) == 0) CopyText(path, tempDir_);
+    // Read with the built-in default, as the other readers of "LogPath" do: the string cache keeps
+    // the default of whoever asked first, so that default is what stands for no value.
+    const char* unset = BuiltInText("LogPath");
+    GetGlobalString("LogPath", unset, path, sizeof path);
+    if (path[0] == '\0' || strcmp(path, unset) == 0) CopyText(path, tempDir_);
     AppendSeparator(path, sizeof path);
     AppendText(path, "vorlix.nit");
 

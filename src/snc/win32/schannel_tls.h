@@ -16,20 +16,9 @@
 #include <vector>
 
 #include "snc/session.h"
+#include "snc/win32/crypt_certificates.h"
 
 namespace vx::snc {
-
-struct StoreCloser {
-    void operator()(void* store) const { CertCloseStore(static_cast<HCERTSTORE>(store), 0); }
-};
-using StorePtr = std::unique_ptr<void, StoreCloser>;
-
-struct CertCloser {
-    void operator()(const CERT_CONTEXT* certificate) const {
-        CertFreeCertificateContext(certificate);
-    }
-};
-using CertPtr = std::unique_ptr<const CERT_CONTEXT, CertCloser>;
 
 // What SncInit loaded: the server certificate with its key (kept reachable by the PFX's store),
 // the CA of the senders' certificates and Schannel's inbound credentials over them. Sessions

@@ -17,6 +17,7 @@
 
 #include "base/text.h"
 #include "snc/tls_client.h"
+#include "snc/win32/crypt_certificates.h"
 
 namespace vx {
 
@@ -25,152 +26,12 @@ namespace {
 // Records travel in pieces of at most this many bytes (with header and trailer).
 constexpr size_t kMaxRecord = 16384 + 512;
 
-struct StoreCloser {
-    void operator()(void* store) const { CertCloseStore(static_cast<HCERTSTORE>(store), 0); }
-};
-using StorePtr = std::unique_ptr<void, StoreCloser>;
-
-struct CertCloser {
-    void operator()(const CERT_CONTEXT* cert) const { CertFreeCertificateContext(cert); }
-};
-using CertPtr = std::unique_ptr<const CERT_CONTEXT, CertCloser>;
-
-struct ChainCloser {
-    void operator()(const CERT_CHAIN_CONTEXT* chain) const { CertFreeCertificateChain(chain); }
-};
-using ChainPtr = std::unique_ptr<const CERT_CHAIN_CONTEXT, ChainCloser>;
-
-struct FileCloser {
-    void operator()(FILE* file) const { fclose(file); }
-};
+using snc::CertPtr;
+using snc::StorePtr;
 
 int Failed(char* error, size_t cap, const char* what, SECURITY_STATUS status) {
     FormatText(error, cap, "%s (0x%08lx)", what, static_cast<unsigned long>(status));
     return -1;
-}
-
-int ReadWholeFile(const char* path, std::vector<BYTE>* out) {
-    std::unique_ptr<FILE, FileCloser> file(fopen(path, "rb"));
-    if (!file) return -1;
-    BYTE chunk[4096];
-    size_t got = 0;
-    while ((got = fread(chunk, 1, sizeof chunk, file.get())) > 0)
-        out->insert(out->end(), chunk, chunk + got);
-    return ferror(file.get()) ? -1 : 0;
-}
-
-// The certificate with a private key in the PFX file; the store keeps the key reachable.
-int LoadPfx(const char* path, const char* password, StorePtr* store, CertPtr* cert, char* error,
-            size_t cap) {
-    std::vector<BYTE> bytes;
-    if (ReadWholeFile(path, &bytes) != 0 || bytes.empty()) {
-        FormatText(error, cap, "cannot read the certificate %s", path);
-        return -1;
-    }
-    wchar_t widePassword[256] = {};
-    if (password != nullptr &&
-        MultiByteToWideChar(CP_UTF8, 0, password, -1, widePassword, 256) == 0 &&
-        password[0] != '\0') {
-        FormatText(error, cap, "%s", "the PFX password is too long");
-        return -1;
-    }
-    CRYPT_DATA_BLOB blob{static_cast<DWORD>(bytes.size()), bytes.data()};
-    store->reset(PFXImportCertStore(&blob, widePassword, 0));
-    SecureZeroMemory(widePassword, sizeof widePassword);
-    if (!*store) {
-        FormatText(error, cap, "cannot import the PFX file %s (wrong password?) (error %lu)", path,
-                   static_cast<unsigned long>(GetLastError()));
-        return -1;
-    }
-    const CERT_CONTEXT* found = nullptr;
-    while ((found = CertEnumCertificatesInStore(store->get(), found)) != nullptr) {
-        DWORD size = 0;
-        if (CertGetCertificateContextProperty(found, CERT_KEY_PROV_INFO_PROP_ID, nullptr, &size)) {
-            cert->reset(CertDuplicateCertificateContext(found));
-            CertFreeCertificateContext(found);
-            return 0;
-        }
-    }
-    FormatText(error, cap, "the PFX file %s holds no certificate with its private key", path);
-    return -1;
-}
-
-// The first certificate of a PEM (or DER) file.
-int LoadCa(const char* path, CertPtr* ca, char* error, size_t cap) {
-    std::vector<BYTE> bytes;
-    if (ReadWholeFile(path, &bytes) != 0 || bytes.empty()) {
-        FormatText(error, cap, "cannot read the CA file %s", path);
-        return -1;
-    }
-    std::vector<BYTE> der(bytes.size());
-    DWORD derSize = static_cast<DWORD>(der.size());
-    bytes.push_back(0);
-    if (!CryptStringToBinaryA(reinterpret_cast<const char*>(bytes.data()), 0,
-                              CRYPT_STRING_BASE64HEADER, der.data(), &derSize, nullptr, nullptr)) {
-        // Not PEM: perhaps the certificate's DER bytes themselves.
-        derSize = static_cast<DWORD>(bytes.size() - 1);
-        memcpy(der.data(), bytes.data(), derSize);
-    }
-    ca->reset(CertCreateCertificateContext(X509_ASN_ENCODING, der.data(), derSize));
-    if (!*ca) {
-        FormatText(error, cap, "the CA file %s holds no certificate", path);
-        return -1;
-    }
-    return 0;
-}
-
-// The service's certificate must chain up to the CA and carry the CA's signature where it meets
-// it. The chain engine's own verdict on the root is not asked for: the CA is no trusted root here.
-int CheckServerCertificate(const CERT_CONTEXT* server, const CERT_CONTEXT* ca, char* error,
-                           size_t cap) {
-    StorePtr extra(CertOpenStore(CERT_STORE_PROV_MEMORY, 0, 0, 0, nullptr));
-    if (!extra ||
-        !CertAddCertificateContextToStore(extra.get(), ca, CERT_STORE_ADD_ALWAYS, nullptr))
-        return Failed(error, cap, "the CA could not be set up",
-                      static_cast<SECURITY_STATUS>(GetLastError()));
-    CERT_CHAIN_PARA para{};
-    para.cbSize = sizeof para;
-    const CERT_CHAIN_CONTEXT* rawChain = nullptr;
-    if (!CertGetCertificateChain(nullptr, server, nullptr, extra.get(), &para, 0, nullptr,
-                                 &rawChain))
-        return Failed(error, cap, "the service's certificate chain could not be built",
-                      static_cast<SECURITY_STATUS>(GetLastError()));
-    ChainPtr chain(rawChain);
-    DWORD tolerated = CERT_TRUST_IS_UNTRUSTED_ROOT | CERT_TRUST_REVOCATION_STATUS_UNKNOWN |
-                      CERT_TRUST_IS_OFFLINE_REVOCATION | CERT_TRUST_IS_PARTIAL_CHAIN;
-    DWORD status = chain->TrustStatus.dwErrorStatus & ~tolerated;
-    if (status != 0) {
-        FormatText(error, cap,
-                   "the service's certificate was refused: chain error 0x%08lx (expired, not yet "
-                   "valid or badly signed)",
-                   static_cast<unsigned long>(status));
-        return -1;
-    }
-    if (chain->cChain < 1 || chain->rgpChain[0]->cElement < 1) {
-        FormatText(error, cap, "%s", "the service's certificate was refused: no chain");
-        return -1;
-    }
-    const CERT_SIMPLE_CHAIN* simple = chain->rgpChain[0];
-    const CERT_CONTEXT* top = simple->rgpElement[simple->cElement - 1]->pCertContext;
-    // The element below the CA is the one the CA must have signed (the service's own certificate
-    // when the CA signed it directly).
-    const CERT_CONTEXT* signedByCa =
-        simple->cElement >= 2 ? simple->rgpElement[simple->cElement - 2]->pCertContext : server;
-    bool topIsCa = CertCompareCertificate(X509_ASN_ENCODING, top->pCertInfo, ca->pCertInfo);
-    if (!topIsCa) {
-        // A partial chain ends at the service's certificate: the CA must still have signed it.
-        signedByCa = top;
-    }
-    if (!CryptVerifyCertificateSignatureEx(
-            0, X509_ASN_ENCODING, CRYPT_VERIFY_CERT_SIGN_SUBJECT_CERT,
-            const_cast<CERT_CONTEXT*>(signedByCa), CRYPT_VERIFY_CERT_SIGN_ISSUER_CERT,
-            const_cast<CERT_CONTEXT*>(ca), 0, nullptr)) {
-        FormatText(error, cap, "%s",
-                   "the service's certificate was refused: it is not signed by the --ca "
-                   "certificate");
-        return -1;
-    }
-    return 0;
 }
 
 }  // namespace
@@ -348,10 +209,16 @@ int TlsClientOpen(const TlsClientCredentials& credentials, const TlsClientIo& io
     }
     TlsClientPtr session(new TlsClient);
     session->io = io;
-    if (LoadPfx(credentials.certificate, credentials.key, &session->store, &session->certificate,
-                error, cap) != 0 ||
-        LoadCa(credentials.ca, &session->ca, error, cap) != 0)
+    char why[256];
+    if (snc::ImportPfxFile(credentials.certificate, credentials.key, &session->store,
+                           &session->certificate, why, sizeof why) != 0) {
+        FormatText(error, cap, "cannot use the certificate %s: %s", credentials.certificate, why);
         return -1;
+    }
+    if (snc::ReadPemCertificate(credentials.ca, &session->ca, why, sizeof why) != 0) {
+        FormatText(error, cap, "cannot use the CA file %s: %s", credentials.ca, why);
+        return -1;
+    }
     const CERT_CONTEXT* own = session->certificate.get();
     SCHANNEL_CRED schannel{};
     schannel.dwVersion = SCHANNEL_CRED_VERSION;
@@ -378,7 +245,8 @@ int TlsClientOpen(const TlsClientCredentials& credentials, const TlsClientIo& io
         return Failed(error, cap, "the service sent no certificate", status);
     }
     CertPtr server(rawServer);
-    if (CheckServerCertificate(server.get(), session->ca.get(), error, cap) != 0) {
+    if (snc::CheckIssuedByCa(server.get(), session->ca.get(), why, sizeof why) != 0) {
+        FormatText(error, cap, "the service's certificate was refused: %s", why);
         session->broken = true;
         return -1;
     }
