@@ -18,10 +18,6 @@ EXTENSIONS = {
 }
 
 
-def library_name(windows):
-    return "vorlixsnc.dll" if windows else "libvorlixsnc.so"
-
-
 def openssl(*args, cwd):
     proc = subprocess.run([OPENSSL, *args], cwd=cwd, stdin=subprocess.DEVNULL,
                           capture_output=True, timeout=60)
@@ -63,13 +59,9 @@ class Certificates:
         for source, target in ((self.cert(server), "server.pem"), (self.key(server), "server.key"),
                                (self.cert(ca), "ca.pem")):
             shutil.copyfile(source, snc / target)
-        write_profile(home, "snc/server.pem", "snc/server.key", "snc/ca.pem")
-
-
-def write_profile(home, certificate, key, ca):
-    # Windows line ends, as an administrator's editor there writes them.
-    text = f"[vorlixsnc]\r\ncertificate={certificate}\r\nkey={key}\r\nca={ca}\r\n"
-    (Path(home) / "ZELLPD.INI").write_bytes(text.encode())
+        # Windows line ends, as an administrator's editor there writes them.
+        (Path(home) / "ZELLPD.INI").write_bytes(
+            b"[vorlixsnc]\r\ncertificate=snc/server.pem\r\nkey=snc/server.key\r\nca=snc/ca.pem\r\n")
 
 
 def client_context(certs, sender, ca="ca"):
@@ -93,7 +85,6 @@ class SecuredSession(ExtendedSession):
         assert self.say(b"K" + mode) == b"OK\n"
         assert not self.pending, self.pending
         self.sock = context.wrap_socket(self.sock)
-        self.sender = self.sock.getpeercert()
 
 
 def secured_job(port, context, printer, data, job_id, mode=b"S"):

@@ -1,11 +1,10 @@
-"""Senders that hold connections cannot take the service down: a full handle table is traced and
-makes room for a real sender by closing the connection idle the longest, and a stop ends within
-its grace period however many connections stay open.
+"""Senders that hold connections cannot take the service down: a full handle table (sized below
+the limit of open files) is traced and makes room for a real sender by closing the connection idle
+the longest, and a stop ends within its grace period however many connections stay open.
 
 Times measured here are generous upper bounds on waits, never asserted speeds.
 """
 import resource
-import signal
 import socket
 import time
 
@@ -14,8 +13,6 @@ import pytest
 import cups_printer as cp
 from lpd_clients import RawSender, job_files, random_bytes, send_job
 from lpd_clients import server  # noqa: F401 (a fixture)
-
-FULL = "Error: All 2048 network handles are in use"
 
 
 def open_files_for(count):
@@ -31,10 +28,7 @@ def open_files_for(count):
 def idle_connections(port, count):
     """count connections that send nothing. The service accepts each (the system does, when its
     handles are all taken), so every connect succeeds."""
-    conns = []
-    for _ in range(count):
-        conns.append(socket.create_connection(("127.0.0.1", port), timeout=30))
-    return conns
+    return [socket.create_connection(("127.0.0.1", port), timeout=30) for _ in range(count)]
 
 
 def close_all(conns):
@@ -52,32 +46,6 @@ def wait_for_line(server, wanted, timeout=60):
         if time.monotonic() > end:
             pytest.fail("no such trace line: " + "\n".join(lines[-20:]))
         time.sleep(0.2)
-
-
-def test_a_full_handle_table_is_traced_and_a_real_sender_gets_through(vorlix, cups, server):
-    if vorlix.windows:
-        # Wine starts the threads of 2,100 connections too slowly: the real sender's connection
-        # still waits in the system's queue when its time-out ends.
-        pytest.skip("2,100 connections on threads of their own are beyond Wine here")
-    open_files_for(2100)
-    # Level 1: the refusals must show without the detail of 2,100 connections.
-    s = server({"LogLevel": "1"})
-    sink = cups.sink(cp.PRINTING)
-    conns = idle_connections(s.port, 2100)
-    try:
-        # Every one of them waits long enough to count as idle.
-        time.sleep(3)
-        body = random_bytes(30_000, 41)
-        assert send_job(s.port, cp.PRINTING, body, 41)
-        assert sink.wait_for_jobs(1) == [body]
-    finally:
-        close_all(conns)
-    # The counts follow when the burst is over: at the latest after the next accept wait.
-    lines = wait_for_line(s, lambda line: ": connections refused: " in line)
-    full = [line for line in lines if line.startswith(FULL)]
-    # One line for the burst, not one per connection.
-    assert 1 <= len(full) <= 5, full
-    assert s.stop() == 0
 
 
 def test_a_low_limit_of_open_files_makes_a_smaller_table_that_makes_room(vorlix, cups, server,

@@ -2,10 +2,8 @@
 the service is killed (kill -9). Each job's bytes start with a line carrying its number, so that
 what reached the fake printers can be counted: lost, printed twice, or cut."""
 import collections
-import os
 import random
 import re
-import subprocess
 import threading
 import time
 
@@ -24,11 +22,7 @@ def numbered_job(number, size=2000):
 
 
 def job_numbers(printed):
-    numbers = []
-    for data in printed:
-        m = HEADER.match(data)
-        numbers.append(int(m.group(1)) if m else None)
-    return numbers
+    return [int(m.group(1)) if (m := HEADER.match(data)) else None for data in printed]
 
 
 def data_name(number):  # as send_job names it
@@ -44,10 +38,7 @@ def wait_until(condition, timeout=120.0):
 
 
 def printed_on(cups, printers):
-    jobs = []
-    for name in printers:
-        jobs += cups.sinks[name].wait_for_jobs(0)
-    return jobs
+    return [job for name in printers for job in cups.sinks[name].wait_for_jobs(0)]
 
 
 def send_in_parallel(senders, send, meanwhile=None):
@@ -71,74 +62,6 @@ def send_in_parallel(senders, send, meanwhile=None):
         for t in threads:
             t.join(timeout=600)
     assert not failures, failures
-
-
-# ---- LPRng's clients ----
-
-class Lprng:
-    """LPRng's lpr and lpq, unpacked from its package, never installed (it would start an lpd on
-    port 515); patched to read a private "lpd.conf" instead of the host's compiled-in one."""
-
-    CONFIG = b"=/etc/lprng/lpd.conf\0"
-
-    def __init__(self, root):
-        self.root = root
-
-    def run(self, tool, *args):
-        env = {k: v for k, v in os.environ.items()
-               if k not in ("PRINTER", "LPDEST", "NPRINTER", "NGPRINTER")}
-        env["HOME"] = str(self.root)  # no ~/.printcap of the user's
-        return subprocess.run([str(self.root / tool), *args], cwd=self.root, env=env,
-                              stdin=subprocess.DEVNULL, capture_output=True, timeout=120)
-
-    def lpr(self, port, queue, paths):
-        proc = self.run("lpr", "-P", f"{queue}@127.0.0.1%{port}", *map(str, paths))
-        assert proc.returncode == 0, proc.stderr.decode(errors="replace")
-
-    def lpq(self, port, queue):
-        proc = self.run("lpq", "-P", f"{queue}@127.0.0.1%{port}")
-        assert proc.returncode == 0, proc.stderr.decode(errors="replace")
-        return proc.stdout.decode(errors="replace")
-
-
-@pytest.fixture(scope="session")
-def lprng(tmp_path_factory):
-    root = tmp_path_factory.mktemp("lprng")
-    try:
-        download = subprocess.run(["apt-get", "download", "lprng"], cwd=root, capture_output=True,
-                                  stdin=subprocess.DEVNULL, timeout=300)
-        packages = sorted(root.glob("lprng_*.deb"))
-        if download.returncode != 0 or not packages:
-            pytest.skip("LPRng's package cannot be had: "
-                        + download.stderr.decode(errors="replace")[-300:])
-        subprocess.run(["dpkg", "-x", str(packages[0]), str(root / "package")], check=True,
-                       stdin=subprocess.DEVNULL, capture_output=True, timeout=120)
-    except (OSError, subprocess.SubprocessError) as e:
-        pytest.skip(f"LPRng's package cannot be had: {e}")
-    for tool in ("lpr", "lpq"):
-        binary = (root / "package" / "usr" / "bin" / tool).read_bytes()
-        if binary.count(Lprng.CONFIG) != 1:
-            pytest.skip(f"LPRng's {tool} does not name its configuration file as expected")
-        private = b"=lpd.conf".ljust(len(Lprng.CONFIG), b"\0")
-        (root / tool).write_bytes(binary.replace(Lprng.CONFIG, private))
-        (root / tool).chmod(0o755)
-    (root / "printcap").write_text("")
-    (root / "lpd.conf").write_text(f"printcap_path={root}/printcap\n"
-                                   f"lpd_printcap_path={root}/printcap\n")
-    return Lprng(root)
-
-
-def test_lprng_prints_each_file_as_a_job_of_its_own(vorlix, cups, server, lprng, tmp_path):
-    s = server()
-    sink = cups.sink(cp.PRINTING)
-    files = [numbered_job(n, 40_000 + 1000 * n) for n in range(3)]
-    paths = []
-    for n, data in enumerate(files):
-        paths.append(tmp_path / f"file{n}.bin")
-        paths[-1].write_bytes(data)
-    lprng.lpr(s.port, cp.PRINTING, paths)
-    assert sink.wait_for_jobs(3) == files
-    assert wait_until(lambda: not job_files(vorlix)), job_files(vorlix)
 
 
 # ---- senders that go away ----
@@ -213,69 +136,6 @@ def test_job_to_a_paused_queue_waits_in_cups_and_prints_when_resumed(vorlix, cup
 
 
 # ---- the service killed ----
-
-def jobs_behind_a_busy_printer(vorlix, s, sink, count):
-    """Makes count small jobs (numbers 1 to count) wait in the service's own queue of the held
-    printer, behind a first job (number 0) that the printer takes but does not finish: the
-    service's worker waits for it to print (Linux), or, under Wine, whose spooler lets go of a
-    job once CUPS has it, is still handing its copies (320 MB) to the spooler. The first job's
-    print, and the bodies of the small jobs by number."""
-    sink.hold()
-    first = b"vorlix job 000000\n" + bytes(8 << 20)
-    copies = 40 if vorlix.windows else 1
-    assert send_job(s.port, cp.HELD, first, 0, copies=copies, timeout=300)
-    small = {n: numbered_job(n) for n in range(1, count + 1)}
-    for n, body in small.items():
-        assert send_job(s.port, cp.HELD, body, n)
-    waiting = job_files(vorlix)
-    assert all(name in waiting and name + ".job" in waiting for name in map(data_name, small)), \
-        waiting
-    return first * copies, small
-
-
-def test_lprng_lpq_lists_the_waiting_jobs(vorlix, cups, server, lprng):
-    s = server({"LogLevel": "5"})
-    sink = cups.sink(cp.HELD)
-    try:
-        _, small = jobs_behind_a_busy_printer(vorlix, s, sink, 3)
-        answer = lprng.lpq(s.port, cp.HELD)
-    finally:
-        sink.release()
-    assert "Rank" in answer and "Owner" in answer, answer
-    for n in small:
-        assert data_name(n) in answer, answer
-    assert job_numbers(sink.wait_for_jobs(4)) == [0, 1, 2, 3]
-
-
-def test_jobs_waiting_at_a_crash_print_once_in_order(vorlix, cups, server):
-    s = server({"LogLevel": "5"})
-    sink = cups.sink(cp.HELD)
-    try:
-        first, small = jobs_behind_a_busy_printer(vorlix, s, sink, 20)
-        s.kill()
-    finally:
-        sink.release()
-    s.start()
-    wait_until(lambda: {0, *small} <= set(job_numbers(sink.jobs)))
-    # The first job, in the print system's hands at the kill, may print again; the waiting ones
-    # print once each, in the order they came, unchanged.
-    printed = list(sink.jobs)
-    assert 1 <= job_numbers(printed).count(0) <= 2
-    # Under Wine the spooler may pass on the part of the first job it had when the process died
-    # (measured: the Wine spooler hands a dead process's job to CUPS as far as it got); it prints
-    # whole again after the restart. On Linux no part ever prints.
-    whole_first = [data for data in printed if job_numbers([data]) == [0] and data == first]
-    if vorlix.windows:
-        assert whole_first
-    else:
-        assert len(whole_first) == job_numbers(printed).count(0)
-    printed = [data for data in printed if job_numbers([data]) != [0]]
-    assert printed == list(small.values())
-    assert wait_until(lambda: not job_files(vorlix)), job_files(vorlix)
-    restored = [line for line in s.lines() if line.startswith("Restoring job ")]
-    for name in map(data_name, small):
-        assert len([line for line in restored if line.startswith(f"Restoring job {name} ")]) == 1
-
 
 def test_kills_at_random_moments_lose_no_acknowledged_job(vorlix, cups, server, capsys):
     s = server({"LogLevel": "5"})

@@ -77,17 +77,6 @@ def errors(lines):
 
 # ---- PrintFile ----
 
-def test_raw_job_reaches_the_printer_unchanged_once_per_copy(driver, cups, tmp_path):
-    sink = cups.sink(cp.PRINTING)
-    data = random_file(tmp_path / "job.bin")
-    rc, lines = driver.print_file(cp.PRINTING, tmp_path / "job.bin", "raw-1", copies=3)
-    assert rc == OK, lines
-    jobs = sink.wait_for_jobs(1)
-    assert len(jobs) == 1  # one connection to the device for all copies
-    assert jobs[0] == data * 3
-    assert not errors(lines)
-
-
 @pytest.mark.parametrize("queue", [cp.UNKNOWN, cp.REJECTING])
 def test_job_the_print_system_refuses_is_a_device_error(driver, cups, tmp_path, queue):
     random_file(tmp_path / "job.bin", 10 * 1024)
@@ -167,13 +156,6 @@ def test_enhanced_mode_keeps_waiting_jobs_for_the_next_start(driver, cups, tmp_p
                        "queue", queue, driver.path(tmp_path / "p2.bin"), "p2", 1, 0,
                        "sleep", 300, "exit")
     assert "ExitEx rc=0" in lines and pending_file.exists(), lines
-
-    # Listed, not printed, by a run in pending-jobs mode; the file stays.
-    lines = driver.run("init", "pending", "pending", 10, "exit")
-    assert "InitEx rc=0 pending=2" in lines
-    assert [l.split("|")[2] for l in lines if l.startswith("job ")] == ["p1", "p2"]
-    assert lines[lines.index("GetPendingJobsEx filled=2") + 1].startswith(f"job {queue}|")
-    assert pending_file.exists()
 
     # A normal start queues them again; without retries they end as errors.
     lines = driver.run("init", "wait", "p1", queue, "wait", "p2", queue, "exit",
