@@ -1,6 +1,7 @@
 // The extended-protocol session over loopback, as a sender sees it: a job's data and description
 // arriving whole, the error replies byte for byte (each ending the session with nothing left in
-// the temporary directory), the session's own answers, and the names of the job files.
+// the temporary directory) and the names of the job files. The answers to queries and EQ are
+// session_text_test's and test_extended.py's.
 #include "protocol/extended_session.h"
 
 #include <gtest/gtest.h>
@@ -240,15 +241,6 @@ TEST_F(ExtendedSessionTest, SessionEndingBeforeDeDropsTheJob) {
     EXPECT_NE(
         vxtest::ReadTextFile(prsrv_->MainLogPath()).find("Error: Job large for printer lp dropped"),
         std::string::npos);
-}
-
-// The answers of the session itself (the option queries' are session_text_test's; oi, EQ FX, Xa
-// and BY go through the real server in test_extended.py).
-TEST_F(ExtendedSessionTest, EquipmentAndIgnoredCommandsAreAnswered) {
-    Start();
-    EXPECT_EQ(Say("EQ BC"), "OK N\n");  // no barcode library is loaded
-    EXPECT_EQ(Say("EQ BCD"), "OK U\n");
-    EXPECT_EQ(Say("AS"), "OK\n");
 }
 
 // The identifier names the job's file (that "../../x" stays in the temporary directory is

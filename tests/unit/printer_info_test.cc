@@ -5,13 +5,11 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "base/registry.h"
-#include "base/text.h"
 #include "printserver/zelprsrv.h"
 #include "prsrv_fixture.h"
 #include "spooler/spooler.h"
@@ -274,23 +272,6 @@ TEST_F(PrinterInfo, TraysMapTheApplicationServersNumbersToBins) {
         EXPECT_EQ(p->FindConfiguredTray(kUnknownPrinter, 3), -1);
     }
     if (asked == 0) GTEST_SKIP() << "no printer with paper bins on this host";
-}
-
-TEST_F(PrinterInfo, DriverReportShowsEachFieldOrThatItIsMissing) {
-    vx::SpoolerDriverInfo info = {};
-    vx::CopyText(info.name, sizeof info.name, "Generic Driver");
-    vx::CopyText(info.dependentFiles, sizeof info.dependentFiles, "a.dll, b.ppd");
-    info.osVersion = 3;
-    info.driverVersion = 0x0000000500010002ull;
-    auto p = Open();
-    testing::internal::CaptureStdout();
-    p->ReportDriverInfo(info, 0);
-    // Fields given are shown, empty ones named missing; the version is its low 32 bits.
-    EXPECT_TRUE(vxtest::InOrder(
-        testing::internal::GetCapturedStdout(),
-        {"Name: Generic Driver\n", "Environment (pEnvironment) missing\n",
-         "Dependent files: a.dll, b.ppd\n", "Manufacturer name (pszMfgName) missing\n",
-         "Driver version: 65538\n", "OS version: 3\n"}));
 }
 
 }  // namespace

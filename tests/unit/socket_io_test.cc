@@ -1,5 +1,6 @@
-// The listener and the socket I/O of connections over loopback: parameters, listening, the read
-// phases with their time-outs, writes, replies, the null-byte handshake and the secured channel.
+// The socket I/O of connections over loopback: the listener's parameters, the read phases with
+// their time-outs, writes, replies and the null-byte handshake. Listening, accepting, the network
+// trace and the secured channel are exercised end to end (test_security.py, test_send_secure.py).
 #include "net/socket_io.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +9,6 @@
 #include <string>
 #include <thread>
 
-#include "base/fileops.h"
 #include "base/ni.h"
 #include "base/sync.h"
 #include "loopback_pair.h"
@@ -35,7 +35,6 @@ class NetFixture : public vxtest::PrsrvFixture {
         vx::g_prsrv = nullptr;
         vx::NiTraceClose();
         vx::NiSetTraceLevel(3);
-        vx::InstallSecuredChannel(nullptr);
     }
 
     // The print-server object over the seeded settings, as the service's one object.
@@ -54,17 +53,8 @@ class NetFixture : public vxtest::PrsrvFixture {
         return socket;
     }
 
-    // A port nobody listens on (free a moment ago).
-    static uint16_t FreePort() {
-        LoopbackPair probe;
-        EXPECT_EQ(probe.Listen(), vx::kNiOk);
-        return probe.port;
-    }
-
     std::unique_ptr<vx::Czelprsrv> prsrv_;
 };
-
-// ---- listener parameters and set-up ----
 
 // Time-outs are set in tenths of a second and kept in milliseconds; one too long for that waits
 // the longest time instead.
@@ -87,54 +77,6 @@ TEST_F(NetFixture, ParametersAreReadWithTimeOutsInMilliseconds) {
     EXPECT_EQ(p.LPDPort, 515);
     EXPECT_EQ(p.send_with_null, 1);
 }
-
-TEST_F(NetFixture, InitNetworkOpensTheNetworkTraceOnlyWhenAsked) {
-    Seed("LogPath", dir_.Path());  // without a trailing separator
-    Seed("NiReadTimeout", "5");
-    Start();
-    char name[vx::kNetworkNameSize] = "stale";
-    EXPECT_EQ(vx::InitNetwork(name, sizeof name), 1);
-    EXPECT_STREQ(name, "");
-    EXPECT_EQ(vx::g_ListenerParams.NiReadTimeout, 50);
-    EXPECT_FALSE(vx::NiTraceIsOpen());
-    EXPECT_EQ(vx::NiGetTraceLevel(), 1);
-
-    Seed("NiTrace", "1");
-    auto traced = Make();
-    vx::g_prsrv = traced.get();
-    EXPECT_EQ(vx::InitNetwork(name, sizeof name), 1);
-    EXPECT_TRUE(vx::NiTraceIsOpen());
-    EXPECT_EQ(vx::NiGetTraceLevel(), 3);  // LogLevel 9
-    vx::NiTraceClose();
-    EXPECT_TRUE(vx::FsExists(dir_.File("vorlix.nit").c_str()));
-}
-
-// A port beyond sixteen bits listens on its low sixteen bits.
-TEST_F(NetFixture, StartListeningOpensThePortAndAcceptsConnections) {
-    uint16_t port = FreePort();
-    Seed("LPDPort", std::to_string(port + 65536));
-    Start();
-    vx::NiHandle listen = vx::kNiNoHandle;
-    ASSERT_EQ(vx::StartListening(&listen), 0);
-    ASSERT_NE(listen, vx::kNiNoHandle);
-
-    vx::NetSocket connection;
-    connection.sncSession = reinterpret_cast<vx::SncSession*>(&connection);  // left over
-    connection.secured = true;
-    int isLocal = 0;
-    vx::NiHandle client = vx::kNiNoHandle;
-    ASSERT_EQ(vx::NiConnect("127.0.0.1", std::to_string(port).c_str(), 5000, &client), vx::kNiOk);
-    ASSERT_EQ(vx::AcceptNetworkConnection(&connection, listen, &isLocal), 0);
-    EXPECT_NE(connection.niHandle, vx::kNiNoHandle);
-    EXPECT_EQ(connection.sncSession, nullptr);
-    EXPECT_FALSE(connection.secured);
-    EXPECT_EQ(isLocal, 1);
-    vx::NiCloseHandle(client);
-    vx::NiCloseHandle(connection.niHandle);
-    vx::NiCloseHandle(listen);
-}
-
-// ---- reads ----
 
 // A read never takes more than asked for; the rest waits for the next read, and a read that times
 // out with some bytes is a success.
@@ -198,8 +140,6 @@ TEST_F(NetFixture, WithoutReadTimeOutASilentPeerIsGivenUpAtTheIdleLimitASetTimeO
     }
 }
 
-// ---- writes and replies ----
-
 TEST_F(NetFixture, LargeWriteToASlowReaderCompletes) {
     Start();
     LoopbackPair pair;
@@ -254,8 +194,6 @@ TEST_F(NetFixture, StringRepliesEndInANulOnlyWhenSetTo) {
     EXPECT_EQ(pair.ReceiveAll(), "abc");
 }
 
-// ---- handshake and close ----
-
 // A NUL and another byte are checked in the LPD dialogue's control-file cases; here the end.
 TEST_F(NetFixture, AwaitNullbyteRefusesTheEnd) {
     Start();
@@ -267,39 +205,6 @@ TEST_F(NetFixture, AwaitNullbyteRefusesTheEnd) {
                          std::to_string(socket.niHandle) + " - aborting.\n"),
               std::string::npos)
         << Log();
-}
-
-// ---- the secured-channel hook ----
-
-// Reads, writes and the end through the real secured channel: security_layer_test.
-TEST_F(NetFixture, SecuredConnectionsGoThroughTheInstalledChannelOnly) {
-    Start();
-    LoopbackPair pair;
-    vx::NetSocket socket = Connected(pair);
-    int session = 0;
-    socket.sncSession = reinterpret_cast<vx::SncSession*>(&session);
-    char buffer[4] = {};
-
-    // A session that is not established yet: the plain path.
-    ASSERT_TRUE(pair.Send("p"));
-    EXPECT_EQ(vx::SocketRead(socket, buffer, 1), 1);
-    EXPECT_EQ(buffer[0], 'p');
-
-    socket.secured = true;
-    EXPECT_EQ(vx::SocketRead(socket, buffer, 1), -1);  // no security layer to carry it
-    EXPECT_NE(Log().find("Error: SocketRead: secured session on ni"), std::string::npos);
-
-    static const vx::SecuredChannel channel{
-        [](vx::NetSocket&, void* data, int32_t) {
-            static_cast<char*>(data)[0] = 's';
-            return int32_t{1};
-        },
-        [](vx::NetSocket&, const void*, int32_t length) { return length; }, [](vx::NetSocket&) {}};
-    vx::InstallSecuredChannel(&channel);
-    EXPECT_EQ(vx::SocketRead(socket, buffer, 4), 1);
-    EXPECT_EQ(buffer[0], 's');
-    EXPECT_EQ(vx::SocketWrite(socket, "abc", 3), 3);
-    EXPECT_EQ(pair.ReceiveAll(50), "");  // nothing went out in the clear
 }
 
 }  // namespace
