@@ -1,6 +1,6 @@
 // Feeds a sender's side of a secured session to the connection handler of a service that only
 // serves secured sessions ("snc_mode" 2), with the real security library loaded as the service
-// loads it and a profile made at start-up (secured_profile.h). The sender opens with "SC" and
+// loads it and a profile made at start-up (test_pki.h). The sender opens with "SC" and
 // asks for the session with "KS"; the first input byte then says what follows:
 //   even:        the rest is the sender's side of the hand-shake, raw on the wire, in segments
 //                separated by "~~~~" (each sent after the service answered the previous one);
@@ -31,8 +31,8 @@
 #include "net/security_state.h"
 #include "net/socket_io.h"
 #include "protocol/connection_handler.h"
-#include "secured_profile.h"
 #include "snc/tls_client.h"
+#include "vorlixsnc/test_pki.h"
 
 namespace {
 
@@ -54,21 +54,26 @@ void Seed(const char* name, const char* text) {
         abort();
 }
 
-// The service set up once: security required, one authorized sender, the profile in the base
-// directory and the library initialised with it.
-const vxfuzz::SecuredProfile& StartSecuredService() {
-    static const vxfuzz::SecuredProfile profile = [] {
+// The service set up once: security required, one authorized sender (the PKI's "app1"; its
+// "app2" is of the same CA but not in the list), the certificates and a ZELLPD.INI naming them in
+// the base directory, and the library initialised with it.
+const vxtest::TestPki& StartSecuredService() {
+    static const vxtest::TestPki pki = [] {
         const std::string& root = vxfuzz::StartService();
         Seed("snc_mode", "2");
         Seed("NumAuth", "1");
-        Seed("Auth1", vxfuzz::kAuthorizedSender);
-        vxfuzz::SecuredProfile made =
-            vxfuzz::WriteSecuredProfile(root + "/home", root + "/senders");
+        Seed("Auth1", "CN=app1,O=Example");
+        vxtest::TestPki made;
+        if (!vxtest::MakeTestPki(&made, root + "/home") ||
+            !vxtest::WriteTestFile(made, "ZELLPD.INI",
+                                   "[vorlixsnc]\r\ncertificate=server.pem\r\n"
+                                   "key=server.key\r\nca=ca.pem\r\n"))
+            abort();
         vx::InitSecurity();
         if (vx::g_SecurityState != vx::kSecurityRequired || vx::g_SecurityAvailable != 1) abort();
         return made;
     }();
-    return profile;
+    return pki;
 }
 
 const uint8_t* FindSeparator(const uint8_t* from, const uint8_t* end) {
@@ -218,8 +223,8 @@ void PlayRawHandshake(const uint8_t* data, size_t size) {
 }
 
 void PlayAfterHandshake(uint8_t choice, const uint8_t* data, size_t size) {
-    const vxfuzz::SecuredProfile& profile = StartSecuredService();
-    const vxfuzz::SenderFiles& files = (choice & 2) ? profile.unauthorized : profile.authorized;
+    const vxtest::TestPki& pki = StartSecuredService();
+    const vxtest::PemPair& files = (choice & 2) ? pki.outsider : pki.sender;
     bool raw = (choice & 4) != 0;
 
     SecuredSender sender;
@@ -227,7 +232,7 @@ void PlayAfterHandshake(uint8_t choice, const uint8_t* data, size_t size) {
     int far = sender.Far();
     vx::TlsClientIo io{&far, ReceiveForTls, SendForTls};
     vx::TlsClientCredentials credentials{files.certificate.c_str(), files.key.c_str(),
-                                         profile.ca.c_str()};
+                                         pki.ca.c_str()};
     vx::TlsClient* opened = nullptr;
     char error[256] = {};
     if (vx::TlsClientOpen(credentials, io, &opened, error, sizeof error) != 0) {

@@ -62,4 +62,24 @@ SncTransport MemoryLink::ServerTransport() {
     return SncTransport{this, ServerReceive, ServerSend};
 }
 
+void TraceLog::Collect(void* context, const char* line) {
+    auto* self = static_cast<TraceLog*>(context);
+    std::lock_guard<std::mutex> hold(self->lock_);
+    self->lines_.emplace_back(line);
+}
+
+bool TraceLog::Has(const std::string& part) {
+    std::lock_guard<std::mutex> hold(lock_);
+    for (const std::string& line : lines_)
+        if (line.find(part) != std::string::npos) return true;
+    return false;
+}
+
+std::string TraceLog::All() {
+    std::lock_guard<std::mutex> hold(lock_);
+    std::string all;
+    for (const std::string& line : lines_) all += line + "\n";
+    return all;
+}
+
 }  // namespace vxtest

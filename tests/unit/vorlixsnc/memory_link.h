@@ -6,6 +6,8 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <string>
+#include <vector>
 
 #include "snc/vorlixsnc.h"
 
@@ -43,6 +45,18 @@ struct MemoryLink {
         toServer.Close();
         toClient.Close();
     }
+};
+
+// The library's trace lines, from whichever thread writes them (SncSetTrace(Collect, &log)).
+class TraceLog {
+  public:
+    static void Collect(void* context, const char* line);
+    bool Has(const std::string& part);
+    std::string All();
+
+  private:
+    std::mutex lock_;
+    std::vector<std::string> lines_;
 };
 
 }  // namespace vxtest

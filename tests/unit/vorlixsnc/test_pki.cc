@@ -1,6 +1,5 @@
 #include "test_pki.h"
 
-#include <gtest/gtest.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
@@ -10,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
 
 namespace vxtest {
@@ -44,7 +44,9 @@ bool AddExtension(X509* certificate, X509* issuer, int nid, const char* value) {
 }
 
 // A certificate for subject O=organization, CN=commonName, signed by issuer (itself when null).
-Issued Issue(const char* organization, const char* commonName, const Issued* issuer, bool ca) {
+// ok turns false when OpenSSL fails.
+Issued Issue(const char* organization, const char* commonName, const Issued* issuer, bool ca,
+             bool* ok) {
     static long serial = 1;
     Issued made{Key(EVP_EC_gen("P-256")), Certificate(X509_new())};
     X509* x = made.certificate.get();
@@ -60,10 +62,11 @@ Issued Issue(const char* organization, const char* commonName, const Issued* iss
                                reinterpret_cast<const unsigned char*>(commonName), -1, -1, 0);
     X509* signer = issuer != nullptr ? issuer->certificate.get() : x;
     X509_set_issuer_name(x, X509_get_subject_name(signer));
-    EXPECT_TRUE(AddExtension(x, signer, NID_basic_constraints,
-                             ca ? "critical,CA:TRUE" : "critical,CA:FALSE"));
     EVP_PKEY* signingKey = issuer != nullptr ? issuer->key.get() : made.key.get();
-    EXPECT_GT(X509_sign(x, signingKey, EVP_sha256()), 0);
+    if (!AddExtension(x, signer, NID_basic_constraints,
+                      ca ? "critical,CA:TRUE" : "critical,CA:FALSE") ||
+        X509_sign(x, signingKey, EVP_sha256()) <= 0)
+        *ok = false;
     return made;
 }
 
@@ -84,27 +87,28 @@ bool WritePair(const std::string& directory, const char* name, const Issued& iss
 
 }  // namespace
 
-bool MakeTestPki(TestPki* pki) {
+bool MakeTestPki(TestPki* pki, const std::string& directory) {
     char pattern[] = "/tmp/vorlixsnc-test-XXXXXX";
-    if (mkdtemp(pattern) == nullptr) {
-        ADD_FAILURE() << "cannot make a temporary directory";
+    std::error_code error;
+    if (directory.empty() ? mkdtemp(pattern) == nullptr
+                          : !std::filesystem::create_directories(directory, error) && error)
         return false;
-    }
-    pki->directory = pattern;
-    Issued ca = Issue("Example", "Example CA", nullptr, true);
-    Issued otherCa = Issue("Elsewhere", "Elsewhere CA", nullptr, true);
-    Issued server = Issue("Example", "printhost", &ca, false);
-    Issued sender = Issue("Example", "app1", &ca, false);
-    Issued stranger = Issue("Example", "app1", &otherCa, false);
+    pki->directory = directory.empty() ? pattern : directory;
+    bool ok = true;
+    Issued ca = Issue("Example", "Example CA", nullptr, true, &ok);
+    Issued otherCa = Issue("Elsewhere", "Elsewhere CA", nullptr, true, &ok);
+    Issued server = Issue("Example", "printhost", &ca, false, &ok);
+    Issued sender = Issue("Example", "app1", &ca, false, &ok);
+    Issued outsider = Issue("Example", "app2", &ca, false, &ok);
+    Issued stranger = Issue("Example", "app1", &otherCa, false, &ok);
     pki->ca = pki->directory + "/ca.pem";
     pki->otherCa = pki->directory + "/other-ca.pem";
-    bool written = WritePem(pki->ca, ca.certificate.get(), nullptr) &&
-                   WritePem(pki->otherCa, otherCa.certificate.get(), nullptr) &&
-                   WritePair(pki->directory, "server", server, &pki->server) &&
-                   WritePair(pki->directory, "app1", sender, &pki->sender) &&
-                   WritePair(pki->directory, "stranger", stranger, &pki->stranger);
-    EXPECT_TRUE(written) << "cannot write the certificates to " << pki->directory;
-    return written;
+    return ok && WritePem(pki->ca, ca.certificate.get(), nullptr) &&
+           WritePem(pki->otherCa, otherCa.certificate.get(), nullptr) &&
+           WritePair(pki->directory, "server", server, &pki->server) &&
+           WritePair(pki->directory, "app1", sender, &pki->sender) &&
+           WritePair(pki->directory, "app2", outsider, &pki->outsider) &&
+           WritePair(pki->directory, "stranger", stranger, &pki->stranger);
 }
 
 void RemoveTestPki(const TestPki& pki) {
@@ -112,10 +116,15 @@ void RemoveTestPki(const TestPki& pki) {
     if (!pki.directory.empty()) std::filesystem::remove_all(pki.directory, ignored);
 }
 
-void WriteTestFile(const TestPki& pki, const std::string& name, const std::string& text) {
+bool WriteTestFile(const TestPki& pki, const std::string& name, const std::string& text) {
     std::ofstream file(pki.directory + "/" + name, std::ios::binary | std::ios::trunc);
     file << text;
-    ASSERT_TRUE(file.good()) << name;
+    return file.good();
+}
+
+std::string ReadTestFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
 }  // namespace vxtest

@@ -1,6 +1,7 @@
-// Certificates for the security library's tests, made with OpenSSL and written as PEM files to a
-// temporary base directory: a CA, the server's certificate, a sender it signed ("CN=app1,
-// O=Example") and a sender signed by another CA.
+// Certificates for the security tests, made with OpenSSL and written as PEM files to a directory:
+// a CA, the server's certificate, a sender it signed ("CN=app1,O=Example"), a second sender it
+// signed ("CN=app2,O=Example") and a sender signed by another CA. No test framework here: the
+// fuzz targets use it too.
 #pragma once
 
 #include <string>
@@ -13,19 +14,21 @@ struct PemPair {
 };
 
 struct TestPki {
-    std::string directory;  // the base directory, removed by RemoveTestPki
+    std::string directory;  // removed by RemoveTestPki
     std::string ca;
     std::string otherCa;
-    PemPair server;
-    PemPair sender;    // signed by ca
-    PemPair stranger;  // signed by otherCa
+    PemPair server;    // "CN=printhost,O=Example", signed by ca
+    PemPair sender;    // "CN=app1,O=Example", signed by ca
+    PemPair outsider;  // "CN=app2,O=Example", signed by ca
+    PemPair stranger;  // "CN=app1,O=Example", signed by otherCa
 };
 
-// Makes the directory and the files; false (with the test failed) when something went wrong.
-bool MakeTestPki(TestPki* pki);
+// Makes the files in directory (empty: a new temporary one); false when something went wrong.
+bool MakeTestPki(TestPki* pki, const std::string& directory = "");
 void RemoveTestPki(const TestPki& pki);
 
-// Writes a file below the base directory.
-void WriteTestFile(const TestPki& pki, const std::string& name, const std::string& text);
+// Writes a file below the base directory; false when it could not.
+bool WriteTestFile(const TestPki& pki, const std::string& name, const std::string& text);
+std::string ReadTestFile(const std::string& path);
 
 }  // namespace vxtest
