@@ -1,6 +1,5 @@
 """Secured senders of the extended protocol: certificates made with the `openssl` command, the
-security library's profile in the service's base directory, and a session that asks for security
-with "KA" / "KS", takes the "OK" and goes on inside TLS with the sender's certificate."""
+library's profile in the service's base directory, and a session that goes on inside TLS."""
 import shutil
 import ssl
 import subprocess
@@ -75,9 +74,8 @@ def client_context(certs, sender, ca="ca"):
 
 
 class SecuredSession(ExtendedSession):
-    """An extended-protocol session that asks for security right after the greeting; every
-    packet after the "OK" travels inside TLS. The hand-shake's failure raises ssl.SSLError or
-    OSError."""
+    """Asks for security ("KS" / "KA") right after the greeting; the hand-shake's failure raises
+    ssl.SSLError or OSError."""
 
     def __init__(self, port, context, mode=b"S", timeout=60):
         super().__init__(port, timeout)

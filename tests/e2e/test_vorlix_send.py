@@ -1,8 +1,6 @@
-"""vorlix-send, the command-line sender, end to end: plain LPD and the extended protocol through the
-server in the console to the fake printer behind a CUPS raw queue, byte for byte; the exit codes a
-script tests (refused, network, usage, unreadable input); what it does when the server offers less
-than was asked for, or does not serve the extended protocol. (What it puts on the wire is
-vorlix_send_test's: every block coding round-tripped through the server's own decoders.)"""
+"""vorlix-send end to end: LPD and the extended protocol through the server to the fake printer,
+byte for byte; the exit codes a script tests; a server that offers less than was asked for, or
+does not serve the extended protocol. (Its wire bytes are vorlix_send_test's.)"""
 import socket
 import subprocess
 import tempfile
