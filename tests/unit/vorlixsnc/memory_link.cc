@@ -62,6 +62,18 @@ SncTransport MemoryLink::ServerTransport() {
     return SncTransport{this, ServerReceive, ServerSend};
 }
 
+int ClientRecv(void* link, void* buffer, size_t length, size_t* count) {
+    int got = 0;
+    int rc = static_cast<MemoryLink*>(link)->toClient.Take(buffer, static_cast<int>(length), 10000,
+                                                           &got);
+    *count = static_cast<size_t>(got);
+    return rc == 0 ? 0 : -1;
+}
+
+int ClientSend(void* link, const void* data, size_t length) {
+    return static_cast<MemoryLink*>(link)->toServer.Put(data, static_cast<int>(length)) ? 0 : -1;
+}
+
 void TraceLog::Collect(void* context, const char* line) {
     auto* self = static_cast<TraceLog*>(context);
     std::lock_guard<std::mutex> hold(self->lock_);

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstddef>
 #include <deque>
 #include <mutex>
 #include <string>
@@ -46,6 +47,11 @@ struct MemoryLink {
         toClient.Close();
     }
 };
+
+// The sender's TLS client's end of a MemoryLink (the recv and send of snc/tls_client.h's
+// TlsClientIo, context the link): a receive waits at most 10 s.
+int ClientRecv(void* link, void* buffer, size_t length, size_t* count);
+int ClientSend(void* link, const void* data, size_t length);
 
 // The library's trace lines, from whichever thread writes them (SncSetTrace(Collect, &log)).
 class TraceLog {

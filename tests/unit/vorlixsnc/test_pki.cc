@@ -100,15 +100,13 @@ bool MakeTestPki(TestPki* pki, const std::string& directory) {
     Issued server = Issue("Example", "printhost", &ca, false, &ok);
     Issued sender = Issue("Example", "app1", &ca, false, &ok);
     Issued outsider = Issue("Example", "app2", &ca, false, &ok);
-    Issued stranger = Issue("Example", "app1", &otherCa, false, &ok);
     pki->ca = pki->directory + "/ca.pem";
     pki->otherCa = pki->directory + "/other-ca.pem";
     return ok && WritePem(pki->ca, ca.certificate.get(), nullptr) &&
            WritePem(pki->otherCa, otherCa.certificate.get(), nullptr) &&
            WritePair(pki->directory, "server", server, &pki->server) &&
            WritePair(pki->directory, "app1", sender, &pki->sender) &&
-           WritePair(pki->directory, "app2", outsider, &pki->outsider) &&
-           WritePair(pki->directory, "stranger", stranger, &pki->stranger);
+           WritePair(pki->directory, "app2", outsider, &pki->outsider);
 }
 
 void RemoveTestPki(const TestPki& pki) {

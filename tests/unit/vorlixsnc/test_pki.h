@@ -1,7 +1,7 @@
 // Certificates for the security tests, made with OpenSSL and written as PEM files to a directory:
 // a CA, the server's certificate, a sender it signed ("CN=app1,O=Example"), a second sender it
-// signed ("CN=app2,O=Example") and a sender signed by another CA. No test framework here: the
-// fuzz targets use it too.
+// signed ("CN=app2,O=Example") and another CA that signed nothing of these. No test framework
+// here: the fuzz targets use it too.
 #pragma once
 
 #include <string>
@@ -20,7 +20,6 @@ struct TestPki {
     PemPair server;    // "CN=printhost,O=Example", signed by ca
     PemPair sender;    // "CN=app1,O=Example", signed by ca
     PemPair outsider;  // "CN=app2,O=Example", signed by ca
-    PemPair stranger;  // "CN=app1,O=Example", signed by otherCa
 };
 
 // Makes the files in directory (empty: a new temporary one); false when something went wrong.

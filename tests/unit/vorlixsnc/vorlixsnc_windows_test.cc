@@ -195,20 +195,6 @@ TEST(SchannelPeerName, SameNameAsTheLinuxLibrary) {
 }
 
 // The sender's Schannel client over the link; Wine's Schannel cannot serve, Windows' can.
-struct ClientLink {
-    static int Recv(void* context, void* buffer, size_t length, size_t* count) {
-        int got = 0;
-        int rc = static_cast<MemoryLink*>(context)->toClient.Take(buffer, static_cast<int>(length),
-                                                                  10000, &got);
-        *count = static_cast<size_t>(got);
-        return rc == 0 ? 0 : -1;
-    }
-    static int Send(void* context, const void* data, size_t length) {
-        return static_cast<MemoryLink*>(context)->toServer.Put(data, static_cast<int>(length)) ? 0
-                                                                                               : -1;
-    }
-};
-
 TEST_F(SchannelLibrary, HandshakeWithTheSendersClient) {
     StartSession();
     const std::string pfx = PkiFile("sender.pfx");
@@ -216,7 +202,7 @@ TEST_F(SchannelLibrary, HandshakeWithTheSendersClient) {
     MemoryLink* link = link_.get();
     client_ = std::thread([link, pfx, ca] {
         vx::TlsClientCredentials credentials{pfx.c_str(), "", ca.c_str()};
-        vx::TlsClientIo io{link, ClientLink::Recv, ClientLink::Send};
+        vx::TlsClientIo io{link, vxtest::ClientRecv, vxtest::ClientSend};
         vx::TlsClient* raw = nullptr;
         char error[200];
         if (vx::TlsClientOpen(credentials, io, &raw, error, sizeof error) == 0) {
