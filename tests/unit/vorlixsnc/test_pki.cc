@@ -16,17 +16,9 @@ namespace vxtest {
 
 namespace {
 
-struct KeyFree {
-    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-};
-struct CertificateFree {
-    void operator()(X509* certificate) const { X509_free(certificate); }
-};
-struct FileClose {
-    void operator()(FILE* file) const { fclose(file); }
-};
-using Key = std::unique_ptr<EVP_PKEY, KeyFree>;
-using Certificate = std::unique_ptr<X509, CertificateFree>;
+using Key = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
+using Certificate = std::unique_ptr<X509, decltype(&X509_free)>;
+using File = std::unique_ptr<FILE, decltype(&fclose)>;
 
 struct Issued {
     Key key;
@@ -48,7 +40,7 @@ bool AddExtension(X509* certificate, X509* issuer, int nid, const char* value) {
 Issued Issue(const char* organization, const char* commonName, const Issued* issuer, bool ca,
              bool* ok) {
     static long serial = 1;
-    Issued made{Key(EVP_EC_gen("P-256")), Certificate(X509_new())};
+    Issued made{Key(EVP_EC_gen("P-256"), EVP_PKEY_free), Certificate(X509_new(), X509_free)};
     X509* x = made.certificate.get();
     X509_set_version(x, X509_VERSION_3);
     ASN1_INTEGER_set(X509_get_serialNumber(x), serial++);
@@ -71,7 +63,7 @@ Issued Issue(const char* organization, const char* commonName, const Issued* iss
 }
 
 bool WritePem(const std::string& path, X509* certificate, EVP_PKEY* key) {
-    std::unique_ptr<FILE, FileClose> file(fopen(path.c_str(), "w"));
+    File file(fopen(path.c_str(), "w"), fclose);
     if (!file) return false;
     if (certificate != nullptr) return PEM_write_X509(file.get(), certificate) == 1;
     return PEM_write_PrivateKey(file.get(), key, nullptr, nullptr, 0, nullptr, nullptr) == 1;

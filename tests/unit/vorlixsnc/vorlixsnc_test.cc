@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <memory>
 #include <string>
 #include <thread>
@@ -22,7 +23,13 @@ constexpr const char* kProfile = "ZELLPD.INI";
 
 class SncLibrary : public testing::Test {
   protected:
-    static void SetUpTestSuite() { ASSERT_TRUE(vxtest::MakeTestPki(&pki_)); }
+    // The sender's key also in its certificate's file: the sender's client then needs no --key.
+    static void SetUpTestSuite() {
+        ASSERT_TRUE(vxtest::MakeTestPki(&pki_));
+        ASSERT_TRUE(vxtest::WriteTestFile(
+            pki_, "app1-both.pem",
+            vxtest::ReadTestFile(pki_.sender.certificate) + vxtest::ReadTestFile(pki_.sender.key)));
+    }
     static void TearDownTestSuite() { vxtest::RemoveTestPki(pki_); }
 
     void SetUp() override { SncSetTrace(vxtest::TraceLog::Collect, &trace_); }
@@ -95,8 +102,8 @@ TEST_F(SncLibrary, GoodSenderIsNamedAndBytesPassBothWays) {
     bool clientDone = false;
     MemoryLink* link = link_.get();
     client_ = std::thread([&, link] {
-        vx::TlsClientCredentials credentials{pki_.sender.certificate.c_str(),
-                                             pki_.sender.key.c_str(), pki_.ca.c_str()};
+        std::string both = pki_.directory + "/app1-both.pem";
+        vx::TlsClientCredentials credentials{both.c_str(), "", pki_.ca.c_str()};
         vx::TlsClient* raw = nullptr;
         char error[256] = {};
         if (vx::TlsClientOpen(credentials, {link, vxtest::ClientRecv, vxtest::ClientSend}, &raw,
@@ -115,8 +122,7 @@ TEST_F(SncLibrary, GoodSenderIsNamedAndBytesPassBothWays) {
                        count > 0)
                     received.append(buffer, count);
             clientDone = received == answer;
-        }  // the client's end sends close_notify
-        link->toServer.Close();
+        }  // the client's end sends close_notify; the link stays open
     });
 
     ASSERT_EQ(SncNiSessionAccept(session_, 32700, -1), SNC_OK);
@@ -144,11 +150,60 @@ TEST_F(SncLibrary, GoodSenderIsNamedAndBytesPassBothWays) {
               SNC_OK);
     EXPECT_EQ(count, static_cast<int>(answer.size()));
 
-    // The sender's close_notify reads as the end of the stream.
+    // The sender's close_notify reads as the end of the stream (without it: the read's time-out).
     EXPECT_EQ(SncNiRawRead(session_, got.data(), 10, 5000, &count, 1), SNC_ERR_NI);
     EXPECT_EQ(SncNiErrorOf(session_), vxtest::kLinkClosed);
     client_.join();
     EXPECT_TRUE(clientDone);
+}
+
+// The sender's client names why it cannot start: its files before any byte is sent, and a
+// service that does not trust its CA at the hand-shake or (TLS 1.3) at the first read after it.
+TEST_F(SncLibrary, SendersClientNamesWhyItIsRefused) {
+    const std::string& certificate = pki_.sender.certificate;
+    const std::string& key = pki_.sender.key;
+    struct Case {
+        std::string certificate, key, ca;
+        const char* reasonPart;
+    };
+    const Case cases[] = {
+        {pki_.directory + "/absent.pem", key, pki_.ca, "absent.pem"},
+        {certificate, pki_.server.key, pki_.ca, "key values mismatch"},
+        {certificate, key, pki_.directory + "/no-ca.pem", "no-ca.pem"},
+    };
+    vx::TlsClientIo none{nullptr, [](void*, void*, size_t, size_t*) { return -1; },
+                         [](void*, const void*, size_t) { return -1; }};
+    char error[256] = {};
+    for (const Case& c : cases) {
+        vx::TlsClient* raw = nullptr;
+        vx::TlsClientCredentials credentials{c.certificate.c_str(), c.key.c_str(), c.ca.c_str()};
+        EXPECT_EQ(vx::TlsClientOpen(credentials, none, &raw, error, sizeof error), -1);
+        EXPECT_EQ(raw, nullptr);
+        EXPECT_NE(std::string(error).find(c.reasonPart), std::string::npos) << error;
+    }
+
+    Write(kProfile, "[vorlixsnc]\ncertificate=server.pem\nkey=server.key\nca=other-ca.pem\n");
+    StartSession();
+    int rc = 0;
+    MemoryLink* link = link_.get();
+    client_ = std::thread([&, link] {
+        vx::TlsClientCredentials credentials{certificate.c_str(), key.c_str(), pki_.ca.c_str()};
+        vx::TlsClient* raw = nullptr;
+        rc = vx::TlsClientOpen(credentials, {link, vxtest::ClientRecv, vxtest::ClientSend}, &raw,
+                               error, sizeof error);
+        vx::TlsClientPtr client(raw);
+        size_t count = 0;
+        char byte = 0;
+        if (rc == 0) rc = vx::TlsClientRead(client.get(), &byte, 1, &count, error, sizeof error);
+    });
+    EXPECT_EQ(SncNiSessionAccept(session_, 32700, -1), SNC_ERR_HANDSHAKE);
+    EXPECT_TRUE(Traced("hand-shake failed"));
+    link_->Close();
+    client_.join();
+    EXPECT_EQ(rc, -1);
+    EXPECT_TRUE(strstr(error, "hand-shake failed") != nullptr ||
+                strstr(error, "secured") != nullptr)
+        << error;
 }
 
 TEST_F(SncLibrary, UnusableProfileLeavesNoProduct) {
