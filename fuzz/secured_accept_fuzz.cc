@@ -103,11 +103,19 @@ ssize_t Receive(int fd, void* buffer, size_t length, int flags) {
     return got;
 }
 
-ssize_t SendSome(int fd, const void* data, size_t length, int flags) {
-    ssize_t sent;
-    do sent = send(fd, data, length, flags | MSG_NOSIGNAL);
-    while (sent < 0 && errno == EINTR);
-    return sent;
+// Sends all of data, each part once the connection has room (a full connection cuts it).
+bool SendAll(int fd, const void* data, size_t size) {
+    const char* from = static_cast<const char*>(data);
+    while (size > 0) {
+        if (!WaitFor(fd, POLLOUT, kServiceWaitMs)) return false;
+        ssize_t sent;
+        do sent = send(fd, from, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+        while (sent < 0 && errno == EINTR);
+        if (sent <= 0) return false;
+        from += sent;
+        size -= static_cast<size_t>(sent);
+    }
+    return true;
 }
 
 // Nothing more will come from the service: it has closed its end, or the connection failed.
@@ -147,18 +155,7 @@ class SecuredSender {
 
     int Far() const { return far_; }
 
-    // Sends all of data (a full connection cuts it).
-    bool Send(const void* data, size_t size) {
-        const char* from = static_cast<const char*>(data);
-        while (size > 0) {
-            if (!WaitFor(far_, POLLOUT, kServiceWaitMs)) return false;
-            ssize_t sent = SendSome(far_, from, size, MSG_DONTWAIT);
-            if (sent <= 0) return false;
-            from += sent;
-            size -= static_cast<size_t>(sent);
-        }
-        return true;
-    }
+    bool Send(const void* data, size_t size) { return SendAll(far_, data, size); }
 
     // Waits up to timeoutMs for the service's answer and reads what came (undecrypted: the
     // sender never reads inside the session).
@@ -202,16 +199,7 @@ int ReceiveForTls(void* context, void* buffer, size_t length, size_t* count) {
 }
 
 int SendForTls(void* context, const void* data, size_t length) {
-    int fd = *static_cast<int*>(context);
-    const char* from = static_cast<const char*>(data);
-    while (length > 0) {
-        if (!WaitFor(fd, POLLOUT, kServiceWaitMs)) return -1;
-        ssize_t sent = SendSome(fd, from, length, 0);
-        if (sent <= 0) return -1;
-        from += sent;
-        length -= static_cast<size_t>(sent);
-    }
-    return 0;
+    return SendAll(*static_cast<int*>(context), data, length) ? 0 : -1;
 }
 
 // The raw hand-shake: "SC" and "KS" as the first segments of a plain dialogue.

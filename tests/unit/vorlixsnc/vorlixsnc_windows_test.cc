@@ -63,9 +63,6 @@ class SchannelLibrary : public testing::Test {
         std::remove(PkiFile(kProfile).c_str());
     }
 
-    bool Traced(const std::string& part) { return trace_.Has(part); }
-    std::string AllTrace() { return trace_.All(); }
-
     int Init(const std::string& section, int* realProduct) {
         std::ofstream(PkiFile(kProfile), std::ios::binary) << section;
         return SncInit(SNC_USAGE_SERVER, kProfile, PkiDirectory().c_str(), realProduct);
@@ -77,7 +74,7 @@ class SchannelLibrary : public testing::Test {
                            PkiFile("ca.pem") + "\n",
                        &realProduct),
                   SNC_OK);
-        ASSERT_EQ(realProduct, 1) << AllTrace();
+        ASSERT_EQ(realProduct, 1) << trace_.All();
         SncTransport transport = link_->ServerTransport();
         ASSERT_EQ(SncNiRawSessionInit(&session_, &transport), SNC_OK);
     }
@@ -100,9 +97,9 @@ TEST_F(SchannelLibrary, PfxProfilesGiveTheProduct) {
     ASSERT_EQ(Init("[VorlixSNC]\ncertificate = server.pfx\nkey = pfx-secret\nca = ca.pem\n",
                    &realProduct),
               SNC_OK);
-    EXPECT_EQ(realProduct, 1) << AllTrace();
-    EXPECT_TRUE(Traced("server.pfx loaded: CN=print-server,O=Example")) << AllTrace();
-    EXPECT_TRUE(Traced("checked against")) << AllTrace();
+    EXPECT_EQ(realProduct, 1) << trace_.All();
+    EXPECT_TRUE(trace_.Has("server.pfx loaded: CN=print-server,O=Example")) << trace_.All();
+    EXPECT_TRUE(trace_.Has("checked against")) << trace_.All();
     char adapter[200];
     ASSERT_EQ(SncGetAdapterName(nullptr, 0, adapter, sizeof adapter), SNC_OK);
     EXPECT_NE(std::string(adapter).find("Schannel"), std::string::npos) << adapter;
@@ -110,7 +107,7 @@ TEST_F(SchannelLibrary, PfxProfilesGiveTheProduct) {
     // A PFX without a password: the key line stays, empty.
     ASSERT_EQ(Init("[vorlixsnc]\ncertificate=server-open.pfx\nkey=\nca=ca.pem\n", &realProduct),
               SNC_OK);
-    EXPECT_EQ(realProduct, 1) << AllTrace();
+    EXPECT_EQ(realProduct, 1) << trace_.All();
 }
 
 TEST_F(SchannelLibrary, UnusableProfileLeavesNoProductAndNamesTheFile) {
@@ -133,14 +130,14 @@ TEST_F(SchannelLibrary, UnusableProfileLeavesNoProductAndNamesTheFile) {
         int realProduct = 1;
         ASSERT_EQ(Init(std::string("[vorlixsnc]\n") + c.section, &realProduct), SNC_OK);
         EXPECT_EQ(realProduct, 0);
-        EXPECT_TRUE(Traced(c.traced)) << AllTrace();
+        EXPECT_TRUE(trace_.Has(c.traced)) << trace_.All();
         char adapter[200];
         EXPECT_EQ(SncGetAdapterName(nullptr, 0, adapter, sizeof adapter), SNC_ERR_STATE);
         SncTransport transport = link_->ServerTransport();
         EXPECT_EQ(SncNiRawSessionInit(&session_, &transport), SNC_ERR_STATE);
         EXPECT_EQ(session_, nullptr);
     }
-    EXPECT_TRUE(Traced("is a PEM file: on Windows the certificate must be a PFX file"));
+    EXPECT_TRUE(trace_.Has("is a PEM file: on Windows the certificate must be a PFX file"));
 }
 
 TEST(SchannelPeerCheck, OnlyCertificatesTheCaSignedPass) {
@@ -229,11 +226,11 @@ TEST_F(SchannelLibrary, HandshakeWithTheSendersClient) {
         return;
     }
     // Where Schannel cannot serve (Wine): a clean refusal that says why, and a dead session.
-    ASSERT_EQ(rc, SNC_ERR_HANDSHAKE) << AllTrace();
+    ASSERT_EQ(rc, SNC_ERR_HANDSHAKE) << trace_.All();
     std::vector<std::string> lines = ErrorLines();
     ASSERT_FALSE(lines.empty());
     EXPECT_NE(lines[0].find("AcceptSecurityContext"), std::string::npos) << lines[0];
-    EXPECT_TRUE(Traced("hand-shake failed: AcceptSecurityContext")) << AllTrace();
+    EXPECT_TRUE(trace_.Has("hand-shake failed: AcceptSecurityContext")) << trace_.All();
     EXPECT_EQ(SncGetPeerName(session_, peer, sizeof peer), SNC_ERR_STATE);
     EXPECT_EQ(SncNiRawWrite(session_, "x", 1, 100, &count), SNC_ERR_STATE);
     EXPECT_EQ(SncNiSessionAccept(session_, 32700, 100), SNC_ERR_STATE);
